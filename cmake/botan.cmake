@@ -1,0 +1,15 @@
+# Botan 2: the machine's package for native builds, a static build made by tools/build_botan.sh for
+# cross builds (KELMORA_BOTAN_PREFIX, from the preset's environment).
+add_library(botan INTERFACE)
+if(CMAKE_CROSSCOMPILING)
+    set(KELMORA_BOTAN_PREFIX "" CACHE PATH "Where tools/build_botan.sh put Botan for this target")
+    if(NOT EXISTS "${KELMORA_BOTAN_PREFIX}/libbotan-2.a")
+        message(FATAL_ERROR "No Botan for this target at '${KELMORA_BOTAN_PREFIX}': run 'make windows', which builds it")
+    endif()
+    target_include_directories(botan SYSTEM INTERFACE "${KELMORA_BOTAN_PREFIX}/build/include")
+    target_link_libraries(botan INTERFACE "${KELMORA_BOTAN_PREFIX}/libbotan-2.a" ws2_32 crypt32)
+else()
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(BOTAN REQUIRED IMPORTED_TARGET botan-2)
+    target_link_libraries(botan INTERFACE PkgConfig::BOTAN)
+endif()

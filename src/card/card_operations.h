@@ -1,0 +1,66 @@
+// The short-lived object for PIN and decipher sequences. It chooses by CardType, sends through the
+// class path and throws on failure; every entry point builds its own on the stack. Its operations
+// are defined where they belong: selections in card/, PINs in pin/, decipher scripts in keys/.
+//
+// Runtime errors of the selections, of the PIN operations and of MSE SET are thrown as pointers to
+// a new std::runtime_error that nobody frees, and meant so: a handler for std::exception does not
+// see them.
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "apdu/card_type.h"
+#include "card/pin_types.h"
+#include "diag/byte_vector.h"
+
+namespace KelmoraID {
+
+class CardOperations {
+public:
+    /// Asks the platform for the active protocol; otherwise stores what it is given.
+    CardOperations(SCARDHANDLE hScard, CardType cardType);
+
+    // card/: selections. Each throws a pointer to std::runtime_error on failure. -----------------
+
+    /// "Failed to select FINEID application." FineidAid alone, without fallback, no response data.
+    void SelectFineidApplication();
+    /// "Failed to select root."
+    void selectRoot();
+    /// "Failed to select parent." No operation calls it.
+    void selectParent();
+    /// "Failed to select ESIGN directory.", or as selectRoot, which it begins with.
+    void selectEsignDirectory();
+
+    // pin/ --------------------------------------------------------------------------------------
+
+    /// The PIN's reference on this card, after selecting its directory if selectApplication is
+    /// set; no value, and nothing sent, for a PinId outside 1 to 4.
+    std::optional<BYTE> pinReference(PinId pinId, bool selectApplication);
+    /// The PIN's limits by GET DATA: (maximum, minimum), in bytes.
+    std::pair<BYTE, BYTE> readPinProperties(PinId pinId);
+    /// Whether the length is within the card's limits; reads the card whatever the length.
+    bool isPinLengthValid(PinId pinId, std::uint32_t length);
+    /// VERIFY with the PIN, or without data to ask for its state. No value: the card refused the
+    /// form of the command (6700).
+    std::optional<PinVerifyResult> VerifyPin(PinId pinId, std::optional<ByteVector> pin);
+    /// Whether the card says that the PIN is open, or blocked. Never throw: every failure is false.
+    bool isPinVerified(PinId pinId);
+    bool isPinBlocked(PinId pinId);
+
+    // keys/ -------------------------------------------------------------------------------------
+
+    /// The RSA decipher script. @param length the block's length in bytes @return the message as
+    /// the card gave it; empty if the length is below 256 or the card gave nothing
+    /// @throws std::logic_error when the PIN is not verified (6982); std::runtime_error otherwise
+    ByteVector decipherRsa(const ByteVector& data, std::uint16_t length, DWORD dwKeySpec);
+    /// The ECDH decipher script; as decipherRsa.
+    ByteVector decipherEcdh(const ByteVector& data, bool hasSecondSignCert);
+
+private:
+    SCARDHANDLE hScard;
+    SCARD_IO_REQUEST sendPci;
+    CardType cardType;
+};
+
+}  // namespace KelmoraID

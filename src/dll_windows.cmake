@@ -1,0 +1,10 @@
+# kelmora-id-minidriver.dll: one export, imports from system DLLs only.
+add_library(minidriver SHARED frame/dll_main.cpp platform/windows/fixed_paths.cpp
+            platform/windows/exports.def)
+target_link_libraries(minidriver PRIVATE kelmora_warnings kelmora_subsystems)
+target_link_libraries(minidriver PRIVATE winscard crypt32 advapi32 bcrypt winhttp ole32 user32)
+target_link_options(minidriver PRIVATE -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup
+                    -Wl,--exclude-all-symbols -Wl,--dynamicbase -Wl,--nxcompat
+                    $<$<CONFIG:Release>:-s>)
+set_target_properties(minidriver PROPERTIES OUTPUT_NAME kelmora-id-minidriver PREFIX ""
+                      RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")

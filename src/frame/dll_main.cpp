@@ -1,0 +1,12 @@
+// What the loader calls. It has no part in anything: it logs and returns.
+#include <fmt/format.h>
+
+#include "diag/logger.h"
+#include "platform/win32.h"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE hinstDLL, DWORD fdwReason, LPVOID lpvReserved);
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD fdwReason, LPVOID) {
+    KelmoraID::logToFile("DllMain", fmt::format("Started with reason code: {}", fdwReason));
+    return 1;
+}

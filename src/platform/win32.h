@@ -1,0 +1,23 @@
+// The platform calls in use, by their published names. On Windows these are the real headers and
+// nothing more; elsewhere platform/posix/win32.h declares exactly the calls that the minidriver
+// makes, and the files beside it implement each of them on a well-kept library.
+#pragma once
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+// clang-format off: windows.h has to come first.
+#include <bcrypt.h>
+#include <objbase.h>
+#include <wincrypt.h>
+#include <windows.h>
+#include <winhttp.h>
+#include <winscard.h>
+// clang-format on
+#else
+#include "platform/posix/win32.h"
+#endif

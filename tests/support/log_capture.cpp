@@ -1,0 +1,80 @@
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <ostream>
+#include <regex>
+#include <sstream>
+
+#include "platform/fixed_paths.h"
+
+namespace KelmoraID::testing {
+namespace {
+
+// Cuts a channel's text into lines. A message may hold line ends itself: a line begins with a time
+// stamp in brackets.
+LogLines linesOf(const std::string& content, const std::regex& head) {
+    LogLines lines;
+    std::istringstream stream(content);
+    for (std::string text; std::getline(stream, text);) {
+        std::smatch match;
+        if (std::regex_search(text, match, head, std::regex_constants::match_continuous)) {
+            lines.push_back({match[1], match.suffix()});
+        } else if (!lines.empty()) {
+            lines.back().message += "\n" + text;
+        } else {
+            ADD_FAILURE() << "a log line without a time stamp: " << text;
+        }
+    }
+    return lines;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
+    return stream << "[" << line.scope << "] " << line.message;
+}
+
+std::string logFileContent() {
+    std::ifstream stream(logFilePath(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+LogCapture::LogCapture() {
+    std::filesystem::create_directories(std::filesystem::path(logFilePath()).parent_path());
+    std::filesystem::remove(logFilePath());
+    std::fflush(stdout);
+    ::testing::internal::CaptureStdout();
+}
+
+LogCapture::~LogCapture() {
+    std::fputs(::testing::internal::GetCapturedStdout().c_str(), stdout);
+}
+
+LogLines LogCapture::file() {
+    const std::string content = logFileContent();
+    const std::string fresh = content.substr(std::min(fileRead_, content.size()));
+    fileRead_ = content.size();
+    if (!fresh.empty()) {
+        EXPECT_EQ(fresh.back(), '\n') << "the last line has no end";
+    }
+    static const std::regex head(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] \[([^\]]*)\] )");
+    return linesOf(fresh, head);
+}
+
+LogLines LogCapture::output() {
+    std::fflush(stdout);
+    const std::string content = ::testing::internal::GetCapturedStdout();
+    ::testing::internal::CaptureStdout();
+    static const std::regex head(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+\] \[([^\]]*)\] )");
+    return linesOf(content, head);
+}
+
+void LogCapture::clear() {
+    file();
+    output();
+}
+
+}  // namespace KelmoraID::testing

@@ -1,0 +1,68 @@
+#include "support/platform_calls.h"
+
+#include <type_traits>
+
+namespace KelmoraID::testing {
+
+PlatformCalls& platformCalls() {
+    static PlatformCalls calls;
+    return calls;
+}
+
+void PlatformCalls::failCall(const std::string& name, int nth, DWORD lastError) {
+    failures[name] = {counts[name] + nth, lastError};
+}
+
+void PlatformCalls::failNth(int n) {
+    failAt = n;
+    seen = 0;
+    failed = false;
+}
+
+namespace {
+
+// How a call of each kind tells that it failed.
+template <typename Result>
+Result failureOf(const std::string& name) {
+    if constexpr (std::is_same_v<Result, void>) {
+        return;
+    } else if constexpr (std::is_same_v<Result, LONG>) {
+        // BOOL, LONG, LSTATUS, NTSTATUS and int share a type: told apart by the name.
+        if (name.starts_with("SCard")) return SCARD_E_UNEXPECTED;
+        if (name.starts_with("BCrypt")) return static_cast<LONG>(0xC0000001);
+        if (name.starts_with("Reg")) return 5;
+        return 0;
+    } else {
+        return Result{};
+    }
+}
+
+template <typename Result, typename Hook, typename Real, typename... Arguments>
+Result intercept(const char* name, Hook& hook, Real real, Arguments... arguments) {
+    PlatformCalls& calls = platformCalls();
+    // The bookkeeping of the last error is no call that can fail.
+    const std::string called = name;
+    if (called != "GetLastError" && called != "SetLastError") {
+        calls.order.push_back(called);
+        const int count = ++calls.counts[called];
+        ++calls.seen;
+        const auto failure = calls.failures.find(called);
+        const bool named = failure != calls.failures.end() && failure->second.nth == count;
+        const bool numbered = calls.failAt != 0 && calls.seen == calls.failAt;
+        if (named || numbered) {
+            calls.failed = calls.failed || numbered;
+            SetLastError(named ? failure->second.lastError : 1234);
+            return failureOf<Result>(called);
+        }
+    }
+    if (hook) return hook(arguments...);
+    return real();
+}
+
+}  // namespace
+}  // namespace KelmoraID::testing
+
+using KelmoraID::testing::intercept;
+using KelmoraID::testing::platformCalls;
+
+#include "platform_wraps.inc"
