@@ -26,7 +26,8 @@ std::array<char, 100> localTimeStamp() {
     return stamp;
 }
 
-// The system clock's value in UTC, with the fraction of a second in as many digits as the clock has.
+// The system clock's value in UTC, with the fraction of a second in as many digits as the clock
+// has.
 std::string utcTimeStamp() {
     using namespace std::chrono;
     const auto now = system_clock::now();
@@ -40,7 +41,9 @@ std::string utcTimeStamp() {
                        decltype(time)::fractional_width);
 }
 
-void write(const std::string& piece) { std::fwrite(piece.data(), 1, piece.size(), stdout); }
+void write(const std::string& piece) {
+    std::fwrite(piece.data(), 1, piece.size(), stdout);
+}
 
 }  // namespace
 
@@ -62,13 +65,21 @@ void logLevel(const std::string& level, const std::string& message) {
     std::fflush(stdout);
 }
 
-void logInfo(const std::string& message) { logLevel("INFO", message); }
+void logInfo(const std::string& message) {
+    logLevel("INFO", message);
+}
 
-void logDebug(const std::string& message) { logLevel("DEBUG", message); }
+void logDebug(const std::string& message) {
+    logLevel("DEBUG", message);
+}
 
-void logWarning(const std::string& message) { logLevel("WARNING", message); }
+void logWarning(const std::string& message) {
+    logLevel("WARNING", message);
+}
 
-void logError(const std::string& message) { logLevel("ERROR", message); }
+void logError(const std::string& message) {
+    logLevel("ERROR", message);
+}
 
 void logDropped(const std::string&) {}
 
