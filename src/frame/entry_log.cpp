@@ -6,7 +6,9 @@ std::string formatStatus(const char* format, DWORD status) {
     return fmt::format(fmt::runtime(format), status);
 }
 
-void logEntry(const char* scope) { logToFile(scope, "Entering the function"); }
+void logEntry(const char* scope) {
+    logToFile(scope, "Entering the function");
+}
 
 DWORD exitWith(const char* scope, DWORD status, const char* suffix) {
     logToFile(scope,

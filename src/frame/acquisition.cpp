@@ -1,0 +1,87 @@
+// The export, and its counterpart that gives the card's object up again.
+#include <fmt/format.h>
+
+#include "diag/logger.h"
+#include "frame/boundary.h"
+#include "frame/card_context.h"
+#include "frame/card_reading.h"
+#include "frame/card_type_of.h"
+#include "frame/entry_log.h"
+#include "frame/entry_points.h"
+#include "frame/function_table.h"
+
+namespace KelmoraID {
+namespace {
+
+bool hasUsableNames(const CARD_DATA& card) {
+    return card.pbAtr != nullptr && card.pwszCardName != nullptr && card.cbAtr != 0 &&
+           card.cbAtr != 0xFFFFFFFF;
+}
+
+bool hasMemoryFunctions(const CARD_DATA& card) {
+    return card.pfnCspAlloc != nullptr && card.pfnCspReAlloc != nullptr &&
+           card.pfnCspFree != nullptr;
+}
+
+DWORD WINAPI acquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
+    logEntry("CardAcquireContext");
+    if (pCardData == nullptr) {
+        logDebug("CMR_35: pCardData is NULL");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (dwFlags != 0) {
+        logDebug("CMR_36: nonzero dwFlags was passed");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    // The version is negotiated in the caller's record, also where it is refused.
+    if (pCardData->dwVersion == 0) pCardData->dwVersion = 1;
+    if (pCardData->dwVersion < CARD_DATA_VERSION_SEVEN) {
+        logError(fmt::format("CMR_37: Too low version: {} < {} (ERROR_REVISION_MISMATCH: {})",
+                             pCardData->dwVersion, CARD_DATA_VERSION_SEVEN,
+                             ERROR_REVISION_MISMATCH));
+        return ERROR_REVISION_MISMATCH;
+    }
+    pCardData->dwVersion = CARD_DATA_VERSION_SEVEN;
+    if (!hasUsableNames(*pCardData)) {
+        logDebug(
+            "CMR_38, CMR_39 or CMR_40: NULL pbAtr, invalid cvAtr or NULL pwszCardName was passed");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (cardTypeOf(pCardData) == CardType::unknown) {
+        logDebug("CMR_41: Card not recognized");
+        return SCARD_E_UNKNOWN_CARD;
+    }
+    if (!hasMemoryFunctions(*pCardData)) {
+        logDebug("CMR_42: Memory management pointer is NULL");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (pCardData->hScard == 0 || pCardData->hSCardCtx == 0) return SCARD_E_INVALID_HANDLE;
+
+    if (const DWORD status = readCard(pCardData); status != 0) return status;
+    fillFunctionTable(*pCardData, hasEcPublicKey(contextOf(pCardData).authCert));
+    return SCARD_S_SUCCESS;  // Without an exit line.
+}
+
+}  // namespace
+
+DWORD WINAPI CardDeleteContext(PCARD_DATA pCardData) {
+    logEntry("CardDeleteContext");
+    if (pCardData == nullptr) {
+        logDebug("CMR_48: pCardData is NULL.");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    auto* context = static_cast<CardContext*>(pCardData->pvVendorSpecific);
+    if (context == nullptr) return SCARD_S_SUCCESS;
+    if (context->authCert != nullptr) CertFreeCertificateContext(context->authCert);
+    if (context->signCert != nullptr) CertFreeCertificateContext(context->signCert);
+    // The handle of secondSignCert is given up with the object, and pvVendorSpecific keeps its
+    // value: both meant so.
+    delete context;
+    return SCARD_S_SUCCESS;
+}
+
+}  // namespace KelmoraID
+
+extern "C" DWORD WINAPI CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
+    return KelmoraID::Guarded<&KelmoraID::acquireContext>::call(pCardData, dwFlags);
+}
