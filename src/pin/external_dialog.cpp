@@ -1,0 +1,116 @@
+#include "pin/external_dialog.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <exception>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "diag/logger.h"
+#include "diag/registry.h"
+#include "diag/text_conversion.h"
+#include "diag/text_lists.h"
+#include "pin/dialog_library.h"
+
+namespace KelmoraID {
+namespace {
+
+constexpr const char* availabilityScope = "isExternalPinDialogAvailable";
+constexpr const char* libraryFileName = "CodeEntryLibrary.dll";
+constexpr const char* logonWindowClass = "LogonUI Logon Window";
+
+// The companion application's start-up command; empty when the registry has none.
+WideString companionStartCommand() {
+    try {
+        return readRegistryString(WideString(companionRunKey), utf8ToWide(companionRunValue));
+    } catch (const std::exception& exception) {
+        logError(fmt::format(
+            "Could not read Kelmora ID installation path ('{}') from registry. Exception: {}",
+            companionRunValue, exception.what()));
+        return {};
+    }
+}
+
+struct DialogLocation {
+    WideString folder;
+    WideString library;
+};
+
+// Converts to wide text without the terminator that the conversion leaves in it.
+WideString terminated(const std::string& text) {
+    return utf8ToWide(text).c_str();
+}
+
+// The folder is what stands before the last backslash; quotation marks and arguments are not
+// understood, and meant not to be. No value for a command without a folder.
+std::optional<DialogLocation> locationOf(const WideString& startCommand) {
+    std::vector<std::string> parts = splitString(wideToUtf8(startCommand).c_str(), '\\');
+    if (parts.size() < 2) return std::nullopt;
+    parts.pop_back();
+    DialogLocation location;
+    location.folder = terminated(joinStrings(parts, "\\"));
+    parts.emplace_back(libraryFileName);
+    location.library = terminated(joinStrings(parts, "\\"));
+    return location;
+}
+
+// The class name of the window in front in UTF-8; no value if it has none or does not convert.
+std::optional<std::string> foregroundWindowClass() {
+    std::array<WCHAR, 256> name{};
+    const int count =
+        GetClassNameW(GetForegroundWindow(), name.data(), static_cast<int>(name.size()));
+    name.back() = 0;
+    if (count <= 0 || name.front() == 0) return std::nullopt;
+    const int size = WideCharToMultiByte(CP_UTF8, 0, name.data(), -1, nullptr, 0, nullptr, nullptr);
+    if (size <= 0) return std::nullopt;
+    // One more than asked for, so that the text ends whatever the platform writes.
+    const std::unique_ptr<char[]> text(
+        new (std::nothrow) char[static_cast<std::size_t>(size) + 1]());
+    if (!text ||
+        WideCharToMultiByte(CP_UTF8, 0, name.data(), -1, text.get(), size, nullptr, nullptr) <= 0) {
+        return std::nullopt;
+    }
+    return text.get();
+}
+
+}  // namespace
+
+bool isExternalPinDialogAvailable(WideString& path) {
+    const WideString startCommand = companionStartCommand();
+    if (startCommand.empty()) return false;
+    const std::optional<DialogLocation> location = locationOf(startCommand);
+    DialogLibrary library;
+    if (location) {
+        library.load(location->library);
+    } else {
+        // A bare file name would be looked for along the search path: it counts as not found.
+        SetLastError(static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    }
+    if (!library.isLoaded()) {
+        DialogLibrary::logFailedLoad(availabilityScope);
+        return false;
+    }
+    library.free();  // The load was a test only.
+    // The whole process moves there and stays, and is meant to: the dialog's library needs it.
+    if (SetCurrentDirectoryW(location->folder.c_str()) == FALSE) {
+        logToFile(availabilityScope, "Error: Changing directory failed.");
+        return false;
+    }
+    path = location->library;
+    return true;
+}
+
+bool isLoginWindowHandle() {
+    const std::optional<std::string> windowClass = foregroundWindowClass();
+    if (!windowClass) {
+        logToFile("isLoginWindowHandle", "Class name conversion failed.");
+        return true;  // In doubt it is the logon screen, and the platform's prompt serves.
+    }
+    return *windowClass == logonWindowClass;
+}
+
+}  // namespace KelmoraID
