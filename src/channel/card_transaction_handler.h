@@ -7,8 +7,10 @@
 // Nothing of the card's state is remembered here: no selected application, directory or generation.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "apdu/apdu_result.h"
@@ -74,10 +76,23 @@ public:
                                 BYTE keyRef, CardType cardType);
 
 private:
-    /// Emits a line on the DEBUG channel while the trace flag is set.
-    void trace(const std::string& line) const;
+    /// Emits a line on the DEBUG channel while the trace flag is set. A line that has to be made is
+    /// given as a callable, and made only then.
+    void trace(std::string_view line) const {
+        if (traceEnabled) emitTrace(std::string(line));
+    }
+    template <std::invocable MakeLine>
+    void trace(const MakeLine& makeLine) const {
+        if (traceEnabled) emitTrace(makeLine());
+    }
+    static void emitTrace(const std::string& line);
     /// Makes the record of a command and sends it.
     ApduResult send(const ApduCommand& command);
+    /// One SCardTransmit: stores its code in the record and gives the bytes received.
+    ByteVector exchange(ApduResult& result, const ByteVector& command, DWORD announcedLength);
+    /// The two branches of GetDirectories, from the content of the ODF on.
+    ByteVector readPinLengths(const ByteVector& odf, std::uint32_t index);
+    ByteVector readCertificatePath(const ByteVector& odf, std::uint32_t index);
 
     SCARDHANDLE hSCard_;
     bool transactionOpen = false;

@@ -10,13 +10,14 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
-// clang-format off: windows.h has to come first.
-#include <bcrypt.h>
-#include <objbase.h>
-#include <wincrypt.h>
+// windows.h has to come first.
+// clang-format off
 #include <windows.h>
-#include <winhttp.h>
 #include <winscard.h>
+#include <wincrypt.h>
+#include <bcrypt.h>
+#include <winhttp.h>
+#include <objbase.h>
 // clang-format on
 #else
 #include "platform/posix/win32.h"
