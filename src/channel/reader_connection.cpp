@@ -1,0 +1,40 @@
+#include "channel/reader_connection.h"
+
+#include <fmt/format.h>
+
+#include "diag/logger.h"
+#include "diag/text_conversion.h"
+
+namespace KelmoraID {
+
+ReaderConnection::~ReaderConnection() {
+    if (hCard == 0) return;
+    logError("Card left open without disconnect on destructor! Please, ensure proper disconnect!");
+    activeProtocol = 0;
+    flag_ = false;
+    SCardDisconnect(hCard, SCARD_LEAVE_CARD);
+    hCard = 0;
+}
+
+void ReaderConnection::setReaderName(const WideString& name) {
+    name_ = name;
+    nameUtf8_ = wideToUtf8(name);
+}
+
+LONG ReaderConnection::connect(SCARDCONTEXT hContext) {
+    hCard = 0;
+    activeProtocol = 0;
+    const LONG code = SCardConnectW(hContext, name_.c_str(), SCARD_SHARE_SHARED,
+                                    SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &hCard, &activeProtocol);
+    if (code == SCARD_S_SUCCESS) return code;
+    hCard = 0;
+    activeProtocol = 0;
+    // A reader without a card is nothing to report.
+    if (code != SCARD_W_REMOVED_CARD) {
+        // As a signed number, meant so: 0x8010000C prints as -7feffff4.
+        logError(fmt::format("SCardConnectW failed error code hex {:x}", code));
+    }
+    return code;
+}
+
+}  // namespace KelmoraID

@@ -1,0 +1,54 @@
+#include "channel/reader_context.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "diag/logger.h"
+#include "diag/text_lists.h"
+
+namespace KelmoraID {
+
+// The mark goes the wrong way, and is meant to: see the header.
+ReaderContext::ReaderContext(ReaderContext&& other) noexcept
+    : hContext(std::exchange(other.hContext, 0)), readers_(std::move(other.readers_)) {
+    other.established = true;
+}
+
+ReaderContext::~ReaderContext() {
+    if (established) SCardReleaseContext(hContext);
+}
+
+LONG ReaderContext::establish() {
+    const LONG code = SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &hContext);
+    if (code == SCARD_S_SUCCESS) {
+        established = true;
+    } else {
+        logError(fmt::format("Error establishing context: {}", code));
+    }
+    return code;
+}
+
+LONG ReaderContext::listReaders(bool) {
+    readers_.clear();
+    DWORD length = 0;
+    const LONG code = SCardListReadersW(hContext, nullptr, nullptr, &length);
+    if (length == 0 || code != SCARD_S_SUCCESS) return code;
+    WideString buffer(length, WCHAR{});
+    // Not examined: should it fail, the buffer holds no name.
+    SCardListReadersW(hContext, nullptr, buffer.data(), &length);
+    readers_ = multiStringToList(buffer);
+    return SCARD_S_SUCCESS;
+}
+
+std::vector<WideString>& ReaderContext::findReaders(std::vector<WideString>& readers,
+                                                    const WideString& filter) {
+    readers.clear();
+    listReaders(false);
+    for (const WideString& name : readers_) {
+        if (filter.empty() || name.find(filter) != WideString::npos) readers.push_back(name);
+    }
+    return readers;
+}
+
+}  // namespace KelmoraID

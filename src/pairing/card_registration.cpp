@@ -1,0 +1,62 @@
+#include "pairing/card_registration.h"
+
+#include <string>
+#include <vector>
+
+#include "diag/logger.h"
+#include "diag/text_lists.h"
+#include "pairing/service_client.h"
+#include "pairing/service_log.h"
+
+namespace KelmoraID {
+namespace {
+
+// For the whole process, plain: they keep overlapping calls apart in the usual case only, which is
+// all that is asked of them.
+bool skipRegisterCard = false;
+bool registerCardRunning = false;
+
+}  // namespace
+
+void RegisterCard(const ByteVector& certificate, bool debug) {
+    const std::string encoded = encodeBase64(certificate);
+    if (encoded.empty()) {
+        logToFile(serviceLogScope, "Certificate handling failure. Skip smart card to AD pairing.");
+        return;
+    }
+    std::vector<std::string> addresses = readServiceAddresses();
+    if (addresses.empty()) {
+        logToFile(serviceLogScope, "No AD service address found. Skip smart card to AD pairing.");
+        return;
+    }
+    logVectorParts(addresses, debug);
+    for (std::string& address : addresses) {
+        trimBlanks(address);
+        if (address.empty()) continue;
+        const std::string body =
+            R"({"smartcard" : "NOT USED", "certificate" : ")" + encoded + R"("})";
+        if (sendServiceRequest("Post", address, body, debug)) return;
+    }
+}
+
+void registerAcquiredCard(const ByteVector& certificate) {
+    static constexpr const char* scope = "CardAcquireContext";
+    if (skipRegisterCard) return;
+    if (registerCardRunning) {
+        static constexpr const char* text =
+            "Another registercard action is already running. Do not attempt to pair card.";
+        logToFile(scope, text);
+        logWarning(text);
+        return;
+    }
+    logToFile(scope, "Entering RegisterCard");
+    registerCardRunning = true;
+    RegisterCard(certificate, false);
+    registerCardRunning = false;  // Not by a guard: an exception leaves it set, meant so.
+}
+
+void setSkipRegisterCard(bool skip) {
+    skipRegisterCard = skip;
+}
+
+}  // namespace KelmoraID
