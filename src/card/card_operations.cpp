@@ -1,0 +1,66 @@
+// The object for PIN and decipher sequences: how it is made, and its selections.
+#include "card/card_operations.h"
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+#include <system_error>
+
+#include "apdu/directory_identifiers.h"
+#include "apdu/select.h"
+#include "card/identifiers.h"
+#include "channel/protocol_control.h"
+#include "diag/logger.h"
+
+namespace KelmoraID {
+namespace {
+
+using FINEID::Select;
+using FINEID::SelectMode;
+
+constexpr bool noResponse = false;
+
+// A pointer, and meant so: a handler for std::exception does not see it, and nobody frees it.
+void throwUnlessSelected(const FINEID::Apdu& select, const char* text) {
+    if (!select.success()) throw new std::runtime_error(text);
+}
+
+}  // namespace
+
+CardOperations::CardOperations(SCARDHANDLE card, CardType type)
+    : hScard(card), sendPci(protocolControlOf(card)), cardType(type) {}
+
+void CardOperations::SelectFineidApplication() {
+    constexpr const char* failure = "Failed to select FINEID application.";
+    // Meant so: this application alone, without the second try that file reading makes.
+    Select select(SelectMode::applicationIdentifier, ByteVector(FineidAid.begin(), FineidAid.end()),
+                  noResponse);
+    try {
+        select.Transmit(hScard, sendPci);
+    } catch (const std::system_error& error) {
+        logToFile("SelectFineidApplication", fmt::format("Transmit error. Exception: {}, error: {}",
+                                                         error.what(), error.code().value()));
+        throw new std::runtime_error(failure);  // A pointer, as in throwUnlessSelected.
+    }
+    throwUnlessSelected(select, failure);
+}
+
+void CardOperations::selectRoot() {
+    Select select(SelectMode::masterFile, std::nullopt, noResponse);
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select root.");
+}
+
+void CardOperations::selectParent() {
+    Select select(SelectMode::parentDirectory, std::nullopt, noResponse);
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select parent.");
+}
+
+void CardOperations::selectEsignDirectory() {
+    selectRoot();
+    const SelectMode mode = hasSecondSigningKey(cardType) ? SelectMode::identifierUnderMasterFile
+                                                          : SelectMode::childDirectory;
+    Select select(mode, ByteVector(EsignIdentifier.begin(), EsignIdentifier.end()), noResponse);
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select ESIGN directory.");
+}
+
+}  // namespace KelmoraID

@@ -1,0 +1,31 @@
+#include <fmt/format.h>
+
+#include "channel/card_transaction_handler.h"
+#include "diag/byte_texts.h"
+
+namespace KelmoraID {
+
+ByteVector CardTransactionHandler::GetCertificate(std::uint32_t index) {
+    selectFINEIDApplication();  // Its failure shows itself in what comes after.
+    trace("GetCertificate");
+    const ByteVector path = GetDirectories(false, true, index);
+    trace([&] {
+        return fmt::format("GetCertificate, reading cert with path: {}", bytesToLogHex(path));
+    });
+    if (path.empty()) {
+        trace("GetCertificate, cert directory fetching failed.");
+        return {};
+    }
+    const ApduResult file = ReadFile(path);
+    if (!file.success()) {
+        trace("GetCertificate, ODF file read failed.");  // Meant so, for the certificate's file.
+        return {};
+    }
+    trace("GetCertificate, CERT file read successfully!");
+    trace([&] { return fmt::format("Cert result: {}", bytesToHexSpaced(file.responseData)); });
+    trace([&] { return fmt::format("Cert len: {}", file.responseData.size()); });
+    // Not trimmed by the certificate's own length: the file's size counts.
+    return file.responseData;
+}
+
+}  // namespace KelmoraID

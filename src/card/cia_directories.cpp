@@ -1,0 +1,159 @@
+// The object directories of a card (ISO/IEC 7816-15): the path of the n-th certificate and the
+// lengths of the n-th PIN. The files are walked tag by tag; nothing else is taken out of them.
+#include <fmt/format.h>
+
+#include <climits>
+#include <initializer_list>
+
+#include "card/identifiers.h"
+#include "card/tlv_scan.h"
+#include "channel/card_transaction_handler.h"
+#include "diag/byte_texts.h"
+
+namespace KelmoraID {
+namespace {
+
+constexpr BYTE sequence = 0x30;
+constexpr BYTE octetString = 0x04;
+constexpr BYTE integer = 0x02;
+constexpr BYTE bitString = 0x03;
+constexpr BYTE certificates = 0xA4;           // in the ODF: where the CDF is
+constexpr BYTE authenticationObjects = 0xA8;  // in the ODF: where the AODF is
+constexpr BYTE typeAttributes = 0xA1;
+constexpr BYTE pinReference = 0x80;
+
+// Goes down by the first element of each tag. @return whether every one was there
+bool descend(const ByteVector& from, std::initializer_list<BYTE> tags, ByteVector& value) {
+    value = from;
+    for (const BYTE tag : tags) {
+        ByteVector inner;
+        if (!findElement(value, tag, inner)) {
+            value.clear();
+            return false;
+        }
+        value = std::move(inner);
+    }
+    return true;
+}
+
+// The entry of that index, counted from 0; other tags at this level are passed over.
+bool entryOf(const ByteVector& directory, std::uint32_t index, ByteVector& entry) {
+    constexpr auto most = static_cast<std::uint32_t>(INT_MAX);
+    if (index >= most) {
+        entry.clear();
+        return false;
+    }
+    return findElement(directory, sequence, entry, static_cast<int>(index) + 1);
+}
+
+struct PinLengths {
+    ByteVector minimum;
+    ByteVector stored;
+};
+
+// Of the AODF's entry. The PIN flags and the reference must be there, though neither is used. Meant
+// so: the maximum is the stored length; the standard's maximum, a third number, is not looked at.
+// The path behind them may be there or not, and is of no use here.
+bool pinLengthsOf(const ByteVector& directory, std::uint32_t index, PinLengths& lengths) {
+    ByteVector entry;
+    ByteVector attributes;
+    ByteVector unused;
+    return entryOf(directory, index, entry) &&
+           descend(entry, {typeAttributes, sequence}, attributes) &&
+           findElement(attributes, bitString, unused) &&
+           findElement(attributes, integer, lengths.minimum) &&
+           findElement(attributes, integer, lengths.stored, 2) && !lengths.stored.empty() &&
+           findElement(attributes, pinReference, unused);
+}
+
+// Of the CDF's entry: the path of the certificate's file. @return whether it was there
+bool certificatePathOf(const ByteVector& directory, std::uint32_t index, ByteVector& path) {
+    ByteVector entry;
+    return entryOf(directory, index, entry) &&
+           descend(entry, {typeAttributes, sequence, sequence, octetString}, path);
+}
+
+}  // namespace
+
+ByteVector CardTransactionHandler::GetDirectories(bool readPrivateKey, bool readCertificate,
+                                                  std::uint32_t index) {
+    trace("GetDirectories");
+    const ApduResult odf = ReadFile(ByteVector(OdfPath.begin(), OdfPath.end()));
+    if (!odf.success()) {
+        trace("GetDirectories, ODF file reading failed");
+        return {};
+    }
+    trace("GetDirectories, ODF file read successful.");
+    if (readPrivateKey) return readPinLengths(odf.responseData, index);
+    if (readCertificate) return readCertificatePath(odf.responseData, index);
+    trace("Not reading certificates or private keys? Error?");
+    return {};
+}
+
+ByteVector CardTransactionHandler::readPinLengths(const ByteVector& odf, std::uint32_t index) {
+    // The texts speak of a private key file for what is the AODF, and stay so.
+    ByteVector path;
+    if (!descend(odf, {authenticationObjects, sequence, octetString}, path)) {
+        trace("GetDirectories PRK, ODF file decoding failed.");
+        return {};
+    }
+    trace([&] {
+        return fmt::format("GetDirectories PRK, private key file reading, filepath: {}.",
+                           bytesToLogHex(path));
+    });
+    const ApduResult aodf = ReadFile(path);
+    if (!aodf.success()) {
+        trace("GetDirectories PRK, AOD file reading failed.");
+        return {};
+    }
+    trace("GetDirectories PRK, AOD file read successful.");
+    PinLengths lengths;
+    if (!pinLengthsOf(aodf.responseData, index, lengths)) {
+        trace("GetDirectories PRK, exiting private key file reading.");
+        return {};
+    }
+    trace("GetDirectories PRK, file read successful.");
+    trace([&] {
+        return fmt::format("GetDirectories PRK, pinmin: {}", bytesToHexSpaced(lengths.minimum));
+    });
+    trace([&] {
+        return fmt::format("GetDirectories PRK, pinmax: {}", bytesToHexSpaced(lengths.stored));
+    });
+    ByteVector result = lengths.minimum;
+    result.push_back(lengths.stored.front());
+    return result;
+}
+
+ByteVector CardTransactionHandler::readCertificatePath(const ByteVector& odf, std::uint32_t index) {
+    ByteVector path;
+    if (!descend(odf, {certificates, sequence, octetString}, path)) {
+        trace("GetDirectories, ODF file decoding failed.");
+        return {};
+    }
+    trace([&] {
+        return fmt::format("GetDirectories CERT, reading filepath: {}.", bytesToLogHex(path));
+    });
+    const ApduResult cdf = ReadFile(path);
+    if (!cdf.success()) {
+        trace("GetDirectories CERT, file reading failed.");
+        return {};
+    }
+    ByteVector certificatePath;
+    if (certificatePathOf(cdf.responseData, index, certificatePath)) {
+        trace("GetDirectories CERT, file read successful.");
+    }
+    trace("GetDirectories CERT, exit file reading.");
+    return certificatePath;
+}
+
+std::pair<BYTE, BYTE> CardTransactionHandler::GetPinMinMaxLength(std::uint32_t index) {
+    selectFINEIDApplication();  // Its failure shows itself in what comes after.
+    const ByteVector lengths = GetDirectories(true, false, index);
+    if (lengths.size() != 2) {
+        trace("GetPinMinMaxLength, GetDirectories call failed.");
+        return {BYTE{0}, BYTE{0}};
+    }
+    return {lengths[0], lengths[1]};
+}
+
+}  // namespace KelmoraID

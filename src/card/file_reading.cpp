@@ -1,0 +1,115 @@
+// Reading an elementary file whole, by up to three forms of SELECT and READ BINARY in chunks
+// (ISO/IEC 7816-4, 11.2.2 and 11.3.3). Nothing is cached.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "apdu/command_factories.h"
+#include "channel/card_transaction_handler.h"
+#include "diag/byte_texts.h"
+
+namespace KelmoraID {
+namespace {
+
+constexpr std::size_t identifierLength = 2;
+constexpr std::uint32_t chunkSize = 127;
+constexpr std::uint32_t maxOffset = 0xFFFF;
+constexpr BYTE closingMarker = 0x7F;
+
+constexpr BYTE inCurrentDirectory = 0x02;
+constexpr BYTE byPath = 0x09;
+constexpr BYTE withControlParameters = 0x04;
+
+ApduCommand selectFile(BYTE P1, const ByteVector& identifier) {
+    return commands::select(P1, withControlParameters, identifier);
+}
+
+}  // namespace
+
+ApduResult CardTransactionHandler::ReadFile(const ByteVector& filePath) {
+    trace("readFile");
+    trace([&] { return fmt::format("ReadFile: full filePath: {}", bytesToLogHex(filePath)); });
+
+    ByteVector efIdentifier = filePath;
+    if (filePath.size() > identifierLength) {
+        const auto split = filePath.end() - identifierLength;
+        const ByteVector directory(filePath.begin(), split);
+        efIdentifier.assign(split, filePath.end());
+        trace([&] {
+            return fmt::format("ReadFile: selectDF, filePath-mid: {}", bytesToLogHex(directory));
+        });
+        ApduResult walked = selectDF(directory);
+        if (walked.isError()) {
+            trace([&] {
+                return fmt::format("ReadFile, selecting DF resulted in an error: {}",
+                                   walked.transportErrorCode);
+            });
+            return walked;
+        }
+    }
+
+    trace([&] {
+        return fmt::format("ReadFile: selectFileApdu, efIdentifier: {}",
+                           bytesToLogHex(efIdentifier));
+    });
+    ApduResult result = send(selectFile(inCurrentDirectory, efIdentifier));
+    if (!result.success()) {
+        trace([&] {
+            return fmt::format("ReadFile: selectFileApdu, whole filepath: {}",
+                               bytesToLogHex(filePath));
+        });
+        // Meant so: some cards need the whole path under the P1 of a file in the directory.
+        result = send(selectFile(inCurrentDirectory, filePath));
+    }
+    if (!result.success()) {
+        trace([&] {
+            return fmt::format("ReadFile: selectFileApdu (Cosmo X), filePath: {}",
+                               bytesToLogHex(filePath));
+        });
+        result = send(selectFile(byPath, filePath));
+    }
+
+    if (!result.success()) {
+        trace("Completing ReadFile with error.");
+    } else if (const std::uint32_t size = result.fileSize(); size != 0) {
+        result = readBinary(size);
+        if (!result.success()) trace("ReadFile, readBinary failed.");
+    }
+    // Meant so: of a file with size 0 the control parameters stand as its content.
+    trace("Completing ReadFile.");
+    return result;
+}
+
+ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
+    trace("readBinary");
+    ByteVector content;
+    std::uint32_t remaining = length;
+    while (remaining != 0) {
+        const std::uint32_t chunk = std::min(remaining, chunkSize);
+        const std::uint32_t offset = length - remaining;
+        if (offset > maxOffset) {
+            // P1 and P2 hold 16 bits: a larger offset would wrap and read the file's start again,
+            // so a card that states a huge size would be read for hours.
+            trace("Error in readBinary!");
+            return ApduResult(SCARD_E_UNEXPECTED);
+        }
+        // Meant so: P1 is not masked, though a card takes its high bit for a short identifier.
+        ApduResult read =
+            send(commands::readBinary(static_cast<BYTE>(offset >> 8),
+                                      static_cast<BYTE>(offset & 0xFF), static_cast<BYTE>(chunk)));
+        if (!read.success() || read.responseData.size() != chunk) {
+            trace("Error in readBinary!");
+            // Meant so: this chunk's result alone, also where a short chunk came with 9000.
+            return read;
+        }
+        content.insert(content.end(), read.responseData.begin(), read.responseData.end());
+        remaining -= chunk;
+    }
+    trace("readBinary exiting successfully!");
+    ApduResult whole(commands::readBinary(closingMarker, 0x00, static_cast<BYTE>(length & 0xFF)));
+    content.insert(content.end(), {0x90, 0x00});
+    whole.applyReply(content);
+    return whole;
+}
+
+}  // namespace KelmoraID
