@@ -6,6 +6,7 @@
 #include "frame/card_type_of.h"
 #include "frame/entry_log.h"
 #include "frame/entry_points.h"
+#include "pin/authentication_checks.h"
 #include "pin/dialog_loop.h"
 #include "pin/verification_outcome.h"
 
@@ -13,7 +14,6 @@ namespace KelmoraID {
 namespace {
 
 constexpr auto invalidParameter = static_cast<DWORD>(SCARD_E_INVALID_PARAMETER);
-constexpr auto unsupportedFeature = static_cast<DWORD>(SCARD_E_UNSUPPORTED_FEATURE);
 constexpr auto unexpected = static_cast<DWORD>(SCARD_E_UNEXPECTED);
 
 DWORD exitAuthentication(DWORD status) {
@@ -32,32 +32,6 @@ bool readPinInfo(PCARD_DATA pCardData, PIN_ID pinId, PIN_INFO& pinInfo) {
     return CardGetProperty(pCardData, WIDE_TEXT("PIN Information"),
                            reinterpret_cast<PBYTE>(&pinInfo), sizeof pinInfo, &length,
                            pinId) == static_cast<DWORD>(SCARD_S_SUCCESS);
-}
-
-// The checks of the flags other than CARD_PIN_SILENT_CONTEXT, with their lines. @return 0 to go on
-DWORD checkFlags(DWORD dwFlags, bool isExternal, bool hasSessionPointers) {
-    switch (dwFlags) {
-        case 0:
-            return 0;
-        case CARD_AUTHENTICATE_GENERATE_SESSION_PIN:
-            if (!isExternal) {
-                logDebug("CMR_66: Session PIN generation is not supported.");
-                return exitAuthentication(unsupportedFeature);
-            }
-            if (!hasSessionPointers) {
-                logToFile(authenticationScope,
-                          "CMR_76: Generating a session PIN and ppbSessionPin or pcbSessionPin is "
-                          "NULL.");
-                return exitAuthentication(invalidParameter);
-            }
-            return 0;  // The two outputs are never written, and meant not to be.
-        case CARD_AUTHENTICATE_SESSION_PIN:
-            logToFile(authenticationScope, "CMR_67: Session PIN validation is not supported.");
-            return exitAuthentication(unsupportedFeature);
-        default:
-            logDebug("CMR_74: dwFlags is invalid.");
-            return exitAuthentication(invalidParameter);
-    }
 }
 
 // One attempt with the PIN that the platform has asked for.
@@ -103,28 +77,15 @@ DWORD WINAPI CardAuthenticateEx(PCARD_DATA pCardData, PIN_ID PinId, DWORD dwFlag
     // What kind of PIN it is falls here, afresh on every call.
     PIN_INFO pinInfo{};
     if (!readPinInfo(pCardData, PinId, pinInfo)) return exitAuthentication(unexpected);
-    // "PIN Information" gives no empty PIN and asks for no secure entry; both tests stay.
-    if (pinInfo.PinType == EmptyPinType) return exitAuthentication(SCARD_S_SUCCESS);
-    const bool isExternal = pinInfo.PinType == ExternalPinType;
-    if ((dwFlags & CARD_PIN_SILENT_CONTEXT) != 0 && isExternal) {
-        logDebug("CMR_68: External authentication without UI is not supported.");
-        return unsupportedFeature;
-    }
-    if (pbPinData == nullptr && !isExternal) {
-        logDebug("CMR_73: pbPinData is NULL and PIN type is not external or empty.");
-        return exitAuthentication(invalidParameter);
-    }
-    const DWORD refused = checkFlags(dwFlags & ~CARD_PIN_SILENT_CONTEXT, isExternal,
-                                     ppbSessionPin != nullptr && pcbSessionPin != nullptr);
-    if (refused != 0) return refused;
-    if ((pinInfo.dwFlags & PIN_INFO_REQUIRE_SECURE_ENTRY) != 0) {
-        return exitAuthentication(unexpected);
-    }
+    const AuthenticationRequest request{dwFlags, pbPinData != nullptr,
+                                        ppbSessionPin != nullptr && pcbSessionPin != nullptr};
+    const std::optional<DWORD> ended = checkAuthentication(pinInfo, request);
+    if (ended) return *ended;
 
     const CardContext& context = contextOf(pCardData);
     const auto pinId = static_cast<KelmoraID::PinId>(PinId);
     const AttemptVerifyPin attemptVerifyPin(context, *pCardData, pinId, card);
-    if (isExternal) {
+    if (pinInfo.PinType == ExternalPinType) {
         logDropped(
             "CardAuthenticateEx: Normal operation: Kelmora ID is installed. Display external UI "
             "for PIN querying.");
