@@ -42,7 +42,8 @@ WideString readRegistryString(const WideString& key, const WideString& value) {
         logToFile("AdAttributeService", "Could not read registry.");
         return {};
     }
-    const std::size_t withTerminator = std::min(byteCount / sizeof(WCHAR), text.size());
+    const std::size_t withTerminator =
+        std::min<std::size_t>(byteCount / sizeof(WCHAR), text.size());
     text.resize(withTerminator == 0 ? 0 : withTerminator - 1);
     return text;
 }
