@@ -18,10 +18,14 @@ endif()
 if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard_pcsclite.cpp")
     # The card seam as a library of its own, like winscard.dll on Windows: whoever loads another
     # library of this name first decides what stands behind it.
-    add_library(winscard SHARED platform/posix/winscard_pcsclite.cpp)
+    add_library(winscard SHARED platform/posix/winscard_pcsclite.cpp platform/posix/utf_text.cpp)
     target_include_directories(winscard PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
-    target_link_libraries(winscard PRIVATE PkgConfig::PCSCLITE kelmora_warnings)
+    # Only the header of PC/SC lite: its library has the same names and is loaded apart.
+    target_include_directories(winscard SYSTEM PRIVATE ${PCSCLITE_INCLUDE_DIRS})
+    target_link_libraries(winscard PRIVATE kelmora_warnings ${CMAKE_DL_LIBS})
     target_compile_options(winscard PRIVATE -fvisibility=default)
+    target_link_options(winscard PRIVATE
+        "-Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard.map")
     set_target_properties(winscard PROPERTIES OUTPUT_NAME kelmora-winscard
                           LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
 

@@ -176,7 +176,11 @@ struct CERT_PUBLIC_KEY_INFO {
     CRYPT_ALGORITHM_IDENTIFIER Algorithm;
     CRYPT_BIT_BLOB PublicKey;
 };
-struct CERT_EXTENSION;
+struct CERT_EXTENSION {
+    LPSTR pszObjId;
+    BOOL fCritical;
+    CRYPT_OBJID_BLOB Value;
+};
 struct CERT_INFO {
     DWORD dwVersion;
     CRYPT_INTEGER_BLOB SerialNumber;
