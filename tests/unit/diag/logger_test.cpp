@@ -26,11 +26,9 @@ TEST(Logger, WritesTheFourLevelsToStandardOutput) {
     logError("d");
     logLevel("OWN", "e");
     logDropped("f");
-    EXPECT_EQ(log.output(), (LogLines{{"INFO", "a"},
-                                      {"DEBUG", "b"},
-                                      {"WARNING", "c"},
-                                      {"ERROR", "d"},
-                                      {"OWN", "e"}}));
+    EXPECT_EQ(
+        log.output(),
+        (LogLines{{"INFO", "a"}, {"DEBUG", "b"}, {"WARNING", "c"}, {"ERROR", "d"}, {"OWN", "e"}}));
     EXPECT_EQ(log.file(), LogLines{});
 }
 
