@@ -146,9 +146,9 @@ LONG WINAPI SCardStatusW(SCARDHANDLE hCard, LPWSTR mszReaderNames, LPDWORD pcchR
     return writeReaderName(mszReaderNames, pcchReaderLen, 2);
 }
 
-LONG WINAPI SCardTransmit(SCARDHANDLE hCard, LPCSCARD_IO_REQUEST pioSendPci, LPCBYTE pbSendBuffer,
-                          DWORD cbSendLength, LPSCARD_IO_REQUEST, LPBYTE pbRecvBuffer,
-                          LPDWORD pcbRecvLength) {
+LONG WINAPI SCardTransmit(SCARDHANDLE hCard, LPCSCARD_IO_REQUEST pioSendPci,
+                          const BYTE* pbSendBuffer, DWORD cbSendLength, LPSCARD_IO_REQUEST,
+                          LPBYTE pbRecvBuffer, LPDWORD pcbRecvLength) {
     if (seam == nullptr || seam->transmit == nullptr) return SCARD_E_NO_SERVICE;
     if (pbSendBuffer == nullptr || pbRecvBuffer == nullptr || pcbRecvLength == nullptr) {
         return SCARD_E_INVALID_PARAMETER;

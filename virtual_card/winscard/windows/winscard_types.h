@@ -4,7 +4,6 @@
 
 // Keeps windows.h from including winscard.h. The statuses come with it all the same (winerror.h).
 #define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include <windows.h>
 
 using SCARDCONTEXT = ULONG_PTR;
