@@ -1,0 +1,40 @@
+# The names that people type. CMake and the scripts in tools/ do the work.
+.PHONY: help native windows windows-x64 windows-x86 test demo lint format fuzz reproducible clean
+BUILD = cmake --preset $@ && cmake --build --preset $@
+
+help:
+	@echo 'make windows       both DLLs: build/windows-x64/ and build/windows-x86/'
+	@echo 'make native        the same library for this machine, over PC/SC lite: build/native/'
+	@echo 'make test          every check and test; ./test.sh installs what it needs first'
+	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
+	@echo 'make lint          the checks of the source only'
+	@echo 'make format        clang-format over all sources'
+	@echo 'make fuzz          the fuzzers, a minute each'
+	@echo 'make reproducible  builds both DLLs twice, in two folders, and compares'
+	@echo 'make clean         removes build/'
+
+native:
+	$(BUILD)
+
+windows: windows-x64 windows-x86
+
+windows-x64:
+	KELMORA_BOTAN_X64=$$(tools/build_botan.sh x86_64) && export KELMORA_BOTAN_X64 && $(BUILD)
+
+windows-x86:
+	KELMORA_BOTAN_X86=$$(tools/build_botan.sh i686) && export KELMORA_BOTAN_X86 && $(BUILD)
+
+test:
+	tools/run_tests.py
+
+lint:
+	tools/run_tests.py lint
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format-14 -i
+
+reproducible:
+	tools/check_reproducible.sh
+
+clean:
+	rm -rf build

@@ -1,0 +1,58 @@
+#!/bin/sh
+# Installs the Debian packages that are missing for a purpose; quick, and without the network, when
+# none is.
+#
+#   tools/install_packages.sh build|run|test|package ...
+set -eu
+
+build="make cmake ninja-build g++ python3 pkg-config libfmt-dev libbotan-2-dev libpcsclite-dev
+       libcurl4-openssl-dev libcli11-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+       dpkg-dev xz-utils ca-certificates"
+run="wine wine64 openssl"
+test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd
+      pcsc-tools nginx-light git"
+package="wixl osslsigncode"
+
+wanted=
+for purpose in "$@"; do
+    case $purpose in
+    build) wanted="$wanted $build" ;;
+    run) wanted="$wanted $run" ;;
+    test) wanted="$wanted $test" ;;
+    package) wanted="$wanted $package" ;;
+    *) echo "$0: no such purpose: $purpose (build, run, test, package)" >&2; exit 2 ;;
+    esac
+done
+[ -n "$wanted" ] || { echo "usage: $0 build|run|test|package ..." >&2; exit 2; }
+
+missing=
+for name in $wanted; do
+    state=$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null || true)
+    [ "$state" = installed ] || missing="$missing $name"
+done
+[ -n "$missing" ] || exit 0
+
+. /etc/os-release
+if [ "${ID:-}" != debian ] || [ "${VERSION_ID:-}" != 12 ]; then
+    echo "This script installs packages on Debian 12 only; this is ${PRETTY_NAME:-another system}." >&2
+    echo "Missing here:$missing" >&2
+    exit 1
+fi
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "Root or sudo is needed to install packages. Missing here:$missing" >&2
+        exit 1
+    fi
+}
+
+echo "Installing with apt-get:$missing"
+as_root apt-get -qq -o DPkg::Lock::Timeout=300 update
+# shellcheck disable=SC2086 # the names are words
+as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 \
+    -o Dpkg::Use-Pty=0 install --yes --no-install-recommends $missing
+echo "Installed."
