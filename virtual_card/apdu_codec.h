@@ -13,7 +13,6 @@ namespace sw {
 inline constexpr std::uint16_t ok = 0x9000;
 inline constexpr std::uint16_t endOfFile = 0x6282;
 inline constexpr std::uint16_t wrongLength = 0x6700;
-inline constexpr std::uint16_t lastOfChainExpected = 0x6883;
 inline constexpr std::uint16_t chainingNotSupported = 0x6884;
 inline constexpr std::uint16_t securityStatusNotSatisfied = 0x6982;
 inline constexpr std::uint16_t methodBlocked = 0x6983;

@@ -128,10 +128,7 @@ Reply performSecurityOperation(CardState& card, const Command& command) {
         return {{}, sw::chainingNotSupported};
     }
     // An open chain goes on with the same command, or is given up.
-    if (card.chain && operation != decipherOperation) {
-        card.chain.reset();
-        return {{}, sw::lastOfChainExpected};
-    }
+    if (operation != decipherOperation) card.chain.reset();
     switch (operation) {
         case hashOperation:
             return hash(card, command);

@@ -243,8 +243,8 @@ constexpr std::array<Generation, 6> rows{{
                    .unknownApplicationId = sw::fileNotFound},
         .fcpSize = FcpSize::Tag81AheadOf80,
         .replyStyle = ReplyStyle::Direct,
-        // Trusted public keys, secret keys and data objects, which FINEID cards have none of.
-        .odfAhead = "A20630040402440AA30630040402440BA70630040402440C",
+        // Public keys, trusted public keys, secret keys and data objects.
+        .odfAhead = "A106300404024409A20630040402440AA30630040402440BA70630040402440C",
         .filler = 32,
         .certificateDirectoryPath = "3F004403",
         .authenticationDirectoryPath = "3F004401",

@@ -86,9 +86,10 @@ std::string_view nameOf(PinRole role) {
 /// PinAttributes ::= SEQUENCE { pinFlags, pinType, minLength, storedLength, maxLength, pinReference
 /// [0], padChar, path }
 Bytes pinEntry(const Generation& generation, const PinRow& pin) {
-    // case-sensitive, initialized, needs-padding where the card wants it
+    // case-sensitive, initialized; local in a directory of its own, needs-padding where wanted
     bool padded = generation.pinBlockLength != 0;
-    Bytes flags{0x02, static_cast<std::uint8_t>(padded ? 0x8C : 0x88)};
+    int bits = 0x88 | (pin.directory != masterFile ? 0x40 : 0) | (padded ? 0x04 : 0);
+    Bytes flags{static_cast<std::uint8_t>(padded ? 2 : 3), static_cast<std::uint8_t>(bits)};
     std::size_t stored = padded ? generation.pinBlockLength : pin.maximumLength;
     Bytes attributes = tlv(sequence, {
                                          tlv(bitString, flags),

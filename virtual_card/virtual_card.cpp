@@ -58,10 +58,7 @@ Reply VirtualCard::carryOut(const Command& command) {
         if (row.ins != command.ins) continue;
         if (row.ins != performSecurityOperationIns) {
             if (command.cla == 0x10) return {{}, sw::chainingNotSupported};
-            if (state_.chain) {
-                state_.chain.reset();
-                return {{}, sw::lastOfChainExpected};
-            }
+            state_.chain.reset();  // given up by any other command
         }
         // What was not fetched is gone with the next command.
         if (row.ins != getResponseIns) state_.waiting = {};
