@@ -1,7 +1,6 @@
 # What every Windows binary of this build is compiled and linked with, for hardening and for equal
 # bytes from equal sources: no folder of the building machine and no moment of the build in a file.
-add_compile_options(-fstack-protector-strong -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
-                    -ffile-prefix-map=${CMAKE_BINARY_DIR}/=)
+add_compile_options(-fstack-protector-strong -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 add_link_options(-fstack-protector-strong -Wl,--no-insert-timestamp -Wl,--dynamicbase
                  -Wl,--nxcompat)
