@@ -1,5 +1,5 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 test demo lint format fuzz reproducible clean
+.PHONY: help native windows windows-x64 windows-x86 test demo lint format fuzz package sign reproducible clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -10,6 +10,8 @@ help:
 	@echo 'make lint          the checks of the source only'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
+	@echo 'make package       the MSI and the registration file for Windows: build/package/'
+	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem'
 	@echo 'make reproducible  builds both DLLs twice, in two folders, and compares'
 	@echo 'make clean         removes build/'
 
@@ -32,6 +34,15 @@ lint:
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format-14 -i
+
+package: windows
+	tools/install_packages.sh package
+	packaging/windows/make_package.sh
+
+sign: windows
+	@test -n "$(CERTIFICATE)" -a -n "$(KEY)" || { echo 'usage: make sign CERTIFICATE=file.pem KEY=file.pem'; exit 2; }
+	tools/install_packages.sh package
+	packaging/windows/make_package.sh "$(CERTIFICATE)" "$(KEY)"
 
 reproducible:
 	tools/check_reproducible.sh

@@ -6,12 +6,12 @@
 set -eu
 
 build="make cmake ninja-build g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
-       libcurl4-openssl-dev libcli11-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+       libcurl4-openssl-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
 test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd
-      pcsc-tools nginx-light git"
-package="wixl msitools osslsigncode"
+      pcsc-tools nginx-light git wixl"
+package="wixl osslsigncode"
 
 wanted=
 for purpose in "$@"; do

@@ -9,6 +9,7 @@ Stages, by default all of them in this order:
   windows   builds both DLLs and checks the files themselves
   wine-x64  the boundary suite against the x64 DLL, in Wine
   wine-x86  the boundary suite against the x86 DLL, in 32-bit Wine
+  package   the MSI and the registration file, installed and taken away in Wine
   system    the programs together: PC/SC daemon, virtual reader, cardhost, OpenSSL
 
 What a command prints goes to build/test-logs/; the end of it is shown where something failed.
@@ -85,6 +86,17 @@ def check(tally, name, title, command, log_name, **options):
         show_end(output)
     tally.result(name, None if code == 0 else f"exit code {code}")
     return code == 0
+
+
+def checks(tally, name, title, command, log_name):
+    """Runs a command that prints its checks as lines that begin with "ok - " or "not ok - "."""
+    code, output = run(title, command, log_name)
+    results = re.findall(r"^(not ok|ok) - (.*)$", output, re.M)
+    for state, check_name in results:
+        tally.result(check_name, None if state == "ok" else "")
+    if code not in (0, 1) or not results or bool(code) == all(state == "ok" for state, _ in results):
+        show_end(output)
+        tally.result(name, f"exit code {code}")
 
 
 # Reading results ------------------------------------------------------------------------------
@@ -220,16 +232,9 @@ def windows(tally):
         if not build_windows(tally, "windows", architecture, ["minidriver", "cardhost"]):
             continue
         dll = ROOT / f"build/windows-{architecture}/kelmora-id-minidriver.dll"
-        code, output = run(f"Checking the {architecture} DLL itself",
-                           [sys.executable, "tests/lint/check_dll.py", architecture, dll],
-                           f"windows-dll-{architecture}")
-        results = re.findall(r"^(not ok|ok) - (.*)$", output, re.M)
-        for state, name in results:
-            tally.result(name, None if state == "ok" else "")
-        if code not in (0, 1) or not results:
-            show_end(output)
-            tally.result(f"windows: the checks of the {architecture} DLL", f"exit code {code}")
         say(f"    {dll.stat().st_size} bytes")
+        checks(tally, f"windows: checks of the {architecture} DLL", f"Checking the {architecture} DLL itself",
+               [sys.executable, "tests/lint/check_dll.py", architecture, dll], f"windows-dll-{architecture}")
 
 
 def in_wine(tally, architecture):
@@ -259,12 +264,22 @@ def system(tally):
         run_ctest(tally, "system", ROOT / "build/native", ["-L", "system"], 1)
 
 
+def package(tally):
+    if not all(build_windows(tally, "package", architecture, ["minidriver"]) for architecture in WINDOWS):
+        return
+    if check(tally, "package: is made", "Making the package", ["packaging/windows/make_package.sh"],
+             "package-make"):
+        checks(tally, "package: checks", "Installing it in Wine, and taking it away",
+               [sys.executable, "packaging/windows/check_package.py"], "package-check")
+
+
 STAGES = {
     "lint": ("Lint", lint),
     "native": ("Unit and boundary tests, under sanitizers", native),
     "windows": ("The Windows DLLs", windows),
     "wine-x64": ("The boundary suite in Wine, x64", lambda tally: in_wine(tally, "x64")),
     "wine-x86": ("The boundary suite in Wine, x86", lambda tally: in_wine(tally, "x86")),
+    "package": ("The package for Windows", package),
     "system": ("System tests", system),
 }
 
