@@ -29,11 +29,18 @@ windows-x86:
 test:
 	tools/run_tests.py
 
+demo: windows-x64
+	tools/demo.sh
+
 lint:
 	tools/run_tests.py lint
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format-14 -i
+
+fuzz:
+	$(BUILD)
+	tools/run_fuzzers.sh
 
 package: windows
 	tools/install_packages.sh package
