@@ -1,0 +1,260 @@
+#include "card_source.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "exit_codes.h"
+#include "files.h"
+#include "os.h"
+#include "reader_seam.h"
+#include "status_names.h"
+#include "virtual_card/winscard/virtual_reader.h"
+#include "winscard_calls.h"
+
+namespace cardhost {
+
+namespace {
+
+constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
+constexpr std::size_t longestAtr = 36;
+constexpr std::size_t longestState = 65536;
+
+[[noreturn]] void notFound(const std::string& what, LONG status) {
+    throw Failure(ExitCode::notFound,
+                  fmt::format("{}: {}", what, statusText(static_cast<DWORD>(status))));
+}
+
+/// A context of PC/SC, released with the object.
+class PcscContext {
+public:
+    explicit PcscContext(const WinscardCalls& calls) : calls_(calls) {
+        const LONG status = calls_.establishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context_);
+        if (status != SCARD_S_SUCCESS) notFound("no smart-card service answers", status);
+    }
+    ~PcscContext() { calls_.releaseContext(context_); }
+    PcscContext(const PcscContext&) = delete;
+    PcscContext& operator=(const PcscContext&) = delete;
+
+    SCARDCONTEXT context() const { return context_; }
+
+    std::vector<std::string> readerNames() const {
+        DWORD length = 0;
+        LONG status = calls_.listReaders(context_, nullptr, nullptr, &length);
+        WideText names(length, WCHAR{0});
+        if (status == SCARD_S_SUCCESS) {
+            status = calls_.listReaders(context_, nullptr, names.data(), &length);
+        }
+        if (status == SCARD_E_NO_READERS_AVAILABLE) return {};
+        if (status != SCARD_S_SUCCESS) notFound("the readers cannot be listed", status);
+        names.resize(std::min<std::size_t>(length, names.size()));
+        std::vector<std::string> result;
+        for (std::size_t start = 0; start < names.size() && names[start] != 0;) {
+            const std::size_t end = std::min(names.find(WCHAR{0}, start), names.size());
+            result.push_back(utf8(std::basic_string_view<WCHAR>(names).substr(start, end - start)));
+            start = end + 1;
+        }
+        return result;
+    }
+
+private:
+    const WinscardCalls& calls_;
+    SCARDCONTEXT context_ = 0;
+};
+
+/// A connection to the card in a reader, ended with the object; the card is left as it is.
+class Connection {
+public:
+    Connection(const WinscardCalls& calls, SCARDCONTEXT context, const std::string& reader)
+        : calls_(calls) {
+        DWORD protocol = 0;
+        status_ = calls_.connect(context, wide(reader).c_str(), SCARD_SHARE_SHARED, anyProtocol,
+                                 &card_, &protocol);
+        if (status_ != SCARD_S_SUCCESS) card_ = 0;
+    }
+    ~Connection() {
+        if (isHeld_) calls_.endTransaction(card_, SCARD_LEAVE_CARD);
+        if (card_ != 0) calls_.disconnect(card_, SCARD_LEAVE_CARD);
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    LONG status() const { return status_; }
+    SCARDHANDLE card() const { return card_; }
+
+    /// Holds the card until the end of the object, as the platform does around its calls.
+    void hold() {
+        const LONG status = calls_.beginTransaction(card_);
+        if (status != SCARD_S_SUCCESS) notFound("the card cannot be held", status);
+        isHeld_ = true;
+    }
+
+    /// Empty if the card does not tell.
+    Bytes atr() const {
+        std::array<BYTE, longestAtr> atr{};
+        auto length = static_cast<DWORD>(atr.size());
+        DWORD state = 0;
+        DWORD protocol = 0;
+        const LONG status =
+            calls_.status(card_, nullptr, nullptr, &state, &protocol, atr.data(), &length);
+        if (status != SCARD_S_SUCCESS) return {};
+        return Bytes(atr.begin(), atr.begin() + std::min<std::ptrdiff_t>(
+                                                    static_cast<std::ptrdiff_t>(length),
+                                                    static_cast<std::ptrdiff_t>(atr.size())));
+    }
+
+private:
+    const WinscardCalls& calls_;
+    SCARDHANDLE card_ = 0;
+    LONG status_ = 0;
+    bool isHeld_ = false;
+};
+
+/// A virtual card behind the seam. With a state file its tries left go on from where the last
+/// command left them.
+class VirtualSource {
+public:
+    VirtualSource(const CardChoice& choice, const Trace& trace)
+        : reader_(*virtual_card::findGeneration(choice.virtualType)), stateFile_(choice.stateFile) {
+        reader_.onExchange = [&trace](const virtual_card::Exchange& exchange) {
+            trace.command(exchange.command);
+            trace.reply(static_cast<LONG>(exchange.code), exchange.reply);
+        };
+        std::error_code ignored;
+        if (stateFile_.empty() || !std::filesystem::exists(stateFile_, ignored)) return;
+        const Bytes state = contentOf(stateFile_, longestState);
+        try {
+            reader_.card().loadState(std::string(state.begin(), state.end()));
+        } catch (const std::runtime_error& error) {
+            throw Failure(ExitCode::file, fmt::format("{} is no state of this virtual card: {}",
+                                                      shown(stateFile_), error.what()));
+        }
+    }
+    ~VirtualSource() {
+        if (stateFile_.empty()) return;
+        try {
+            writeFile(stateFile_, reader_.card().saveState());
+        } catch (const Failure& failure) {
+            fmt::print(stderr, "cardhost: {}\n", failure.what());
+        }
+    }
+    VirtualSource(const VirtualSource&) = delete;
+    VirtualSource& operator=(const VirtualSource&) = delete;
+
+    const CardSeam* seam() const { return reader_.seam(); }
+
+private:
+    virtual_card::VirtualReader reader_;
+    std::filesystem::path stateFile_;
+};
+
+std::filesystem::path seamLibrary() {
+    return os::seamWinscard(os::programFolder());
+}
+
+void setSeam(const os::Library& library, const CardSeam* seam) {
+    library.get<SetCardSeamFunction>("SetCardSeam")(seam);
+}
+
+std::string chosenReader(const WinscardCalls& calls, const PcscContext& pcsc,
+                         const std::string& wanted) {
+    const auto names = pcsc.readerNames();
+    if (names.empty()) throw Failure(ExitCode::notFound, "no reader is connected");
+    if (!wanted.empty()) {
+        if (std::find(names.begin(), names.end(), wanted) == names.end()) {
+            throw Failure(ExitCode::notFound, fmt::format("no reader '{}'; there are: {}", wanted,
+                                                          fmt::join(names, ", ")));
+        }
+        return wanted;
+    }
+    for (const std::string& name : names) {
+        if (Connection(calls, pcsc.context(), name).status() == SCARD_S_SUCCESS) return name;
+    }
+    throw Failure(ExitCode::notFound, "no reader has a card in it");
+}
+
+}  // namespace
+
+std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder) {
+    const os::Library library(os::realWinscard(driverFolder));
+    const WinscardCalls calls(library);
+    const PcscContext pcsc(calls);
+    std::vector<ReaderState> readers;
+    for (const std::string& name : pcsc.readerNames()) {
+        const Connection connection(calls, pcsc.context(), name);
+        readers.push_back({name, connection.status(),
+                           connection.status() == SCARD_S_SUCCESS ? connection.atr() : Bytes()});
+    }
+    return readers;
+}
+
+/// In the order of their making: each stands on those ahead of it.
+struct ConnectedCard::Parts {
+    // The library whose name the driver's import resolves to is loaded first.
+    std::optional<os::Library> seamLibrary;
+    std::optional<os::Library> realLibrary;
+    std::optional<VirtualSource> virtualSource;
+    std::optional<WinscardCalls> calls;
+    std::optional<ReaderSeam> readerSeam;
+    std::optional<PcscContext> pcsc;
+    std::optional<Connection> connection;
+    std::string reader;
+    Bytes atr;
+
+    ~Parts() {
+        connection.reset();
+        pcsc.reset();
+        if (seamLibrary) setSeam(*seamLibrary, nullptr);
+    }
+};
+
+ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::path& driverFolder,
+                             const Trace& trace)
+    : parts_(std::make_unique<Parts>()) {
+    Parts& parts = *parts_;
+    if (!choice.reader || trace.isOn()) parts.seamLibrary.emplace(seamLibrary());
+    if (choice.reader) {
+        parts.realLibrary.emplace(os::realWinscard(driverFolder));
+        parts.calls.emplace(*parts.realLibrary);
+        if (parts.seamLibrary) {
+            parts.readerSeam.emplace(*parts.calls, trace);
+            setSeam(*parts.seamLibrary, parts.readerSeam->seam());
+        }
+    } else {
+        parts.virtualSource.emplace(choice, trace);
+        setSeam(*parts.seamLibrary, parts.virtualSource->seam());
+        parts.calls.emplace(*parts.seamLibrary);
+    }
+    parts.pcsc.emplace(*parts.calls);
+    parts.reader = chosenReader(*parts.calls, *parts.pcsc, choice.reader.value_or(""));
+    parts.connection.emplace(*parts.calls, parts.pcsc->context(), parts.reader);
+    if (parts.connection->status() != SCARD_S_SUCCESS) {
+        notFound(fmt::format("no card answers in {}", parts.reader), parts.connection->status());
+    }
+    parts.connection->hold();
+    parts.atr = parts.connection->atr();
+    if (parts.atr.empty()) throw Failure(ExitCode::notFound, "the card does not tell its ATR");
+}
+
+ConnectedCard::~ConnectedCard() = default;
+
+SCARDCONTEXT ConnectedCard::context() const {
+    return parts_->pcsc->context();
+}
+
+SCARDHANDLE ConnectedCard::handle() const {
+    return parts_->connection->card();
+}
+
+const std::string& ConnectedCard::reader() const {
+    return parts_->reader;
+}
+
+const Bytes& ConnectedCard::atr() const {
+    return parts_->atr;
+}
+
+}  // namespace cardhost

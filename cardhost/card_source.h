@@ -1,0 +1,54 @@
+// The card behind the driver: a virtual one in this process, or one in a reader. Either way the
+// program decides it by the winscard library that it loads ahead of the driver, whose import of the
+// same name then resolves to that one.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bytes.h"
+#include "trace.h"
+
+namespace cardhost {
+
+struct CardChoice {
+    int virtualType = 3;                // the generation of a virtual card, 3 to 8
+    std::filesystem::path stateFile;    // where that card's tries are kept; empty for nowhere
+    std::optional<std::string> reader;  // a reader's name instead, or "" for the first with a card
+};
+
+/// A reader and what is in it.
+struct ReaderState {
+    std::string name;
+    LONG status;  // of the connection: 0 with a card
+    Bytes atr;
+};
+
+/// All readers of the machine's PC/SC service. Throws a Failure (notFound) if there is none to ask.
+std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder);
+
+/// A connection to one card, held in one transaction as the platform holds it, until the object
+/// ends. The card is left as it is.
+class ConnectedCard {
+public:
+    /// Throws a Failure (notFound) if there is no such card.
+    ConnectedCard(const CardChoice& choice, const std::filesystem::path& driverFolder,
+                  const Trace& trace);
+    ~ConnectedCard();
+    ConnectedCard(const ConnectedCard&) = delete;
+    ConnectedCard& operator=(const ConnectedCard&) = delete;
+
+    SCARDCONTEXT context() const;
+    SCARDHANDLE handle() const;
+    const std::string& reader() const;
+    const Bytes& atr() const;
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace cardhost

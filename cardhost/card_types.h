@@ -1,0 +1,17 @@
+// The generations of FINEID cards, told apart by their ATR.
+#pragma once
+
+#include "bytes.h"
+
+namespace cardhost {
+
+struct CardGeneration {
+    int type;  // 3 to 8
+    const char* atr;
+    const char* description;
+};
+
+/// The generation with this ATR, also with one further byte behind it; null for any other card.
+const CardGeneration* generationOf(ByteView atr);
+
+}  // namespace cardhost

@@ -1,0 +1,73 @@
+// cardhost export: certificates into files.
+#include <memory>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "containers.h"
+#include "files.h"
+#include "session.h"
+
+namespace cardhost {
+
+namespace {
+
+struct ExportOptions {
+    std::string out;
+    int container = -1;  // all of them
+    bool isDer = false;
+};
+
+void writeCertificate(Report& report, const Container& container, bool isDer,
+                      const std::filesystem::path& file) {
+    if (isDer) {
+        writeFile(file, ByteView(container.certificate.der));
+    } else {
+        writeFile(file, certificatePem(container.certificate));
+    }
+    report.row(fmt::format("container {}", container.index),
+               fmt::format("{}, certificate of {}", shown(file), container.certificate.subject));
+}
+
+void exportCertificates(const ExportOptions& options, const CommonOptions& common,
+                        std::FILE* stream) {
+    Session session(common, stream);
+    session.report.heading("Certificates written");
+    const auto out = os::pathOf(options.out);
+    if (options.container >= 0) {
+        writeCertificate(session.report,
+                         containerAt(session.acquisition, static_cast<unsigned>(options.container)),
+                         options.isDer, out);
+        return;
+    }
+    makeFolder(out);
+    for (const Container& container : containersOf(session.acquisition)) {
+        writeCertificate(session.report, container, options.isDer,
+                         out / (container.certificateFile + (options.isDer ? ".der" : ".pem")));
+    }
+}
+
+}  // namespace
+
+void addExport(CLI::App& program, Action& action) {
+    auto options = std::make_shared<ExportOptions>();
+    auto* command = program.add_subcommand(
+        "export", "Write the card's certificates: all of them into a folder, or one into a file");
+    command
+        ->add_option("-o,--out", options->out,
+                     "The folder for all certificates, or with --container the file for one")
+        ->required()
+        ->type_name("PATH");
+    command->add_option("--container", options->container, "Only the certificate of this container")
+        ->check(CLI::Range(0, 255))
+        ->type_name("N");
+    command->add_flag("--der", options->isDer, "DER instead of PEM");
+    command->callback([options, &action] {
+        action = [options](const CommonOptions& common, std::FILE* stream) {
+            exportCertificates(*options, common, stream);
+        };
+    });
+}
+
+}  // namespace cardhost

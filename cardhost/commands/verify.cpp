@@ -1,0 +1,46 @@
+// cardhost verify: a PIN, and the attempts that remain.
+#include <memory>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "pins.h"
+#include "session.h"
+
+namespace cardhost {
+
+namespace {
+
+struct VerifyOptions {
+    unsigned pinId = 1;
+    PinOptions pin;
+};
+
+void verify(const VerifyOptions& options, const CommonOptions& common, std::FILE* stream) {
+    Session session(common, stream);
+    verifyPin(session.acquisition, options.pinId, options.pin);
+    session.report.line(fmt::format("PIN {} is right.", pinText(options.pinId)));
+}
+
+}  // namespace
+
+void addVerify(CLI::App& program, Action& action) {
+    auto options = std::make_shared<VerifyOptions>();
+    auto* command = program.add_subcommand(
+        "verify", "Present a PIN to the card and tell the result and the attempts that remain");
+    command
+        ->add_option("--pin-id", options->pinId,
+                     "Which PIN: 1 authentication, 2 administrator, 3 unblock, 4 signature")
+        ->check(CLI::Range(1, 4))
+        ->capture_default_str()
+        ->type_name("N");
+    addPinOptions(*command, options->pin);
+    command->callback([options, &action] {
+        action = [options](const CommonOptions& common, std::FILE* stream) {
+            verify(*options, common, stream);
+        };
+    });
+}
+
+}  // namespace cardhost

@@ -1,0 +1,36 @@
+// What the program's exit code tells, and the failure that carries one.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace cardhost {
+
+enum class ExitCode : int {
+    ok = 0,
+    usage = 1,        // the command line makes no sense, or does not fit the card
+    notFound = 2,     // no driver, no reader or no card
+    refused = 3,      // the driver refused; its status is printed
+    wrongPin = 4,     // the card took the PIN for wrong, or the driver its length; tries remain
+    pinBlocked = 5,   // no tries remain
+    file = 6,         // a file cannot be read, understood or written
+    unexpected = 70,  // a fault of this program
+};
+
+inline constexpr const char* exitCodeHelp =
+    "Exit codes: 0 done; 1 wrong usage; 2 no driver, reader or card; 3 the driver refused (its\n"
+    "status is printed); 4 wrong PIN; 5 PIN blocked; 6 a file cannot be read, understood or\n"
+    "written; 70 a fault of this program.";
+
+/// Ends the command with one line on standard error and an exit code.
+class Failure : public std::runtime_error {
+public:
+    Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+
+    ExitCode code() const { return code_; }
+
+private:
+    ExitCode code_;
+};
+
+}  // namespace cardhost

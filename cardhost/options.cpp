@@ -1,0 +1,100 @@
+#include "options.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+namespace cardhost {
+
+namespace {
+
+constexpr const char* description =
+    "cardhost: what the platform does with a smart-card minidriver, on the command line.\n"
+    "It loads the driver, connects it to a card and calls its entry points.";
+
+void addCommonOptions(CLI::App& program, CommandLine& line) {
+    constexpr const char* group = "The card and the driver";
+    program
+        .add_option("--driver", line.common.driver,
+                    "The minidriver; if not given, the one beside this program")
+        ->type_name("FILE")
+        ->group(group);
+    auto* virtualCard = program
+                            .add_option("--virtual", line.common.card.virtualType,
+                                        "A virtual card of this type, 3 to 8, with test keys")
+                            ->check(CLI::Range(3, 8))
+                            ->capture_default_str()
+                            ->type_name("TYPE")
+                            ->group(group);
+    auto* stateFile =
+        program
+            .add_option_function<std::string>(
+                "--virtual-state",
+                [&line](const std::string& file) { line.common.card.stateFile = os::pathOf(file); },
+                "Keep the virtual card's PIN tries in this file, from command to command")
+            ->type_name("FILE")
+            ->group(group);
+    program
+        .add_option_function<std::string>(
+            "--reader", [&line](const std::string& name) { line.common.card.reader = name; },
+            "The card in this reader; without a name, in the first reader that has one")
+        ->expected(0, 1)
+        ->default_str("")
+        ->type_name("[NAME]")
+        ->excludes(virtualCard)
+        ->excludes(stateFile)
+        ->group(group);
+    program
+        .add_flag("--trace", line.common.trace,
+                  "Show on standard error each entry point that is called and each command to the "
+                  "card, the bytes of PINs masked")
+        ->group(group);
+}
+
+void printHelp(const CLI::App& program, std::FILE* help) {
+    const auto chosen = program.get_subcommands();
+    const CLI::App& subject = chosen.empty() ? program : *chosen.front();
+    fmt::print(help, "{}", subject.help());
+    if (!chosen.empty()) {
+        fmt::print(help,
+                   "\nThe options --driver, --virtual, --reader and --trace go with every command: "
+                   "see cardhost --help\n");
+    }
+}
+
+std::string oneLine(std::string text) {
+    text.erase(std::find(text.begin(), text.end(), '\n'), text.end());
+    return text;
+}
+
+}  // namespace
+
+CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
+    CommandLine line;
+    CLI::App program(description, "cardhost");
+    program.footer(std::string("\n") + exitCodeHelp);
+    program.require_subcommand(1);
+    program.fallthrough();
+    addCommonOptions(program, line);
+    addInfo(program, line.action);
+    addLogon(program, line.action);
+    addVerify(program, line.action);
+    addSign(program, line.action);
+    addDecrypt(program, line.action);
+    addAgree(program, line.action);
+    addExport(program, line.action);
+    addList(program, line.action);
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        program.parse(arguments);
+    } catch (const CLI::CallForHelp&) {
+        printHelp(program, help);
+        line.action = {};
+    } catch (const CLI::ParseError& error) {
+        throw Failure(ExitCode::usage, oneLine(error.what()) + " (see cardhost --help)");
+    }
+    return line;
+}
+
+}  // namespace cardhost

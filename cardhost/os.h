@@ -1,0 +1,67 @@
+// The few operations that differ between the systems: libraries, the program's own place, a
+// question without echo. One file each: os_posix.cpp, os_windows.cpp.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cardhost::os {
+
+/// A loaded library, unloaded with the object.
+class Library {
+public:
+    /// Loads the file, or throws a Failure (notFound) that names it and says why.
+    explicit Library(const std::filesystem::path& file);
+    ~Library();
+    Library(Library&& other) noexcept;
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    Library& operator=(Library&&) = delete;
+
+    /// The address of an exported name, or null.
+    void* find(const char* name) const;
+
+    /// The exported function of that name; throws a Failure (notFound) where there is none.
+    template <typename Function>
+    Function get(const char* name) const {
+        return reinterpret_cast<Function>(require(name));
+    }
+
+private:
+    void* require(const char* name) const;
+
+    std::filesystem::path file_;
+    void* handle_;
+};
+
+/// The file name of the minidriver on this system.
+std::string driverFileName();
+
+/// The double of winscard that hands its calls to a seam, in the folder of the program.
+std::filesystem::path seamWinscard(const std::filesystem::path& programFolder);
+
+/// The winscard that talks to real readers; where that is a library of our own, it stands in the
+/// driver's folder.
+std::filesystem::path realWinscard(const std::filesystem::path& driverFolder);
+
+/// The folder of the running program.
+std::filesystem::path programFolder();
+
+/// The arguments behind the program's name, as UTF-8.
+std::vector<std::string> arguments(int argc, char** argv);
+
+/// The path that a UTF-8 text names.
+std::filesystem::path pathOf(const std::string& text);
+
+/// A line from the terminal that is not shown while typed, or from standard input where that is no
+/// terminal. Nothing at the end of the input.
+std::optional<std::string> askWithoutEcho(const std::string& prompt);
+
+/// The stream for the program's own report. From then on, what anyone else in the process writes to
+/// standard output (a minidriver does) goes to standard error, so that reports can be piped.
+std::FILE* separateReport();
+
+}  // namespace cardhost::os
