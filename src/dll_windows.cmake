@@ -3,7 +3,8 @@ configure_file(platform/windows/version.rc.in "${CMAKE_CURRENT_BINARY_DIR}/versi
 add_library(minidriver SHARED frame/dll_main.cpp platform/windows/fixed_paths.cpp
             platform/windows/exports.def "${CMAKE_CURRENT_BINARY_DIR}/version.rc")
 target_link_libraries(minidriver PRIVATE kelmora_warnings kelmora_subsystems)
-target_link_libraries(minidriver PRIVATE winscard crypt32 advapi32 bcrypt winhttp ole32 user32)
+# Of a member of the group of archives, so that they stand behind all of it on the linker's line.
+target_link_libraries(kelmora_diag INTERFACE winscard crypt32 advapi32 bcrypt winhttp ole32 user32)
 target_link_options(minidriver PRIVATE -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup
                     -Wl,--exclude-all-symbols $<$<CONFIG:Release>:-s>)
 set_target_properties(minidriver PROPERTIES OUTPUT_NAME kelmora-id-minidriver PREFIX ""
