@@ -31,9 +31,17 @@ if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard_pcsclite.cpp")
 
     add_library(minidriver SHARED frame/dll_main.cpp platform/posix/fixed_paths.cpp
                 platform/posix/library_load.cpp)
-    target_link_libraries(minidriver PRIVATE kelmora_warnings kelmora_subsystems kelmora_platform
-                          winscard)
+    # The group by itself: what kelmora_subsystems stands for would come behind the platform.
+    target_link_libraries(minidriver PRIVATE kelmora_warnings
+                          "$<LINK_GROUP:RESCAN,${KELMORA_LIBRARY_GROUP}>" kelmora_platform winscard)
+    # The export stands in an archive, hidden like all of it, and nothing here calls it.
+    set_source_files_properties(frame/acquisition.cpp PROPERTIES COMPILE_OPTIONS
+                                -fvisibility=default)
     target_link_options(minidriver PRIVATE -Wl,--gc-sections -Wl,-z,relro,-z,now
+        -Wl,--undefined=CardAcquireContext
+        # A call that nothing implements fails here and not where the library is loaded. The
+        # sanitizers' own names come from the program alone.
+        "$<$<NOT:$<BOOL:${KELMORA_SANITIZERS}>>:-Wl,-z,defs>"
         "-Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/exports.map")
     set_target_properties(minidriver PROPERTIES OUTPUT_NAME kelmora-id-minidriver
                           LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"

@@ -18,7 +18,8 @@ constexpr LPCWSTR mathLibrary = u"libm.so.6";
 TEST(Libraries, LoadALibraryAndFindItsFunction) {
     const HMODULE module = LoadLibraryExW(mathLibrary, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     ASSERT_NE(module, nullptr);
-    const auto root = reinterpret_cast<double (*)(double)>(GetProcAddress(module, "sqrt"));
+    const auto root = reinterpret_cast<double (*)(double)>(
+        reinterpret_cast<void*>(GetProcAddress(module, "sqrt")));
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root(9.0), 3.0);
     EXPECT_EQ(FreeLibrary(module), TRUE);
