@@ -39,10 +39,12 @@ if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard_pcsclite.cpp")
                                 -fvisibility=default)
     target_link_options(minidriver PRIVATE -Wl,--gc-sections -Wl,-z,relro,-z,now
         -Wl,--undefined=CardAcquireContext
+        "-Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/exports.map")
+    if(NOT KELMORA_SANITIZERS)
         # A call that nothing implements fails here and not where the library is loaded. The
         # sanitizers' own names come from the program alone.
-        "$<$<NOT:$<BOOL:${KELMORA_SANITIZERS}>>:-Wl,-z,defs>"
-        "-Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/exports.map")
+        target_link_options(minidriver PRIVATE -Wl,-z,defs)
+    endif()
     set_target_properties(minidriver PROPERTIES OUTPUT_NAME kelmora-id-minidriver
                           LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}"
                           BUILD_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN")
