@@ -27,6 +27,10 @@ struct RsaCase {
     std::size_t blockSize;
 };
 
+void PrintTo(const RsaCase& value, std::ostream* out) {
+    *out << "card type " << value.cardType << ", key " << value.key;
+}
+
 class RsaDecipher : public testing::TestWithParam<RsaCase> {
 protected:
     void open() {
@@ -154,6 +158,10 @@ struct EcdhCase {
     bool hasIndicator;
     std::uint16_t status;
 };
+
+void PrintTo(const EcdhCase& value, std::ostream* out) {
+    *out << "card type " << value.cardType;
+}
 
 class Ecdh : public testing::TestWithParam<EcdhCase> {
 protected:
