@@ -13,6 +13,8 @@ if(platform_sources)
     target_include_directories(kelmora_platform PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
     target_link_libraries(kelmora_platform PUBLIC botan PkgConfig::CURL ${CMAKE_DL_LIBS}
                           PRIVATE kelmora_warnings)
+    # Of a member of the group of archives, so that it stands behind all of it on the linker's line.
+    target_link_libraries(kelmora_diag INTERFACE kelmora_platform)
 endif()
 
 if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard_pcsclite.cpp")
@@ -31,7 +33,7 @@ if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/platform/posix/winscard_pcsclite.cpp")
 
     add_library(minidriver SHARED frame/dll_main.cpp platform/posix/fixed_paths.cpp
                 platform/posix/library_load.cpp)
-    # The group by itself: what kelmora_subsystems stands for would come behind the platform.
+    # The group by itself: behind kelmora_subsystems the card seam would stand ahead of its callers.
     target_link_libraries(minidriver PRIVATE kelmora_warnings
                           "$<LINK_GROUP:RESCAN,${KELMORA_LIBRARY_GROUP}>" kelmora_platform winscard)
     # The export stands in an archive, hidden like all of it, and nothing here calls it.

@@ -172,7 +172,7 @@ TEST_F(CardReadFileTest, LeavesTheBufferOfAnEmptyMapWithTheCaller) {
               0x8010001F);
     EXPECT_EQ(size, 0);
     EXPECT_EQ(PlatformRecord::liveAllocations(), 1);
-    EXPECT_EQ(log.file().back(), exitLine("0x8010001F"));
+    EXPECT_EQ(log.file().back(), exitLine("0x8010001f"));
     two.data()->pfnCspFree(data);
 }
 

@@ -367,6 +367,7 @@ TEST_F(CardAcquireContextTest, EveryFailingPlatformCallEndsWithAStatus) {
             expectAcquisition(card, content, 3);
             platformCalls().failNth(n);
             status = CardAcquireContext(&record.data, 0);
+            platformCalls().failAt = 0;
         }
         if (!platformCalls().failed) {
             EXPECT_EQ(status, 0);

@@ -50,6 +50,7 @@ TEST_F(Capabilities, QueryWorksWithoutAContextHandle) {
 TEST_F(Capabilities, FreeSpaceTellsOfTwoContainersOnEveryCard) {
     for (const CardType type : {CardType::type3, CardType::type5}) {
         AcquiredCard other(type);
+        log.clear();
         CARD_FREE_SPACE_INFO info{0, 9, 9, 9};
         EXPECT_EQ(CardQueryFreeSpace(other.data(), 0, &info), 0);
         EXPECT_EQ(info.dwVersion, 1);

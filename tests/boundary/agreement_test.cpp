@@ -1,0 +1,392 @@
+// ECDH agreement and key derivation with real keys: the other party computes the same.
+#include <botan/auto_rng.h>
+#include <botan/ec_group.h>
+#include <botan/ecdh.h>
+#include <botan/ecdsa.h>
+#include <botan/pubkey.h>
+#include <botan/x509_key.h>
+#include <botan/x509cert.h>
+
+#include <cstring>
+
+#include "platform_side.h"
+
+namespace boundary {
+namespace {
+
+using KelmoraID::testing::LogCapture;
+using KelmoraID::testing::LogLine;
+using KelmoraID::testing::LogLines;
+
+const int ecCardTypes[] = {4, 5, 6, 7, 8};
+
+// The other party of an agreement, on the curve of the card's key.
+class OtherParty {
+public:
+    explicit OtherParty(const Bytes& cardCertificate)
+        : certificate_(cardCertificate),
+          cardKey_(dynamic_cast<const Botan::EC_PublicKey&>(publicKey()).domain(),
+                   dynamic_cast<const Botan::EC_PublicKey&>(publicKey()).public_point()),
+          key_(random_, cardKey_.domain()) {}
+
+    /// The public key as the platform hands it over: a header of 8 bytes, X and Y.
+    Bytes blob() const {
+        const auto point = key_.public_value();
+        Bytes bytes = fromHex("45434B3100000000");
+        bytes[4] = static_cast<std::uint8_t>((point.size() - 1) / 2);
+        bytes.insert(bytes.end(), point.begin() + 1, point.end());
+        return bytes;
+    }
+
+    /// The shared secret: the X coordinate, as long as the field.
+    Bytes secret() {
+        Botan::PK_Key_Agreement agreement(key_, random_, "Raw");
+        const auto derived = agreement.derive_key(0, cardKey_.public_value()).bits_of();
+        return {derived.begin(), derived.end()};
+    }
+
+private:
+    const Botan::Public_Key& publicKey() {
+        if (!parsed_) parsed_.reset(certificate_.load_subject_public_key().release());
+        return *parsed_;
+    }
+
+    Botan::AutoSeeded_RNG random_;
+    std::unique_ptr<Botan::Public_Key> parsed_;
+    Botan::X509_Certificate certificate_;
+    Botan::ECDH_PublicKey cardKey_;
+    Botan::ECDH_PrivateKey key_;
+};
+
+WCHAR hashKdf[] = WIDE_TEXT("HASH");
+
+// The parameter list of a derivation.
+class Parameters {
+public:
+    Parameters& hash(LPCWSTR name) {
+        names_.push_back(std::make_unique<WideString>(name));
+        return add(0, names_.back()->data(),
+                   static_cast<ULONG>((names_.back()->size() + 1) * sizeof(WCHAR)));
+    }
+    Parameters& bytes(ULONG type, const std::string& value) {
+        values_.push_back(std::make_unique<std::string>(value));
+        return add(type, values_.back()->data(), static_cast<ULONG>(value.size()));
+    }
+    Parameters& add(ULONG type, void* value, ULONG size) {
+        buffers_.push_back({size, type, value});
+        return *this;
+    }
+    void* list() {
+        description_ = {0, static_cast<ULONG>(buffers_.size()), buffers_.data()};
+        return &description_;
+    }
+
+private:
+    std::vector<std::unique_ptr<WideString>> names_;
+    std::vector<std::unique_ptr<std::string>> values_;
+    std::vector<BCryptBuffer> buffers_;
+    BCryptBufferDesc description_{};
+};
+
+class AgreementBase {
+protected:
+    explicit AgreementBase(int cardType) : card(cardType) {}
+
+    DWORD agree(Bytes blob, BYTE* index = nullptr) {
+        CARD_DH_AGREEMENT_INFO info{};
+        info.dwVersion = 2;
+        info.dwPublicKey = static_cast<DWORD>(blob.size());
+        info.pbPublicKey = blob.data();
+        const DWORD status = card.data.pfnCardConstructDHAgreement(&card.data, &info);
+        if (index != nullptr) *index = info.bSecretAgreementIndex;
+        return status;
+    }
+
+    Answer derive(BYTE index, Parameters* parameters, DWORD flags = 0, LPWSTR kdf = hashKdf,
+                  DWORD version = 2) {
+        CARD_DERIVE_KEY info{};
+        info.dwVersion = version;
+        info.dwFlags = flags;
+        info.pwszKDF = kdf;
+        info.bSecretAgreementIndex = index;
+        info.pParameterList = parameters == nullptr ? nullptr : parameters->list();
+        Answer answer;
+        answer.status = card.data.pfnCardDeriveKey(&card.data, &info);
+        if (info.pbDerivedKey != nullptr) {
+            answer.bytes.assign(info.pbDerivedKey, info.pbDerivedKey + info.cbDerivedKey);
+            card.data.pfnCspFree(info.pbDerivedKey);
+        } else if (answer.status == 0) {
+            answer.bytes = Bytes(1, static_cast<std::uint8_t>(info.cbDerivedKey));
+        }
+        return answer;
+    }
+
+    PlatformSide card;
+};
+
+class Agreement : public ::testing::TestWithParam<int>, protected AgreementBase {
+protected:
+    Agreement() : AgreementBase(GetParam()) {}
+    void SetUp() override {
+        card.acquireOrFail();
+        card.openKey(0);
+        other.emplace(card.certificate(0));
+    }
+    std::optional<OtherParty> other;
+};
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, Agreement, ::testing::ValuesIn(ecCardTypes));
+
+TEST_P(Agreement, DerivesWhatTheOtherPartyComputesWithEachHash) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 1);
+    const Bytes secret = other->secret();
+    const std::string bare(secret.begin(), secret.end());
+    EXPECT_EQ(derive(index, nullptr).bytes, hashOf("SHA-1", bare)) << "SHA-1 without a list";
+    for (const auto& [name, botanName] :
+         {std::pair{WIDE_TEXT("SHA1"), "SHA-1"}, std::pair{WIDE_TEXT("SHA256"), "SHA-256"},
+          std::pair{WIDE_TEXT("SHA384"), "SHA-384"}, std::pair{WIDE_TEXT("SHA512"), "SHA-512"}}) {
+        Parameters plain;
+        plain.hash(name);
+        EXPECT_EQ(derive(index, &plain).bytes, hashOf(botanName, bare)) << botanName;
+        Parameters around;
+        around.bytes(1, "A").hash(name).bytes(2, "C").bytes(1, "B").bytes(2, "D");
+        EXPECT_EQ(derive(index, &around).bytes, hashOf(botanName, "AB" + bare + "CD"));
+    }
+}
+
+TEST_P(Agreement, SendsThePointInTheFormOfTheCard) {
+    card.reader.clearExchanges();
+    const Bytes blob = other->blob();
+    ASSERT_EQ(agree(blob), 0u);
+    const bool indicator = card.reader.card().generation().pointHasIndicator;
+    Bytes point = indicator ? fromHex("0004") : fromHex("04");
+    point.insert(point.end(), blob.begin() + 8, blob.end());
+    const auto lines = journey(card.reader);
+    // The card is asked for its PIN by a VERIFY without data, from the root.
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_EQ(lines[0], "00A4000C023F00");
+    EXPECT_EQ(lines[1].substr(0, 6), "002000");
+    EXPECT_EQ(lines[1].size(), 8u);
+    const bool second = card.reader.card().generation().keys.size() == 3;
+    EXPECT_EQ(lines[2], std::string("002241B8098004FF3004008401") + (second ? "01" : "91"));
+    EXPECT_EQ(lines[3].substr(0, 8), "002A8086");
+    EXPECT_EQ(lines[3].substr(10), toHex(point) + "00");
+}
+
+TEST_P(Agreement, GivesIndexesInOrderAndTheLargestPlusOne) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 1);
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 2);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, 1, 0), 0u);
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 3) << "an index below the largest is not used again";
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, 3, 0), 0u);
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 3) << "one above the largest is";
+}
+
+TEST_P(Agreement, OnAContainerOfTheWrongKindOrNoneIsRefusedApart) {
+    const bool second = card.reader.card().generation().keys.size() == 3;
+    CARD_DH_AGREEMENT_INFO info{};
+    Bytes blob = other->blob();
+    info.dwVersion = 2;
+    info.dwPublicKey = static_cast<DWORD>(blob.size());
+    info.pbPublicKey = blob.data();
+    card.reader.clearExchanges();
+    info.bContainerIndex = 1;
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0x80100004u);
+    info.bContainerIndex = 2;
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info),
+              second ? 0x80100004u : 0x80100030u);
+    info.bContainerIndex = 3;
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0x80100030u);
+    EXPECT_TRUE(card.reader.exchanges().empty());
+}
+
+TEST_P(Agreement, ChecksTheRecordInOrder) {
+    Bytes blob = other->blob();
+    CARD_DH_AGREEMENT_INFO info{};
+    info.dwVersion = 1;
+    info.dwPublicKey = static_cast<DWORD>(blob.size());
+    card.reader.clearExchanges();
+    const auto construct = [&] { return card.data.pfnCardConstructDHAgreement(&card.data, &info); };
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(nullptr, &info), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, nullptr), 0x80100004u);
+    EXPECT_EQ(construct(), 0x51Au);
+    info.dwVersion = 2;
+    EXPECT_EQ(construct(), 0x80100004u) << "no public key";
+    info.pbPublicKey = blob.data();
+    info.dwFlags = 1;
+    EXPECT_EQ(construct(), 0x80100004u);
+    info.dwFlags = 0;
+    EXPECT_TRUE(card.reader.exchanges().empty());
+}
+
+TEST_P(Agreement, TakesNoStrangeLengthOfAPublicKey) {
+    for (const std::size_t size : {1u, 7u, 8u, 9u, 300u, 5000u}) {
+        const DWORD status = agree(Bytes(size, 4));
+        EXPECT_TRUE(status == 0x80100004u || status == 0x8010001Fu) << size;
+    }
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    EXPECT_EQ(index, 1) << "nothing was added";
+}
+
+TEST_P(Agreement, WithoutAVerifiedPinSendsNoMse) {
+    card.reader.card().reset();
+    card.reader.clearExchanges();
+    LogCapture log;
+    EXPECT_EQ(agree(other->blob()), 0x8010006Au);
+    for (const auto& exchange : card.reader.exchanges()) EXPECT_NE(exchange.command[1], 0x22);
+}
+
+TEST_P(Agreement, ReachesTheFirstHandlerWhenTheCardWantsItsPinAfterAll) {
+    LogCapture log;
+    // Root, VERIFY, MSE, and then the PSO is refused for lack of a PIN: a thrown logic error.
+    card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x6982});
+    EXPECT_EQ(agree(other->blob()), 0x8010006Au);
+    EXPECT_EQ(log.file().back(),
+              (LogLine{"CardConstructDHAgreement",
+                       "Exiting the function, with status code: '0x8010006a' (security "
+                       "violation)"}));
+}
+
+TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
+    const LogLine other_{"CardConstructDHAgreement",
+                         "Exiting the function, with status code: '0x8010001f' (other)"};
+    for (const std::size_t n : {3u, 4u}) {
+        LogCapture log;
+        card.reader.failTransmit(n, {virtual_card::Fault::Kind::StatusWord, 0x6A80});
+        EXPECT_EQ(agree(other->blob()), 0x8010001Fu) << n;
+        EXPECT_EQ(log.file().back(), other_) << n;
+    }
+}
+
+TEST_P(Agreement, WithoutDataFromTheCardIsAFailure) {
+    LogCapture log;
+    card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x9000});
+    EXPECT_EQ(agree(other->blob()), 0x8010001Fu);
+    EXPECT_EQ(log.file().back(),
+              (LogLine{"CardConstructDHAgreement",
+                       "Exiting the function, with status code: '0x8010001f' (failure)"}));
+}
+
+TEST_P(Agreement, DerivationRefusesInOrderWithItsNumbers) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    LogCapture log;
+    const auto expectLine = [&](const char* suffix) {
+        EXPECT_EQ(log.file().back(),
+                  (LogLine{"CardDeriveKey",
+                           std::string("Exiting the function, with status code: '") + suffix}));
+    };
+    WCHAR other_[] = WIDE_TEXT("HMAC");
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_, 3).status, 0x51Au);
+    expectLine("0x0000051a'. CMR_443");
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, nullptr).status, 0x80100004u);
+    expectLine("0x80100004'. CMR_444");
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_).status, 0x80100004u);
+    expectLine("0x80100004'. CMR_445");
+    EXPECT_EQ(derive(99, nullptr, 0, other_).status, 0x80100004u);
+    expectLine("0x80100004'. CMR_446");
+    EXPECT_EQ(derive(99, nullptr).status, 0x80100004u);
+    expectLine("0x80100004'. CMR_447");
+    Parameters unknown;
+    unknown.bytes(9, "x");
+    EXPECT_EQ(derive(index, &unknown).status, 0x80100004u);
+    expectLine("0x80100004'. CMR_448");
+    Parameters lower;
+    lower.hash(WIDE_TEXT("sha256"));
+    EXPECT_EQ(derive(index, &lower).status, 0x80100004u);
+    expectLine("0x80100004'. Invalid hash algorithm.");
+    Parameters nameless;
+    nameless.add(0, nullptr, 0);
+    EXPECT_EQ(derive(index, &nameless).status, 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDeriveKey(nullptr, nullptr), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDeriveKey(&card.data, nullptr), 0x80100004u);
+}
+
+TEST_P(Agreement, DerivationTellsItsSizeAndStillWantsThePin) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    Parameters sha384;
+    sha384.hash(WIDE_TEXT("SHA384"));
+    const Answer size = derive(index, &sha384, CARD_BUFFER_SIZE_ONLY);
+    EXPECT_EQ(size.status, 0u);
+    EXPECT_EQ(size.bytes, Bytes(1, 48)) << "48, and no buffer";
+    card.reader.card().reset();
+    EXPECT_EQ(derive(index, &sha384, CARD_BUFFER_SIZE_ONLY).status, 0x8010006Au);
+    EXPECT_EQ(derive(index, nullptr).status, 0x8010006Au);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x8010006Au);
+}
+
+TEST_P(Agreement, LooksAtTheContextHandleLate) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    const SCARDCONTEXT context = card.data.hSCardCtx;
+    card.data.hSCardCtx = 0;
+    card.reader.clearExchanges();
+    LogCapture log;
+    EXPECT_EQ(derive(index, nullptr).status, 0x80100004u);
+    EXPECT_FALSE(card.reader.exchanges().empty()) << "after the card has been spoken to";
+    EXPECT_EQ(log.file().back(),
+              (LogLine{"CardDeriveKey",
+                       "Exiting the function, with status code: '0x80100004'. isNoCardMode"}));
+    card.reader.clearExchanges();
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x80100004u);
+    EXPECT_FALSE(card.reader.exchanges().empty());
+    card.data.hSCardCtx = context;
+}
+
+TEST_P(Agreement, ServesManyDerivationsUntilItIsDestroyed) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    const Bytes first = derive(index, nullptr).bytes;
+    EXPECT_EQ(derive(index, nullptr).bytes, first);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 1), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(nullptr, index, 0), 0x80100004u);
+    EXPECT_EQ(derive(index, nullptr).status, 0x80100004u);
+}
+
+TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
+    BYTE index = 0;
+    ASSERT_EQ(agree(other->blob(), &index), 0u);
+    PlatformSide::failAllocation(1);
+    LogCapture log;
+    EXPECT_EQ(derive(index, nullptr).status, 8u);
+    EXPECT_EQ(log.file().back(),
+              (LogLine{"CardDeriveKey",
+                       "Exiting the function, with status code: '0x00000008'. No memory."}));
+}
+
+class AgreementIndexes : public ::testing::Test, protected AgreementBase {
+protected:
+    AgreementIndexes() : AgreementBase(5) {}
+};
+
+TEST_F(AgreementIndexes, WrapAt255AndKeepTheOldSecret) {
+    card.acquireOrFail();
+    card.openKey(0);
+    OtherParty first(card.certificate(0));
+    OtherParty second(card.certificate(0));
+    BYTE index = 0;
+    for (int n = 1; n <= 255; ++n) {
+        ASSERT_EQ(agree(first.blob(), &index), 0u);
+        ASSERT_EQ(index, n);
+    }
+    ASSERT_EQ(agree(first.blob(), &index), 0u);
+    EXPECT_EQ(index, 0);
+    // 0 is taken: the new secret is dropped with the same report.
+    ASSERT_EQ(agree(second.blob(), &index), 0u);
+    EXPECT_EQ(index, 0);
+    const Bytes secret = first.secret();
+    EXPECT_EQ(derive(0, nullptr).bytes, hashOf("SHA-1", std::string(secret.begin(), secret.end())));
+}
+
+}  // namespace
+}  // namespace boundary

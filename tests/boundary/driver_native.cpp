@@ -1,0 +1,37 @@
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "driver_under_test.h"
+#include "platform/fixed_paths.h"
+
+extern "C" DWORD WINAPI CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags);
+
+namespace boundary {
+
+PFN_CARD_ACQUIRE_CONTEXT acquireContextOfDriver() {
+    return CardAcquireContext;
+}
+
+void putBehindTheSeam(const CardSeam* seam) {
+    SetCardSeam(seam);
+}
+
+void writeSetting(Setting setting, const std::string& value) {
+    static std::map<Setting, std::string> values;
+    values[setting] = value;
+    std::ofstream file(settingsFilePath());
+    const auto write = [&](Setting which, const char* key, const char* name) {
+        if (!values[which].empty())
+            file << '[' << key << "]\n" << name << '=' << values[which] << '\n';
+    };
+    write(Setting::serviceAddresses, "SOFTWARE\\Kelmora\\KelmoraID", "ADRSURL");
+    write(Setting::companionStartCommand,
+          "SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Run", "Kelmora ID");
+}
+
+std::string programFolder() {
+    return std::filesystem::canonical("/proc/self/exe").parent_path().string();
+}
+
+}  // namespace boundary

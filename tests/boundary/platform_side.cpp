@@ -1,0 +1,265 @@
+#include "platform_side.h"
+
+#include <botan/hash.h>
+#include <botan/pubkey.h>
+#include <botan/x509_key.h>
+#include <botan/x509cert.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace boundary {
+namespace {
+
+int buffers = 0;
+int failing = 0;
+
+// What the platform allocates comes with no promise about its content.
+LPVOID WINAPI allocate(SIZE_T size) {
+    if (failing != 0 && --failing == 0) return nullptr;
+    void* memory = std::malloc(size == 0 ? 1 : size);
+    std::memset(memory, 0xCD, size);
+    ++buffers;
+    return memory;
+}
+
+LPVOID WINAPI reallocate(LPVOID address, SIZE_T size) {
+    return std::realloc(address, size);
+}
+
+void WINAPI release(LPVOID address) {
+    if (address != nullptr) --buffers;
+    std::free(address);
+}
+
+LPSTR text(const char* value) {
+    return const_cast<LPSTR>(value);
+}
+
+const virtual_card::Generation& generationOf(int cardType) {
+    const auto* generation = virtual_card::findGeneration(cardType);
+    if (generation == nullptr) std::abort();
+    return *generation;
+}
+
+bool isRead(const Bytes& command) {
+    return command.size() == 5 && command[0] == 0x00 && command[1] == 0xB0;
+}
+
+}  // namespace
+
+PlatformSide::PlatformSide(int cardType)
+    : reader(generationOf(cardType)), atr(reader.card().atr()) {
+    static WCHAR name[] = WIDE_TEXT("FINEID");
+    buffers = 0;
+    failing = 0;
+    putBehindTheSeam(reader.seam());
+    data.dwVersion = 7;
+    data.pbAtr = atr.data();
+    data.cbAtr = static_cast<DWORD>(atr.size());
+    data.pwszCardName = name;
+    data.pfnCspAlloc = allocate;
+    data.pfnCspReAlloc = reallocate;
+    data.pfnCspFree = boundary::release;
+    data.hSCardCtx = reader.contextHandle();
+    data.hScard = reader.cardHandle();
+}
+
+PlatformSide::~PlatformSide() {
+    failing = 0;
+    release();
+    EXPECT_EQ(buffers, 0) << "buffers of the platform's are left";
+    EXPECT_EQ(reader.openTransactions(), 0);
+    putBehindTheSeam(nullptr);
+}
+
+DWORD PlatformSide::acquire() {
+    const DWORD status = acquireContextOfDriver()(&data, 0);
+    acquired = status == 0;
+    return status;
+}
+
+void PlatformSide::acquireOrFail() {
+    ASSERT_EQ(acquire(), 0u);
+}
+
+void PlatformSide::release() {
+    if (!acquired) return;
+    EXPECT_EQ(data.pfnCardDeleteContext(&data), 0u);
+    acquired = false;
+}
+
+Answer PlatformSide::readFile(const char* directory, const char* file, DWORD dwFlags) {
+    PBYTE bytes = nullptr;
+    DWORD size = 0;
+    Answer answer;
+    answer.status =
+        data.pfnCardReadFile(&data, text(directory), text(file), dwFlags, &bytes, &size);
+    if (answer.status == 0) answer.bytes.assign(bytes, bytes + size);
+    boundary::release(bytes);
+    return answer;
+}
+
+Answer PlatformSide::listFiles(const char* directory) {
+    LPSTR names = nullptr;
+    DWORD size = 0;
+    Answer answer;
+    answer.status = data.pfnCardEnumFiles(&data, text(directory), &names, &size, 0);
+    if (answer.status == 0) answer.bytes.assign(names, names + size);
+    boundary::release(names);
+    return answer;
+}
+
+Answer PlatformSide::property(LPCWSTR name, DWORD dwFlags, DWORD room) {
+    Bytes buffer(room, 0xEE);
+    DWORD size = 0;
+    Answer answer;
+    answer.status = data.pfnCardGetProperty(&data, name, buffer.data(), room, &size, dwFlags);
+    if (answer.status == 0) answer.bytes.assign(buffer.begin(), buffer.begin() + size);
+    return answer;
+}
+
+Answer PlatformSide::containerProperty(BYTE container, LPCWSTR name, DWORD room) {
+    Bytes buffer(room, 0);  // A record in it begins with its version, which is read.
+    DWORD size = 0;
+    Answer answer;
+    answer.status =
+        data.pfnCardGetContainerProperty(&data, container, name, buffer.data(), room, &size, 0);
+    if (answer.status == 0) answer.bytes.assign(buffer.begin(), buffer.begin() + size);
+    return answer;
+}
+
+DWORD PlatformSide::numberOf(LPCWSTR name, DWORD dwFlags) {
+    const Answer answer = property(name, dwFlags);
+    EXPECT_EQ(answer.status, 0u);
+    DWORD number = 0;
+    if (answer.bytes.size() == sizeof(number)) {
+        std::memcpy(&number, answer.bytes.data(), sizeof(number));
+    } else {
+        ADD_FAILURE() << "the property has " << answer.bytes.size() << " bytes";
+    }
+    return number;
+}
+
+DWORD PlatformSide::authenticate(PIN_ID pinId, const std::string& pinText, DWORD* attempts) {
+    if (attempts != nullptr) *attempts = 77;
+    std::string copy = pinText;
+    return data.pfnCardAuthenticateEx(&data, pinId, 0, reinterpret_cast<PBYTE>(copy.data()),
+                                      static_cast<DWORD>(copy.size()), nullptr, nullptr, attempts);
+}
+
+void PlatformSide::openKey(BYTE container) {
+    const auto role = key(container).pin;
+    const PIN_ID pinId = role == virtual_card::PinRole::Authentication ? 1 : 4;
+    ASSERT_EQ(authenticate(pinId, pin(role)), 0u);
+}
+
+Answer PlatformSide::sign(CARD_SIGNING_INFO info) {
+    info.pbSignedData = nullptr;
+    info.cbSignedData = 0;
+    Answer answer;
+    answer.status = data.pfnCardSignData(&data, &info);
+    if (answer.status == 0 && info.pbSignedData != nullptr) {
+        answer.bytes.assign(info.pbSignedData, info.pbSignedData + info.cbSignedData);
+    }
+    boundary::release(info.pbSignedData);
+    return answer;
+}
+
+Answer PlatformSide::decrypt(BYTE container, const Bytes& block, DWORD padding) {
+    Bytes buffer = block;
+    CARD_RSA_DECRYPT_INFO info{};
+    info.dwVersion = 2;
+    info.bContainerIndex = container;
+    info.dwKeySpec = container == 0 ? AT_KEYEXCHANGE : AT_SIGNATURE;
+    info.pbData = buffer.data();
+    info.cbData = static_cast<DWORD>(buffer.size());
+    info.dwPaddingType = padding;
+    Answer answer;
+    answer.status = data.pfnCardRSADecrypt(&data, &info);
+    if (answer.status == 0) {
+        answer.bytes.assign(buffer.begin(), buffer.begin() + info.cbData);
+        EXPECT_TRUE(
+            std::equal(buffer.begin() + info.cbData, buffer.end(), block.begin() + info.cbData))
+            << "the old block stays behind the message";
+    } else {
+        EXPECT_EQ(buffer, block) << "the block stays as it came";
+    }
+    return answer;
+}
+
+Bytes PlatformSide::certificate(BYTE container) {
+    const char* names[] = {"kxc00", "ksc01", "ksc02"};
+    const Answer answer = readFile("mscp", names[container]);
+    EXPECT_EQ(answer.status, 0u);
+    return answer.bytes;
+}
+
+const virtual_card::KeyRow& PlatformSide::key(BYTE container) const {
+    return const_cast<PlatformSide*>(this)->reader.card().generation().keys[container];
+}
+
+bool PlatformSide::isEcKey(BYTE container) const {
+    return !virtual_card::isRsa(key(container).kind);
+}
+
+std::string PlatformSide::pin(virtual_card::PinRole role) const {
+    for (const auto& row : const_cast<PlatformSide*>(this)->reader.card().generation().pins) {
+        if (row.role == role) return std::string(row.value);
+    }
+    return {};
+}
+
+int PlatformSide::liveBuffers() {
+    return buffers;
+}
+
+void PlatformSide::failAllocation(int n) {
+    failing = n;
+}
+
+Bytes hashOf(const std::string& algorithm, const std::string& message) {
+    const auto hash = Botan::HashFunction::create_or_throw(algorithm);
+    hash->update(message);
+    const auto digest = hash->final();
+    return {digest.begin(), digest.end()};
+}
+
+Bytes reversed(Bytes bytes) {
+    std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+}
+
+bool isSignature(const Bytes& certificate, const std::string& scheme, const std::string& message,
+                 const Bytes& signature) {
+    const Botan::X509_Certificate parsed(certificate);
+    const auto key = parsed.load_subject_public_key();
+    Botan::PK_Verifier verifier(*key, scheme);
+    verifier.update(message);
+    return verifier.check_signature(signature);
+}
+
+std::vector<std::string> journey(const virtual_card::VirtualReader& reader) {
+    std::vector<std::string> lines;
+    const auto& exchanges = reader.exchanges();
+    for (std::size_t at = 0; at < exchanges.size();) {
+        std::size_t read = 0;
+        std::size_t next = at;
+        while (next < exchanges.size() && isRead(exchanges[next].command)) {
+            const Bytes& command = exchanges[next].command;
+            if (std::size_t(command[2] << 8 | command[3]) != read || read % 127 != 0) break;
+            read += command[4];
+            ++next;
+        }
+        if (next > at) {
+            lines.push_back("read " + std::to_string(read) + " bytes");
+            at = next;
+        } else {
+            lines.push_back(toHex(exchanges[at++].command));
+        }
+    }
+    return lines;
+}
+
+}  // namespace boundary

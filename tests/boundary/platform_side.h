@@ -1,0 +1,89 @@
+// The platform's side of one card: a virtual card in a reader, a CARD_DATA record as the platform
+// fills it, and the calls that the platform makes, through the record's table alone.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver_under_test.h"
+#include "platform/wide_text.h"
+#include "support/log_capture.h"
+#include "virtual_card/winscard/virtual_reader.h"
+
+namespace boundary {
+
+using virtual_card::Bytes;
+using virtual_card::fromHex;
+using virtual_card::toHex;
+
+inline constexpr int allCardTypes[] = {3, 4, 5, 6, 7, 8};
+
+/// A status and what came with it.
+struct Answer {
+    DWORD status = 0;
+    Bytes bytes;
+};
+
+class PlatformSide {
+public:
+    explicit PlatformSide(int cardType);
+    /// Deletes the context, and fails the test if a buffer of the platform's was not given back.
+    ~PlatformSide();
+    PlatformSide(const PlatformSide&) = delete;
+    PlatformSide& operator=(const PlatformSide&) = delete;
+
+    DWORD acquire();
+    /// Acquires, and fails the test if that fails.
+    void acquireOrFail();
+    /// CardDeleteContext, if the card is acquired.
+    void release();
+
+    Answer readFile(const char* directory, const char* file, DWORD dwFlags = 0);
+    Answer listFiles(const char* directory);
+    Answer property(LPCWSTR name, DWORD dwFlags, DWORD room = 256);
+    Answer containerProperty(BYTE container, LPCWSTR name, DWORD room = 256);
+    DWORD numberOf(LPCWSTR name, DWORD dwFlags);
+
+    /// The PIN as the platform hands it over; attempts, where asked for, start as 77.
+    DWORD authenticate(PIN_ID pinId, const std::string& pin, DWORD* attempts = nullptr);
+    /// Verifies the right PIN for the key of a container.
+    void openKey(BYTE container);
+
+    /// CardSignData of the record; the signature as the platform gets it.
+    Answer sign(CARD_SIGNING_INFO info);
+    Answer decrypt(BYTE container, const Bytes& block, DWORD padding = CARD_PADDING_PKCS1);
+
+    /// The certificate of a container, as the virtual file has it.
+    Bytes certificate(BYTE container);
+    bool isEcKey(BYTE container) const;
+    const virtual_card::KeyRow& key(BYTE container) const;
+    std::string pin(virtual_card::PinRole role) const;
+
+    static int liveBuffers();
+    static void failAllocation(int n);
+
+    virtual_card::VirtualReader reader;
+    Bytes atr;
+    CARD_DATA data{};
+    bool acquired = false;
+};
+
+/// A hash by Botan's name.
+Bytes hashOf(const std::string& algorithm, const std::string& message);
+/// Bytes in the other order: the platform's RSA blocks are little-endian.
+Bytes reversed(Bytes bytes);
+/// Whether the signature of a message is that of the certificate's key. RSA signatures in the order
+/// of the card. Scheme: "EMSA3(SHA-256)" (PKCS#1), "EMSA4(SHA-256)" (PSS), "EMSA1(SHA-256)"
+/// (ECDSA).
+bool isSignature(const Bytes& certificate, const std::string& scheme, const std::string& message,
+                 const Bytes& signature);
+
+/// The commands of a journey, one a line. A run of READ BINARY that reads a file from its start in
+/// chunks of 127 bytes is folded to "read N bytes".
+std::vector<std::string> journey(const virtual_card::VirtualReader& reader);
+
+}  // namespace boundary

@@ -1,0 +1,312 @@
+// Signatures with real keys, verified against the card's own certificates.
+#include "platform_side.h"
+
+namespace boundary {
+namespace {
+
+using KelmoraID::testing::LogCapture;
+using KelmoraID::testing::LogLine;
+using KelmoraID::testing::LogLines;
+
+const std::string message = "a challenge of the platform's";
+
+struct HashRow {
+    const char* botanName;
+    LPCWSTR paddingName;
+    ALG_ID algorithm;
+};
+const HashRow hashes[] = {
+    {"SHA-1", WIDE_TEXT("SHA1"), 0x8004},
+    {"SHA-256", WIDE_TEXT("SHA256"), 0x800C},
+    {"SHA-384", WIDE_TEXT("SHA384"), 0x800D},
+    {"SHA-512", WIDE_TEXT("SHA512"), 0x800E},
+};
+
+class Signature : public ::testing::TestWithParam<int> {
+protected:
+    void SetUp() override { card.acquireOrFail(); }
+
+    BYTE containers() { return static_cast<BYTE>(card.reader.card().generation().keys.size()); }
+
+    CARD_SIGNING_INFO request(BYTE container, Bytes& data) {
+        CARD_SIGNING_INFO info{};
+        info.dwVersion = 2;
+        info.bContainerIndex = container;
+        info.dwKeySpec = card.isEcKey(container) ? AT_ECDSA_P256
+                         : container == 0        ? AT_KEYEXCHANGE
+                                                 : AT_SIGNATURE;
+        info.pbData = data.data();
+        info.cbData = static_cast<DWORD>(data.size());
+        return info;
+    }
+
+    // Signs a hash under padding information; the signature in the order of the card.
+    Answer signPadded(BYTE container, const HashRow& hash, DWORD padding) {
+        Bytes data = hashOf(hash.botanName, message);
+        BCRYPT_PSS_PADDING_INFO name{hash.paddingName, static_cast<ULONG>(data.size())};
+        CARD_SIGNING_INFO info = request(container, data);
+        info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+        info.dwPaddingType = padding;
+        info.pPaddingInfo = &name;
+        Answer answer = card.sign(info);
+        answer.bytes = reversed(answer.bytes);
+        return answer;
+    }
+
+    Answer signPlain(BYTE container, const HashRow& hash, ALG_ID algorithm) {
+        Bytes data = hashOf(hash.botanName, message);
+        CARD_SIGNING_INFO info = request(container, data);
+        info.aiHashAlg = algorithm;
+        return card.sign(info);
+    }
+
+    PlatformSide card{GetParam()};
+};
+INSTANTIATE_TEST_SUITE_P(EveryCard, Signature, ::testing::ValuesIn(allCardTypes));
+
+TEST_P(Signature, OfEveryKeyHashAndSchemeIsThatOfTheCertificate) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        const Bytes certificate = card.certificate(container);
+        for (const HashRow& hash : hashes) {
+            const std::string suffix = "(" + std::string(hash.botanName) + ")";
+            if (card.isEcKey(container)) {
+                card.openKey(container);
+                const Answer ecdsa = signPlain(container, hash, 0);
+                ASSERT_EQ(ecdsa.status, 0u) << int(container) << suffix;
+                EXPECT_TRUE(isSignature(certificate, "EMSA1" + suffix, message, ecdsa.bytes));
+                continue;
+            }
+            card.openKey(container);
+            const Answer byName = signPadded(container, hash, CARD_PADDING_PKCS1);
+            ASSERT_EQ(byName.status, 0u) << int(container) << suffix;
+            EXPECT_TRUE(isSignature(certificate, "EMSA3" + suffix, message, byName.bytes));
+            card.openKey(container);
+            const Answer pss = signPadded(container, hash, CARD_PADDING_PSS);
+            ASSERT_EQ(pss.status, 0u) << int(container) << suffix;
+            EXPECT_TRUE(isSignature(certificate, "EMSA4" + suffix, message, pss.bytes));
+            card.openKey(container);
+            const Answer byId = signPlain(container, hash, hash.algorithm);
+            ASSERT_EQ(byId.status, 0u) << int(container) << suffix;
+            EXPECT_TRUE(isSignature(certificate, "EMSA3" + suffix, message, reversed(byId.bytes)));
+        }
+    }
+}
+
+TEST_P(Signature, WithoutAVerifiedPinIsASecurityViolation) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        const ALG_ID algorithm = card.isEcKey(container) ? 0 : 0x800C;
+        const Answer answer = signPlain(container, hashes[1], algorithm);
+        if (card.reader.card().generation().knowsSignatureEnvironment) {
+            EXPECT_EQ(answer.status, 0x8010006Au) << int(container);
+        } else {
+            // The key is the one of the current directory, which a VERIFY would have selected.
+            EXPECT_NE(answer.bytes.size(), 64u) << int(container);
+        }
+    }
+}
+
+TEST_P(Signature, SizeQueryTellsBytesForRsaAndBitsForEcAndClearsTheInput) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        Bytes data(32, 1);
+        CARD_SIGNING_INFO info = request(container, data);
+        info.dwSigningFlags = CARD_BUFFER_SIZE_ONLY;
+        card.reader.clearExchanges();
+        EXPECT_EQ(card.data.pfnCardSignData(&card.data, &info), 0u);
+        EXPECT_EQ(info.pbData, nullptr);
+        EXPECT_EQ(info.pbSignedData, nullptr);
+        switch (card.key(container).kind) {
+            case virtual_card::KeyKind::Rsa2048:
+                EXPECT_EQ(info.cbSignedData, 256u);
+                break;
+            case virtual_card::KeyKind::Rsa3072:
+                EXPECT_EQ(info.cbSignedData, 384u);
+                break;
+            case virtual_card::KeyKind::P256:
+                EXPECT_EQ(info.cbSignedData, 256u);
+                break;
+            case virtual_card::KeyKind::P384:
+                EXPECT_EQ(info.cbSignedData, 384u);
+                break;
+            case virtual_card::KeyKind::P521:
+                EXPECT_EQ(info.cbSignedData, 528u);
+                break;
+        }
+        EXPECT_TRUE(card.reader.exchanges().empty());
+    }
+}
+
+TEST_P(Signature, RefusalsComeInTheirOrder) {
+    Bytes data(32, 1);
+    const BYTE beyond = containers();
+    CARD_SIGNING_INFO info = request(0, data);
+    info.bContainerIndex = beyond;
+    EXPECT_EQ(card.sign(info).status, 0x80100030u);
+    info.dwSigningFlags = 0x80000000;
+    EXPECT_EQ(card.sign(info).status, 0x80100004u);
+    info.dwVersion = 3;
+    EXPECT_EQ(card.sign(info).status, 0x51Au);
+    EXPECT_EQ(card.data.pfnCardSignData(&card.data, nullptr), 0x80100004u);
+    const SCARDCONTEXT context = card.data.hSCardCtx;
+    card.data.hSCardCtx = 0;
+    EXPECT_EQ(card.sign(info).status, 0x80100004u);
+    card.data.hSCardCtx = context;
+}
+
+TEST_P(Signature, KeySpecificationHasToFitTheKey) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        Bytes data(32, 1);
+        CARD_SIGNING_INFO info = request(container, data);
+        info.aiHashAlg = 0x800C;
+        info.dwKeySpec = card.isEcKey(container) ? 2 : 3;
+        EXPECT_EQ(card.sign(info).status, 0x80100004u);
+    }
+}
+
+TEST_P(Signature, OfAnEcKeyGoesByTheLengthOfTheHashAlone) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        if (!card.isEcKey(container)) continue;
+        card.openKey(container);
+        const Answer answer = signPlain(container, hashes[1], 0x8004);
+        ASSERT_EQ(answer.status, 0u);
+        EXPECT_TRUE(
+            isSignature(card.certificate(container), "EMSA1(SHA-256)", message, answer.bytes));
+        EXPECT_EQ(signPlain(container, hashes[1], 0x8003).status, 0x80100022u);
+        for (const std::size_t size : {30u, 33u}) {
+            Bytes data(size, 1);
+            EXPECT_EQ(card.sign(request(container, data)).status, 0x80100004u);
+        }
+    }
+}
+
+TEST_P(Signature, OfAnRsaKeyWithoutAnyHashAlgorithmIsABadArgument) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        if (card.isEcKey(container)) continue;
+        Bytes data(32, 1);
+        CARD_SIGNING_INFO info = request(container, data);
+        card.reader.clearExchanges();
+        EXPECT_EQ(card.sign(info).status, 0x80100004u);
+        info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+        info.dwPaddingType = CARD_PADDING_PKCS1;
+        EXPECT_EQ(card.sign(info).status, 0x80100004u) << "no padding information";
+        EXPECT_TRUE(card.reader.exchanges().empty());
+    }
+}
+
+TEST_P(Signature, AnAllocationThatFailsIsStatusEight) {
+    card.openKey(0);
+    Bytes data = hashOf("SHA-256", message);
+    CARD_SIGNING_INFO info = request(0, data);
+    info.aiHashAlg = card.isEcKey(0) ? 0 : 0x800C;
+    PlatformSide::failAllocation(1);
+    EXPECT_EQ(card.sign(info).status, 8u);
+}
+
+TEST(SignatureOfRsa, TakesTheLastTwentyBytesOfTheSslForm) {
+    PlatformSide card(3);
+    card.acquireOrFail();
+    card.openKey(0);
+    Bytes data(16, 0xAA);
+    virtual_card::append(data, hashOf("SHA-1", message));
+    BCRYPT_PKCS1_PADDING_INFO name{nullptr};
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 2;
+    info.dwKeySpec = AT_KEYEXCHANGE;
+    info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+    info.dwPaddingType = CARD_PADDING_PKCS1;
+    info.pPaddingInfo = &name;
+    info.pbData = data.data();
+    info.cbData = 36;
+    const Answer answer = card.sign(info);
+    ASSERT_EQ(answer.status, 0u);
+    EXPECT_TRUE(isSignature(card.certificate(0), "EMSA3(SHA-1)", message, reversed(answer.bytes)));
+}
+
+TEST(SignatureOfRsa, GoesByTheAlgorithmIdAlsoWherePssWasAskedFor) {
+    PlatformSide card(3);
+    card.acquireOrFail();
+    card.openKey(0);
+    Bytes data = hashOf("SHA-384", message);
+    BCRYPT_PSS_PADDING_INFO name{WIDE_TEXT("SHA256"), 32};
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 2;
+    info.dwKeySpec = AT_KEYEXCHANGE;
+    info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+    info.dwPaddingType = CARD_PADDING_PSS;
+    info.pPaddingInfo = &name;
+    info.aiHashAlg = 0x800D;
+    info.pbData = data.data();
+    info.cbData = static_cast<DWORD>(data.size());
+    LogCapture log;
+    const Answer answer = card.sign(info);
+    ASSERT_EQ(answer.status, 0u);
+    EXPECT_TRUE(
+        isSignature(card.certificate(0), "EMSA3(SHA-384)", message, reversed(answer.bytes)));
+    EXPECT_EQ(log.output(),
+              (LogLines{{"DEBUG", "CardSignData: pInfo->aiHashAlg (if)"},
+                        {"WARNING",
+                         "Entered both 'CARD_PADDING_INFO_PRESENT' and 'aiHashAlg' branch?"}}));
+}
+
+TEST(SignatureOfRsa, RefusedByAnUnknownStatusWordReportsSuccessWithoutASignature) {
+    PlatformSide card(3);
+    card.acquireOrFail();
+    card.openKey(0);
+    Bytes data = hashOf("SHA-256", message);
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 1;
+    info.dwKeySpec = AT_KEYEXCHANGE;
+    info.aiHashAlg = 0x800C;
+    info.pbData = data.data();
+    info.cbData = static_cast<DWORD>(data.size());
+    info.cbSignedData = 77;
+    card.reader.failTransmit(1, {virtual_card::Fault::Kind::StatusWord, 0x6A82});
+    LogCapture log;
+    EXPECT_EQ(card.data.pfnCardSignData(&card.data, &info), 0u);
+    EXPECT_EQ(info.pbSignedData, nullptr);
+    EXPECT_EQ(info.cbSignedData, 77u);
+    EXPECT_EQ(log.file().back(),
+              (LogLine{"CardSignData",
+                       "Exiting the function, with status code: '0x00000000' from APDU"}));
+}
+
+TEST(SignatureOfRsa, ThatIsLongerThanOneReplyIsGatheredWhole) {
+    PlatformSide card(3);
+    card.acquireOrFail();
+    card.openKey(1);
+    Bytes data = hashOf("SHA-256", message);
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 1;
+    info.bContainerIndex = 1;
+    info.dwKeySpec = AT_SIGNATURE;
+    info.aiHashAlg = 0x800C;
+    info.pbData = data.data();
+    info.cbData = static_cast<DWORD>(data.size());
+    card.reader.clearExchanges();
+    const Answer answer = card.sign(info);
+    ASSERT_EQ(answer.status, 0u);
+    EXPECT_EQ(answer.bytes.size(), 384u);
+    EXPECT_EQ(card.reader.exchanges().back().command.at(1), 0xC0) << "by GET RESPONSE";
+}
+
+TEST(SignatureWithASecondKey, GivesTheHashToTheCardTwice) {
+    PlatformSide card(5);
+    card.acquireOrFail();
+    card.openKey(0);
+    Bytes data = hashOf("SHA-256", message);
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 1;
+    info.dwKeySpec = AT_ECDSA_P256;
+    info.pbData = data.data();
+    info.cbData = 32;
+    card.reader.clearExchanges();
+    ASSERT_EQ(card.sign(info).status, 0u);
+    const std::string hash = toHex(data);
+    const std::vector<std::string> lines = journey(card.reader);
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "002241B60684010180014400");
+    EXPECT_EQ(lines[1], "002A90A0229020" + hash + "00");
+    EXPECT_EQ(lines[2], "002A9E9A20" + hash + "40");
+}
+
+}  // namespace
+}  // namespace boundary
