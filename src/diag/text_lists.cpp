@@ -1,7 +1,7 @@
 #include "diag/text_lists.h"
 
 #include <algorithm>
-#include <sstream>
+#include <cstddef>
 
 namespace KelmoraID {
 
@@ -19,8 +19,12 @@ std::vector<WideString> multiStringToList(const WideString& multiString) {
 
 std::vector<std::string> splitString(const std::string& text, char delimiter) {
     std::vector<std::string> parts;
-    std::istringstream stream(text);
-    for (std::string part; std::getline(stream, part, delimiter);) parts.push_back(part);
+    std::size_t begin = 0;
+    while (begin < text.size()) {
+        const std::size_t end = std::min(text.find(delimiter, begin), text.size());
+        parts.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
     return parts;
 }
 
