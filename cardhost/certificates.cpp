@@ -1,6 +1,7 @@
 #include "certificates.h"
 
 #include <memory>
+#include <string_view>
 
 #include <botan/data_src.h>
 #include <botan/ecc_key.h>
@@ -27,6 +28,16 @@ std::string curveName(const Botan::EC_PublicKey& key) {
     return name.empty() ? "unnamed curve" : name;
 }
 
+/// "C="FI",CN="..."": the library puts the name of the standard before some attributes.
+std::string nameText(const Botan::X509_DN& name) {
+    constexpr std::string_view standard = "X520.";
+    std::string text = name.to_string();
+    for (auto at = text.find(standard); at != std::string::npos; at = text.find(standard, at)) {
+        text.erase(at, standard.size());
+    }
+    return text;
+}
+
 PublicKey publicKeyOf(const Botan::X509_Certificate& certificate) {
     const std::unique_ptr<Botan::Public_Key> key(certificate.load_subject_public_key());
     const auto* ec = dynamic_cast<const Botan::EC_PublicKey*>(key.get());
@@ -45,8 +56,8 @@ Certificate certificateOf(const Bytes& der, const std::string& origin) try {
     const Botan::X509_Certificate certificate = parsed(der);
     Certificate result;
     result.der = der;
-    result.subject = certificate.subject_dn().to_string();
-    result.issuer = certificate.issuer_dn().to_string();
+    result.subject = nameText(certificate.subject_dn());
+    result.issuer = nameText(certificate.issuer_dn());
     result.serialNumber = hexSpaced(certificate.serial_number());
     result.notBefore = certificate.not_before().readable_string();
     result.notAfter = certificate.not_after().readable_string();

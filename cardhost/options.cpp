@@ -9,6 +9,8 @@ namespace cardhost {
 
 namespace {
 
+constexpr const char* seeHelp = " (see cardhost --help)";
+
 constexpr const char* description =
     "cardhost: what the platform does with a smart-card minidriver, on the command line.\n"
     "It loads the driver, connects it to a card and calls its entry points.";
@@ -20,13 +22,15 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
                     "The minidriver; if not given, the one beside this program")
         ->type_name("FILE")
         ->group(group);
-    auto* virtualCard = program
-                            .add_option("--virtual", line.common.card.virtualType,
-                                        "A virtual card of this type, 3 to 8, with test keys")
-                            ->check(CLI::Range(3, 8))
-                            ->capture_default_str()
-                            ->type_name("TYPE")
-                            ->group(group);
+    auto* virtualCard =
+        program
+            .add_option("--virtual", line.common.card.virtualType,
+                        "A virtual card of this type, 3 to 8, with test keys. Its PINs: 1 is 1234, "
+                        "4 is 123456, 3 is 12345678")
+            ->check(CLI::Range(3, 8).description(""))
+            ->capture_default_str()
+            ->type_name("TYPE")
+            ->group(group);
     auto* stateFile =
         program
             .add_option_function<std::string>(
@@ -55,7 +59,7 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
 void printHelp(const CLI::App& program, std::FILE* help) {
     const auto chosen = program.get_subcommands();
     const CLI::App& subject = chosen.empty() ? program : *chosen.front();
-    fmt::print(help, "{}", subject.help());
+    fmt::print(help, "{}", subject.help(chosen.empty() ? "" : "cardhost"));
     if (!chosen.empty()) {
         fmt::print(help,
                    "\nThe options --driver, --virtual, --reader and --trace go with every command: "
@@ -91,8 +95,14 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     } catch (const CLI::CallForHelp&) {
         printHelp(program, help);
         line.action = {};
+    } catch (const CLI::RequiredError& error) {
+        const auto words = program.remaining();
+        throw Failure(ExitCode::usage,
+                      words.empty() || !program.get_subcommands().empty()
+                          ? oneLine(error.what()) + seeHelp
+                          : fmt::format("no such command: {}{}", words.front(), seeHelp));
     } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::usage, oneLine(error.what()) + " (see cardhost --help)");
+        throw Failure(ExitCode::usage, oneLine(error.what()) + seeHelp);
     }
     return line;
 }

@@ -57,7 +57,7 @@ void addDecrypt(CLI::App& program, Action& action) {
         "Have the card decrypt an RSA block with PKCS#1 v1.5 padding, such as\n"
         "openssl pkeyutl -encrypt -certin -inkey CERTIFICATE.pem makes");
     command->add_option("--container", options->container, "Whose key decrypts")
-        ->check(CLI::Range(0, 255))
+        ->check(CLI::Range(0, 255).description(""))
         ->capture_default_str()
         ->type_name("N");
     command->add_option("--in", options->in, "The encrypted block")->required()->type_name("FILE");

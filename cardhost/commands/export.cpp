@@ -32,16 +32,16 @@ void writeCertificate(Report& report, const Container& container, bool isDer,
 
 void exportCertificates(const ExportOptions& options, const CommonOptions& common,
                         std::FILE* stream) {
-    Session session(common, stream);
-    session.report.heading("Certificates written");
     const auto out = os::pathOf(options.out);
-    if (options.container >= 0) {
-        writeCertificate(session.report,
-                         containerAt(session.acquisition, static_cast<unsigned>(options.container)),
-                         options.isDer, out);
+    const bool isOne = options.container >= 0;
+    if (!isOne) makeFolder(out);
+    Session session(common, stream);
+    if (isOne) {
+        const auto index = static_cast<unsigned>(options.container);
+        writeCertificate(session.report, containerAt(session.acquisition, index), options.isDer,
+                         out);
         return;
     }
-    makeFolder(out);
     for (const Container& container : containersOf(session.acquisition)) {
         writeCertificate(session.report, container, options.isDer,
                          out / (container.certificateFile + (options.isDer ? ".der" : ".pem")));
@@ -60,7 +60,7 @@ void addExport(CLI::App& program, Action& action) {
         ->required()
         ->type_name("PATH");
     command->add_option("--container", options->container, "Only the certificate of this container")
-        ->check(CLI::Range(0, 255))
+        ->check(CLI::Range(0, 255).description(""))
         ->type_name("N");
     command->add_flag("--der", options->isDer, "DER instead of PEM");
     command->callback([options, &action] {

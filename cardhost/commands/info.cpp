@@ -81,14 +81,14 @@ const char* cachePolicyText(DWORD policy) {
     }
 }
 
-/// "1, 2, 4" for the bits of a PIN set that stand for the PINs of this interface.
+/// "PIN 1, 2, 4" for the bits of a PIN set that stand for the PINs of this interface.
 std::string pinSetText(PIN_SET set) {
     std::string text;
     for (PIN_ID pin = firstPin; pin <= lastPin; ++pin) {
         if ((set >> pin & 1) == 0) continue;
         text += fmt::format("{}{}", text.empty() ? "" : ", ", pin);
     }
-    return text.empty() ? "none" : text;
+    return text.empty() ? "no PIN" : "PIN " + text;
 }
 
 void printCard(Session& session) {
@@ -190,14 +190,14 @@ void printPins(Session& session) {
     Report& report = session.report;
     report.heading("PINs");
     const auto list = session.acquisition.propertyAs<PIN_SET>("PIN List");
-    report.row("PIN list", fmt::format("{} ({:#010x})", pinSetText(list), list));
+    report.row("list", fmt::format("{} ({:#010x})", pinSetText(list), list));
     for (PIN_ID pin = firstPin; pin <= lastPin; ++pin) {
         const auto info = session.acquisition.propertyAs<PIN_INFO>("PIN Information", pin);
         report.row(
             fmt::format("PIN {}", pin),
             fmt::format("{}; {}; {}", pinPurposeText(info.PinPurpose), pinTypeText(info.PinType),
                         cachePolicyText(info.PinCachePolicy.PinCachePolicyType)));
-        report.row("", fmt::format("changed by PIN {}, unblocked by PIN {}",
+        report.row("", fmt::format("changed with {}, unblocked with {}",
                                    pinSetText(info.dwChangePermission),
                                    pinSetText(info.dwUnblockPermission)));
     }

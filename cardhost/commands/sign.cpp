@@ -85,7 +85,7 @@ void addSign(CLI::App& program, Action& action) {
         "Hash a file and have the card sign the hash; the signature is one that openssl "
         "verifies");
     command->add_option("--container", options->container, "Whose key signs")
-        ->check(CLI::Range(0, 255))
+        ->check(CLI::Range(0, 255).description(""))
         ->capture_default_str()
         ->type_name("N");
     command->add_option("--hash", options->hash, "The hash function; sha224 for EC keys only")

@@ -32,7 +32,7 @@ void addVerify(CLI::App& program, Action& action) {
     command
         ->add_option("--pin-id", options->pinId,
                      "Which PIN: 1 authentication, 2 administrator, 3 unblock, 4 signature")
-        ->check(CLI::Range(1, 4))
+        ->check(CLI::Range(1, 4).description(""))
         ->capture_default_str()
         ->type_name("N");
     addPinOptions(*command, options->pin);

@@ -105,7 +105,7 @@ class Info(CardhostTest):
                 self.assertEqual(descriptions, [
                     f"RSA, {key[3:]} bits" if is_rsa(key) else
                     f"EC, {re.search('p(...)r', key)[1]} bits, {key}" for key in keys])
-                self.assertIn("1, 2, 3, 4 (0xffffff1e)", out)
+                self.assertIn("PIN 1, 2, 3, 4 (0xffffff1e)", out)
 
     def test_names_the_slots_that_an_rsa_card_leaves_empty(self):
         out, _ = self.cardhost("info", "--virtual", 3)
@@ -327,12 +327,15 @@ class Decrypt(CardhostTest):
     def test_a_block_of_a_wrong_length_is_told(self):
         self.assertRegex(self.message("decrypt", "--in", self.write("b", b"short"), "--out", "x",
                                       "--pin", "1234", expected=FILE),
-                         "^b has 5 bytes|has 5 bytes; a block for this key has 256$")
+                         "has 5 bytes; a block for this key has 256$")
+        self.assertRegex(self.message("decrypt", "--in", self.data, "--out", "x", expected=FILE),
+                         "has more than the 65536 bytes that make sense here$")
 
     def test_an_ec_key_is_wrong_usage(self):
-        self.assertRegex(self.message("decrypt", "--virtual", 5, "--in", self.data, "--out", "x",
-                                      expected=FILE if self.data.stat().st_size > 65536 else USAGE),
-                         "more than|has no RSA key to decrypt with")
+        block = self.write("block", bytes(256))
+        self.assertRegex(self.message("decrypt", "--virtual", 5, "--in", block, "--out", "x",
+                                      expected=USAGE),
+                         "^container 0 has no RSA key to decrypt with")
 
 
 class Agree(CardhostTest):
@@ -443,7 +446,7 @@ class CommandLine(CardhostTest):
     def test_what_makes_no_sense_is_told_in_one_line(self):
         for arguments, reason in (
                 ([], "A subcommand is required"),
-                (["dance"], "not expected: dance"),
+                (["dance"], "no such command: dance"),
                 (["info", "--virtual", "9"], "9 not in range 3 to 8"),
                 (["info", "--virtual", "x"], "--virtual"),
                 (["info", "--wrong"], "not expected: --wrong"),
