@@ -38,8 +38,14 @@ for type in 3 4 5 6 7 8; do
     rule
     echo "Card type $type"
     rule
-    (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" \
-        --virtual "$type" logon --pin 1234 | tr -d '\r')
+    # What the driver itself prints is kept apart: the log says the same and more.
+    if ! (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" \
+            --virtual "$type" logon --pin 1234 >steps.txt 2>driver-output.txt); then
+        cat "$folder/steps.txt" "$folder/driver-output.txt"
+        echo "The logon failed." >&2
+        exit 1
+    fi
+    tr -d '\r' <"$folder/steps.txt"
     (cd "$folder" && openssl x509 -in certificate.pem -noout -pubkey >certificate-key.pem)
     echo
     echo "OpenSSL, with the public key of the card's certificate, about the signature:"
