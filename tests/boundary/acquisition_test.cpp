@@ -6,7 +6,6 @@
 namespace boundary {
 namespace {
 
-using KelmoraID::testing::LogCapture;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -85,7 +84,7 @@ TEST(AcquisitionChecks, FailOnTheAtrBeforeAZeroHandle) {
 }
 
 TEST(AcquisitionLog, HoldsItsLinesAndNoExitLine) {
-    LogCapture log;
+    DriverLog log;
     PlatformSide card(3);
     log.clear();
     card.acquireOrFail();
@@ -100,7 +99,7 @@ TEST(AcquisitionLog, HoldsItsLinesAndNoExitLine) {
 }
 
 TEST(AcquisitionLog, TellsACheckThatFailedOnStandardOutput) {
-    LogCapture log;
+    DriverLog log;
     PlatformSide card(3);
     card.atr[5] ^= 0xFF;
     EXPECT_EQ(card.acquire(), 0x8010000Du);

@@ -14,7 +14,6 @@
 namespace boundary {
 namespace {
 
-using KelmoraID::testing::LogCapture;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -238,13 +237,13 @@ TEST_P(Agreement, TakesNoStrangeLengthOfAPublicKey) {
 TEST_P(Agreement, WithoutAVerifiedPinSendsNoMse) {
     card.reader.card().reset();
     card.reader.clearExchanges();
-    LogCapture log;
+    DriverLog log;
     EXPECT_EQ(agree(other->blob()), 0x8010006Au);
     for (const auto& exchange : card.reader.exchanges()) EXPECT_NE(exchange.command[1], 0x22);
 }
 
 TEST_P(Agreement, ReachesTheFirstHandlerWhenTheCardWantsItsPinAfterAll) {
-    LogCapture log;
+    DriverLog log;
     // Root, VERIFY, MSE, and then the PSO is refused for lack of a PIN: a thrown logic error.
     card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x6982});
     EXPECT_EQ(agree(other->blob()), 0x8010006Au);
@@ -258,7 +257,7 @@ TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
     const LogLine other_{"CardConstructDHAgreement",
                          "Exiting the function, with status code: '0x8010001f' (other)"};
     for (const std::size_t n : {3u, 4u}) {
-        LogCapture log;
+        DriverLog log;
         card.reader.failTransmit(n, {virtual_card::Fault::Kind::StatusWord, 0x6A80});
         EXPECT_EQ(agree(other->blob()), 0x8010001Fu) << n;
         EXPECT_EQ(log.file().back(), other_) << n;
@@ -266,7 +265,7 @@ TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
 }
 
 TEST_P(Agreement, WithoutDataFromTheCardIsAFailure) {
-    LogCapture log;
+    DriverLog log;
     card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x9000});
     EXPECT_EQ(agree(other->blob()), 0x8010001Fu);
     EXPECT_EQ(log.file().back(),
@@ -277,7 +276,7 @@ TEST_P(Agreement, WithoutDataFromTheCardIsAFailure) {
 TEST_P(Agreement, DerivationRefusesInOrderWithItsNumbers) {
     BYTE index = 0;
     ASSERT_EQ(agree(other->blob(), &index), 0u);
-    LogCapture log;
+    DriverLog log;
     const auto expectLine = [&](const char* suffix) {
         EXPECT_EQ(log.file().back(),
                   (LogLine{"CardDeriveKey",
@@ -329,7 +328,7 @@ TEST_P(Agreement, LooksAtTheContextHandleLate) {
     const SCARDCONTEXT context = card.data.hSCardCtx;
     card.data.hSCardCtx = 0;
     card.reader.clearExchanges();
-    LogCapture log;
+    DriverLog log;
     EXPECT_EQ(derive(index, nullptr).status, 0x80100004u);
     EXPECT_FALSE(card.reader.exchanges().empty()) << "after the card has been spoken to";
     EXPECT_EQ(log.file().back(),
@@ -357,7 +356,7 @@ TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
     BYTE index = 0;
     ASSERT_EQ(agree(other->blob(), &index), 0u);
     PlatformSide::failAllocation(1);
-    LogCapture log;
+    DriverLog log;
     EXPECT_EQ(derive(index, nullptr).status, 8u);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardDeriveKey",

@@ -4,7 +4,6 @@
 namespace boundary {
 namespace {
 
-using KelmoraID::testing::LogCapture;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 using virtual_card::PinRole;
@@ -102,7 +101,7 @@ TEST_P(Authentication, AReaderPulledOutDuringTheVerifyEndsWithOneLine) {
     ASSERT_EQ(card.authenticate(1, "4321"), 0x8010006Bu);
     const std::size_t commands = card.reader.exchanges().size();
     card.reader.failTransmit(commands, {virtual_card::Fault::Kind::RemoveCard, 0});
-    LogCapture log;
+    DriverLog log;
     EXPECT_EQ(card.authenticate(1, "1234"), 0x8010001Fu);
     const LogLines lines = log.file();
     ASSERT_FALSE(lines.empty());
@@ -129,7 +128,7 @@ TEST_P(Authentication, WithoutAContextHandleIsABadArgument) {
 }
 
 TEST(AuthenticationLog, HoldsNoPin) {
-    LogCapture log;
+    DriverLog log;
     PlatformSide card(5);
     card.acquireOrFail();
     EXPECT_EQ(card.authenticate(1, "1234"), 0u);

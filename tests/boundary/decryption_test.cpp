@@ -9,7 +9,6 @@
 namespace boundary {
 namespace {
 
-using KelmoraID::testing::LogCapture;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -75,7 +74,7 @@ protected:
         EXPECT_EQ(log.file().back(), line(text + suffix));
         EXPECT_EQ(buffer, block) << "the block stays as it came";
     }
-    LogCapture log;
+    DriverLog log;
     PlatformSide card{3};
     Bytes block;
     Bytes buffer;
@@ -201,7 +200,7 @@ TEST_F(DecryptionWithTheAuthenticationKey, RefusesABlockThatNoCommandCarries) {
 
 TEST(DecryptionOfTheSigningKey, IsMeasuredByTheKeyOfTheFirstContainer) {
     // Container 0 has a P-256 key: 32 bytes are enough for the check, and too few for the script.
-    LogCapture log;
+    DriverLog log;
     PlatformSide card(6);
     card.acquireOrFail();
     card.openKey(1);

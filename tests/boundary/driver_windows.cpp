@@ -37,7 +37,12 @@ HMODULE seamLibrary() {
 
 PFN_CARD_ACQUIRE_CONTEXT acquireContextOfDriver() {
     seamLibrary();
-    static const HMODULE driver = load("kelmora-id-minidriver.dll");
+    static const HMODULE driver = [] {
+        // Whatever another program has left in this machine's registry.
+        writeSetting(Setting::serviceAddresses, "");
+        writeSetting(Setting::companionStartCommand, "");
+        return load("kelmora-id-minidriver.dll");
+    }();
     return find<PFN_CARD_ACQUIRE_CONTEXT>(driver, "CardAcquireContext");
 }
 

@@ -28,6 +28,17 @@ struct Answer {
     Bytes bytes;
 };
 
+/// Both log channels, without the lines that the driver writes for threads of the platform's: those
+/// come and go as they like.
+class DriverLog : public KelmoraID::testing::LogCapture {
+public:
+    KelmoraID::testing::LogLines file() {
+        KelmoraID::testing::LogLines lines = LogCapture::file();
+        std::erase_if(lines, [](const auto& line) { return line.scope == "DllMain"; });
+        return lines;
+    }
+};
+
 class PlatformSide {
 public:
     explicit PlatformSide(int cardType);

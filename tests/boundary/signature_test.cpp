@@ -4,7 +4,6 @@
 namespace boundary {
 namespace {
 
-using KelmoraID::testing::LogCapture;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -236,7 +235,7 @@ TEST(SignatureOfRsa, GoesByTheAlgorithmIdAlsoWherePssWasAskedFor) {
     info.aiHashAlg = 0x800D;
     info.pbData = data.data();
     info.cbData = static_cast<DWORD>(data.size());
-    LogCapture log;
+    DriverLog log;
     const Answer answer = card.sign(info);
     ASSERT_EQ(answer.status, 0u);
     EXPECT_TRUE(
@@ -260,7 +259,7 @@ TEST(SignatureOfRsa, RefusedByAnUnknownStatusWordReportsSuccessWithoutASignature
     info.cbData = static_cast<DWORD>(data.size());
     info.cbSignedData = 77;
     card.reader.failTransmit(1, {virtual_card::Fault::Kind::StatusWord, 0x6A82});
-    LogCapture log;
+    DriverLog log;
     EXPECT_EQ(card.data.pfnCardSignData(&card.data, &info), 0u);
     EXPECT_EQ(info.pbSignedData, nullptr);
     EXPECT_EQ(info.cbSignedData, 77u);

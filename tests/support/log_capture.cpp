@@ -19,6 +19,8 @@ LogLines linesOf(const std::string& content, const std::regex& head) {
     LogLines lines;
     std::istringstream stream(content);
     for (std::string text; std::getline(stream, text);) {
+        // The file is a text file: Windows ends its lines with two characters.
+        if (text.ends_with('\r')) text.pop_back();
         std::smatch match;
         if (std::regex_search(text, match, head, std::regex_constants::match_continuous)) {
             lines.push_back({match[1], match.suffix()});
