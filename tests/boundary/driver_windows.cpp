@@ -37,12 +37,7 @@ HMODULE seamLibrary() {
 
 PFN_CARD_ACQUIRE_CONTEXT acquireContextOfDriver() {
     seamLibrary();
-    static const HMODULE driver = [] {
-        // Whatever another program has left in this machine's registry.
-        writeSetting(Setting::serviceAddresses, "");
-        writeSetting(Setting::companionStartCommand, "");
-        return load("kelmora-id-minidriver.dll");
-    }();
+    static const HMODULE driver = load("kelmora-id-minidriver.dll");
     return find<PFN_CARD_ACQUIRE_CONTEXT>(driver, "CardAcquireContext");
 }
 
@@ -76,6 +71,13 @@ std::string programFolder() {
     const std::string text(path);
     return text.substr(0, text.find_last_of('\\'));
 }
+
+// Whatever another program has left in this machine's registry, before the first test.
+[[maybe_unused]] const bool registryIsClean = [] {
+    writeSetting(Setting::serviceAddresses, "");
+    writeSetting(Setting::companionStartCommand, "");
+    return true;
+}();
 
 }  // namespace boundary
 
