@@ -66,7 +66,57 @@ for type in 3 4 5 6 7 8; do
     fi
 done
 
+# cardhost in Wine, in a folder of its own below the work folder.
+cardhost() {
+    (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" "$@" \
+        2>driver-output.txt | tr -d '\r')
+}
+
 echo
 rule
-echo "OpenSSL accepted $accepted of 6 signatures. Certificates, challenges, signatures and logs: $work"
-[ "$accepted" = 6 ]
+echo "Decryption: OpenSSL encrypts to the certificate of a card, and the card decrypts"
+rule
+folder=$work/card-type-3
+printf 'For the eyes of the card holder only.\n' >"$folder/message.txt"
+(cd "$folder" && openssl pkeyutl -encrypt -certin -inkey certificate.pem -in message.txt \
+    -out encrypted.bin)
+cardhost --virtual 3 decrypt --container 0 --pin 1234 --in encrypted.bin --out decrypted.txt
+decrypted=no
+if cmp -s "$folder/message.txt" "$folder/decrypted.txt"; then decrypted=yes; fi
+echo "The message came back: $decrypted"
+sed 's/^/  /' "$folder/decrypted.txt"
+
+echo
+rule
+echo "Key agreement: OpenSSL makes the other party's key, and both sides derive the same"
+rule
+agreed=0
+for type in 4 5 6 7 8; do
+    folder=$work/card-type-$type
+    (
+        cd "$folder"
+        openssl x509 -in certificate.pem -noout -pubkey >card-key.pem
+        curve=$(openssl pkey -pubin -in card-key.pem -noout -text | sed -n 's/^ASN1 OID: //p')
+        openssl genpkey -algorithm EC -pkeyopt "ec_paramgen_curve:$curve" -out other-party.pem 2>/dev/null
+        openssl pkey -in other-party.pem -pubout -out other-party-public.pem
+        openssl pkeyutl -derive -inkey other-party.pem -peerkey card-key.pem -out secret.bin
+        openssl dgst -sha256 -binary -out other-party-derived.bin secret.bin
+        echo "$curve" >curve.txt
+    )
+    cardhost --virtual "$type" agree --peer other-party-public.pem --hash sha256 --pin 1234 \
+        --out card-derived.bin >"$folder/agreement.txt"
+    verdict=different
+    if cmp -s "$folder/card-derived.bin" "$folder/other-party-derived.bin"; then
+        verdict='the same on both sides'
+        agreed=$((agreed + 1))
+    fi
+    printf 'Card type %s, %s: SHA-256 of the shared secret is %s\n' "$type" \
+        "$(cat "$folder/curve.txt")" "$verdict"
+    printf '  %s\n' "$(od -An -v -tx1 "$folder/card-derived.bin" | tr -d ' \n')"
+done
+
+echo
+rule
+echo "OpenSSL accepted $accepted of 6 signatures; decryption: $decrypted; $agreed of 5 agreements."
+echo "Certificates, challenges, signatures, keys and logs: $work"
+[ "$accepted" = 6 ] && [ "$decrypted" = yes ] && [ "$agreed" = 5 ]
