@@ -5,7 +5,7 @@
 #   tools/install_packages.sh build|run|test|package ...
 set -eu
 
-build="make cmake ninja-build g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
+build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
        libcurl4-openssl-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
