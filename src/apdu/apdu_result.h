@@ -41,7 +41,7 @@ struct ApduResult {
     int verifyOutcome();
 
     /// Of a SELECT's result: the file's size by the file control parameters in the response data
-    /// (ISO/IEC 7816-4, 5.3.3): tag 62, and in it tag 80, or tag 81 where there is no 80, as a
+    /// (ISO/IEC 7816-4): tag 62, and in it tag 80, or tag 81 where there is no 80, as a
     /// big-endian number folded into 32 bits. 0 if there is none. Defined in card/, beside the
     /// scan of TLV elements.
     std::uint32_t fileSize() const;

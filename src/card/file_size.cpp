@@ -1,4 +1,4 @@
-// The size of a file by the control parameters that its SELECT gave (ISO/IEC 7816-4, 5.3.3).
+// The size of a file by the control parameters that its SELECT gave (ISO/IEC 7816-4).
 #include "apdu/apdu_result.h"
 #include "card/tlv_scan.h"
 

@@ -22,7 +22,7 @@ void ReaderConnection::setReaderName(const WideString& name) {
 }
 
 LONG ReaderConnection::connect(SCARDCONTEXT hContext) {
-    hCard = 0;
+    hCard = 0;  // Meant so: a handle from before is given up without a disconnect.
     activeProtocol = 0;
     const LONG code = SCardConnectW(hContext, name_.c_str(), SCARD_SHARE_SHARED,
                                     SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &hCard, &activeProtocol);

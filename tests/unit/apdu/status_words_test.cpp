@@ -25,7 +25,7 @@ TEST(StatusWords, HaveTheRowsOfTheTable) {
     expectRow(table.lookup(0x9000), 0x9000, "CommonError", 0, 0, "Command processed without error");
     expectRow(table.lookup(0x6700), 0x6700, "CommonError", 3, 0x80100004,
               "Incorrect length. Lc > 30.");
-    // The characters of this text are an en dash and two typographic apostrophes, in UTF-8.
+    // The characters of this text are an en dash and three typographic apostrophes, in UTF-8.
     expectRow(table.lookup(0x6985), 0x6985, "SignError", 3, 0x8010006F,
               "Conditions of use not satisfied, for example: No hashed message available from "
               "PSO\xE2\x80\x93"

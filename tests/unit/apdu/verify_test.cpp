@@ -52,7 +52,7 @@ TEST(Verify, WipesAndEmptiesThePinAtTheFirstResponse) {
         EXPECT_EQ(ByteVector(storage, storage + pin.size()), ByteVector(pin.size(), 0)) << reply;
         ASSERT_TRUE(verify.data().has_value()) << reply;
         EXPECT_TRUE(verify.data()->empty()) << reply;
-        EXPECT_EQ(request.data, pin) << reply;
+        EXPECT_EQ(request.bytes, bytes("00 20 00 11 08 31 32 33 34 35 36 37 38")) << reply;
     }
 }
 

@@ -109,6 +109,23 @@ TEST_F(ReaderConnectionTest, ReportsNoLineForAReaderWithoutACard) {
     EXPECT_EQ(log.file(), LogLines{});
 }
 
+// Meant so: connecting begins from nothing, and what was connected before is given up as it is.
+TEST_F(ReaderConnectionTest, GivesUpAnEarlierHandleWithoutADisconnectWhenItConnectsAgain) {
+    {
+        ReaderConnection connection;
+        connection.setReaderName(WIDE_TEXT("Lukija \u00E4"));
+        EXPECT_EQ(connection.connect(someContext), 0);
+        EXPECT_EQ(connection.connect(someContext), 0);
+        EXPECT_EQ(connection.handle(), someCard);
+        connectCode = SCARD_W_REMOVED_CARD;
+        EXPECT_EQ(connection.connect(someContext), SCARD_W_REMOVED_CARD);
+        EXPECT_EQ(connection.handle(), 0U);
+        EXPECT_EQ(connection.protocol(), 0U);
+    }
+    EXPECT_EQ(dispositions, std::vector<DWORD>{});
+    EXPECT_EQ(log.output(), LogLines{});
+}
+
 TEST_F(ReaderConnectionTest, ReportsAnyOtherFailureAsASignedHexadecimalNumber) {
     connectCode = SCARD_E_NO_SMARTCARD;
     {

@@ -141,6 +141,14 @@ TEST(SendApduCommand, ParsesWhatAFailedCallLeftInTheBuffer) {
     EXPECT_EQ(log.output(), LogLines{});
 }
 
+TEST(SendApduCommand, GoesOnWithGetResponseWhereAFailedFirstCallLeftA61xx) {
+    ScriptedCard card;
+    card.expectFailure(root, SCARD_W_REMOVED_CARD, "AA 6101").expect("00C0 0000 01", "BB 9000");
+    const ApduResult result = sendRootSelection();
+    EXPECT_TRUE(result.success());
+    EXPECT_EQ(result.responseData, bytes("AABB"));
+}
+
 TEST(SendApduCommand, ReplacesTheCodeOfAFailedCallThatLeftNothing) {
     ScriptedCard card;
     card.expectFailure(root, SCARD_W_REMOVED_CARD);

@@ -84,6 +84,29 @@ TEST(Transmit, GoesOnWithTheRequestsOfTheCommand) {
     for (const auto& exchange : card.exchanges()) EXPECT_EQ(exchange.announcedReceiveLength, 258U);
 }
 
+// A command that notes the status word at hand while it is shown a response.
+class WordNotingCommand final : public Apdu {
+public:
+    std::string_view getName() const override { return "NOTING"; }
+    ApduRequest buildRequest() override {
+        return ApduRequest(0x00, 0xA4, 0x00, 0x0C, std::nullopt, std::nullopt);
+    }
+    std::optional<ApduRequest> handleResponse(const ApduResponse&) override {
+        words.push_back(Sw1Sw2());
+        return words.size() < 2 ? std::optional(buildRequest()) : std::nullopt;
+    }
+
+    std::vector<std::uint16_t> words;
+};
+
+TEST(Transmit, SetsTheStatusWordBeforeTheCommandIsShownTheResponse) {
+    ScriptedCard card;
+    card.expect("00A4 000C", "6A82").expect("00A4 000C", "9000");
+    WordNotingCommand command;
+    command.Transmit(ScriptedCard::handle, g_rgSCardT1Pci);
+    EXPECT_EQ(command.words, (std::vector<std::uint16_t>{0x6A82, 0x9000}));
+}
+
 TEST(Transmit, ReconnectsOnceToACardThatWasReset) {
     ScriptedCard card;
     card.expectFailure(root, SCARD_W_RESET_CARD).expectReconnect().expect(root, "9000");
