@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "diag/byte_texts.h"
+#include "diag/crypto_api_hash.h"
 
 namespace KelmoraID {
 namespace {
@@ -31,52 +32,13 @@ constexpr std::array<ContainerRow, 3> containerTable{{
 constexpr std::size_t sha1Bytes = 20;
 using Sha1Digest = std::array<BYTE, sha1Bytes>;
 
-class HashProvider {
-public:
-    HashProvider() {
-        if (!CryptAcquireContextW(&handle_, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
-            handle_ = 0;
-        }
-    }
-    ~HashProvider() {
-        if (handle_ != 0) CryptReleaseContext(handle_, 0);
-    }
-    HashProvider(const HashProvider&) = delete;
-    HashProvider& operator=(const HashProvider&) = delete;
-    HCRYPTPROV handle() const { return handle_; }
-
-private:
-    HCRYPTPROV handle_ = 0;
-};
-
-class Sha1Hash {
-public:
-    explicit Sha1Hash(const HashProvider& provider) {
-        if (!CryptCreateHash(provider.handle(), CALG_SHA1, 0, 0, &handle_)) handle_ = 0;
-    }
-    ~Sha1Hash() {
-        if (handle_ != 0) CryptDestroyHash(handle_);
-    }
-    Sha1Hash(const Sha1Hash&) = delete;
-    Sha1Hash& operator=(const Sha1Hash&) = delete;
-    HCRYPTHASH handle() const { return handle_; }
-
-private:
-    HCRYPTHASH handle_ = 0;
-};
-
 bool sha1(const std::string& text, Sha1Digest& digest) {
-    const HashProvider provider;
-    if (provider.handle() == 0) return false;
-    const Sha1Hash hash(provider);
-    if (hash.handle() == 0) return false;
-    if (!CryptHashData(hash.handle(), reinterpret_cast<const BYTE*>(text.data()),
-                       static_cast<DWORD>(text.size()), 0)) {
-        return false;
-    }
-    DWORD length = sha1Bytes;
-    return CryptGetHashParam(hash.handle(), HP_HASHVAL, digest.data(), &length, 0) &&
-           length == sha1Bytes;
+    CryptoApiProvider provider;
+    CryptoApiHash hash;
+    return provider.acquire(PROV_RSA_FULL, CRYPT_VERIFYCONTEXT) &&
+           hash.create(provider, CALG_SHA1) &&
+           hash.feed({reinterpret_cast<const BYTE*>(text.data()), text.size()}) &&
+           hash.finish(digest);
 }
 
 WORD rsaKeyBits(const CARD_DATA& card, const CRYPT_BIT_BLOB& publicKey) {
@@ -101,7 +63,7 @@ WORD rsaKeyBits(const CARD_DATA& card, const CRYPT_BIT_BLOB& publicKey) {
 }  // namespace
 
 void containerGuidName(const std::string& text, WCHAR (&wszGuid)[40]) {
-    Sha1Digest d;
+    Sha1Digest d{};
     if (!sha1(text, d)) return;
     GUID guid;
     guid.Data1 = static_cast<std::uint32_t>(d[0] | d[1] << 8 | d[2] << 16) |
