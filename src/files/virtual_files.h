@@ -16,7 +16,7 @@ bool sameName(std::string_view left, std::string_view right);
 /// The directory that holds the containers' map and the certificates.
 inline constexpr std::string_view minidriverDirectory = "mscp";
 
-/// What CardGetFileInfo tells of a file. The size of a certificate is a fixed number there.
+/// A file: what CardGetFileInfo tells of it, where a certificate has a fixed size, and its content.
 struct VirtualFile {
     std::string_view name;
     CARD_FILE_ACCESS_CONDITION accessCondition;

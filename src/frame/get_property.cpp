@@ -179,7 +179,7 @@ private:
     PCARD_DATA card_;
 };
 
-// There is no size query: a call without a buffer fails like one with too small a buffer.
+// There is no size query: a call without a buffer is a bad argument.
 DWORD deliver(const AnswerBuffer& answer, PBYTE pbData, DWORD cbData, PDWORD pdwDataLen) {
     if (pbData == nullptr) {
         logError("CMR_326: pbData is NULL.");

@@ -28,7 +28,7 @@ DWORD notProvided(const char* scope) {
 
 }  // namespace
 
-// --- Not offered; without a context handle a bad argument ---
+// --- Not offered; without a context handle a bad argument
 
 DWORD WINAPI CardDeleteContainer(PCARD_DATA pCardData, BYTE, DWORD) {
     return notOffered("CardDeleteContainer", pCardData);
