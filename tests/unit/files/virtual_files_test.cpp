@@ -212,6 +212,20 @@ TEST_F(CardEnumFilesTest, RefusesBadArguments) {
     EXPECT_EQ(CardEnumFiles(two.data(), nullptr, &names, nullptr, 0), 0x80100004);
 }
 
+TEST_F(CardEnumFilesTest, LeavesTheCallersFieldsWhenItRefuses) {
+    LPSTR names = name("before");
+    DWORD size = 77;
+    EXPECT_EQ(CardEnumFiles(two.data(), name("other"), &names, &size, 0), 0x80100023);
+    EXPECT_STREQ(names, "before");
+    EXPECT_EQ(size, 77);
+    EXPECT_EQ(log.output(), LogLines{});
+}
+
+TEST_F(CardEnumFilesTest, WorksWithoutAContextHandle) {
+    two.data()->hSCardCtx = 0;
+    EXPECT_EQ(list(two, "mscp").status, 0);
+}
+
 TEST_F(CardEnumFilesTest, HasNoExitLineAlsoWhenTheAllocationFails) {
     PlatformRecord::failAllocation(1);
     EXPECT_EQ(list(two, nullptr).status, 8);
@@ -249,6 +263,26 @@ TEST_F(CardGetFileInfoTest, TellsTheTrueSizeOfTheMapAndAFixedOneOfCertificates) 
         EXPECT_EQ(record.AccessCondition, EveryoneReadUserWriteAc);
     }
     EXPECT_EQ(info(two, "mscp", "ksc02"), 0x80100024);
+}
+
+TEST_F(CardGetFileInfoTest, ComparesNamesWithoutRegardToCase) {
+    EXPECT_EQ(info(two, "MSCP", "KXC00"), 0);
+    EXPECT_EQ(record.cbFileSize, 20);
+}
+
+TEST_F(CardGetFileInfoTest, TakesAnEmptyDirectoryNameForAnUnknownOne) {
+    EXPECT_EQ(info(two, "", "cardid"), 0x80100023);
+}
+
+TEST_F(CardGetFileInfoTest, KnowsTheFilesOfADirectoryInThatDirectoryOnly) {
+    EXPECT_EQ(info(two, nullptr, "kxc00"), 0x80100024);
+    EXPECT_EQ(info(two, "mscp", "cardid"), 0x80100024);
+    EXPECT_EQ(log.output(), LogLines{});
+}
+
+TEST_F(CardGetFileInfoTest, WorksWithoutAContextHandle) {
+    two.data()->hSCardCtx = 0;
+    EXPECT_EQ(info(two, "mscp", "cmapfile"), 0);
 }
 
 TEST_F(CardGetFileInfoTest, SetsTheVersionToThatOfTheCardsRecord) {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "frame/card_context.h"
 #include "frame/entry_points.h"
@@ -119,6 +121,65 @@ TEST_F(CardAcquireContextTest, FailsOnTheAtrBeforeTheMemoryFunctions) {
     PlatformRecord record(CardType::unknown);
     record.data.pfnCspAlloc = nullptr;
     EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010000D);
+}
+
+// A record with every fault there is, mended one by one: each check comes before the next.
+TEST_F(CardAcquireContextTest, MakesItsChecksInTheirOrder) {
+    PlatformRecord record(CardType::unknown);
+    PlatformRecord known(CardType::type3);
+    CARD_DATA& data = record.data;
+    const WCHAR* cardName = data.pwszCardName;
+    data.dwVersion = 6;
+    data.pwszCardName = nullptr;
+    data.pfnCspReAlloc = nullptr;
+    data.hScard = 0;
+
+    EXPECT_EQ(CardAcquireContext(&data, 1), 0x80100004);
+    EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_36: nonzero dwFlags was passed"}}));
+    EXPECT_EQ(data.dwVersion, 6) << "not negotiated yet";
+
+    EXPECT_EQ(CardAcquireContext(&data, 0), 0x51A);
+    log.clear();
+    data.dwVersion = 8;
+    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100004);
+    EXPECT_EQ(
+        log.output(),
+        (LogLines{{"DEBUG",
+                   "CMR_38, CMR_39 or CMR_40: NULL pbAtr, invalid cvAtr or NULL pwszCardName was "
+                   "passed"}}));
+    EXPECT_EQ(data.dwVersion, 7) << "negotiated, though refused";
+
+    data.pwszCardName = const_cast<LPWSTR>(cardName);
+    EXPECT_EQ(CardAcquireContext(&data, 0), 0x8010000D);
+    data.pbAtr = known.data.pbAtr;
+    data.cbAtr = known.data.cbAtr;
+    log.clear();
+    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100004);
+    EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_42: Memory management pointer is NULL"}}));
+    data.pfnCspReAlloc = known.data.pfnCspReAlloc;
+    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100003);
+}
+
+TEST_F(CardAcquireContextTest, HasNoAtrOfLengthZeroLookedUp) {
+    PlatformRecord record(CardType::type3);
+    record.data.cbAtr = 0;
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100004) << "and not an unknown card";
+}
+
+TEST_F(CardAcquireContextTest, AsksThePlatformForCertificatesOfBothEncodings) {
+    content.certificates.push_back(p384Certificate());
+    ScriptedCard card;
+    expectAcquisition(card, content, 3);
+    PlatformRecord record(CardType::type7);
+    std::vector<std::pair<DWORD, ByteVector>> asked;
+    platformCalls().CertCreateCertificateContext = [&](DWORD encoding, const BYTE* encoded,
+                                                       DWORD length) -> PCCERT_CONTEXT {
+        asked.push_back({encoding, {encoded, encoded + length}});
+        return nullptr;
+    };
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), 8);
+    EXPECT_EQ(asked, (std::vector<std::pair<DWORD, ByteVector>>{{0x10001, p256Certificate()},
+                                                                {0x10001, rsa2048Certificate()}}));
 }
 
 TEST_F(CardAcquireContextTest, ReadsTheCardAndLeavesNoExitLine) {
@@ -334,21 +395,6 @@ TEST_F(CardAcquireContextTest, StopsAThrownPointerInATableSlotAtTheBoundary) {
     EXPECT_EQ(
         record.data.pfnCardSetProperty(&record.data, WIDE_TEXT("Parent Window"), window, 8, 0),
         0x8010001F);
-}
-
-TEST_F(CardAcquireContextTest, ARecordThatLostItsContextIsRefusedWithoutACrash) {
-    ScriptedCard card;
-    expectAcquisition(card, content, 2);
-    PlatformRecord record(CardType::type3);
-    ASSERT_EQ(CardAcquireContext(&record.data, 0), 0);
-    void* context = record.data.pvVendorSpecific;
-    record.data.pvVendorSpecific = nullptr;
-    char name[] = "cardid";
-    PBYTE data = nullptr;
-    DWORD size = 0;
-    EXPECT_EQ(record.data.pfnCardReadFile(&record.data, nullptr, name, 0, &data, &size),
-              0x8010001F);
-    record.data.pvVendorSpecific = context;
 }
 
 TEST_F(CardAcquireContextTest, EveryFailingPlatformCallEndsWithAStatus) {

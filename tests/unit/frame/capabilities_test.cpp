@@ -61,6 +61,14 @@ TEST_F(Capabilities, FreeSpaceTellsOfTwoContainersOnEveryCard) {
     }
 }
 
+TEST_F(Capabilities, FreeSpaceTakesARecordOfVersionOneAlsoWithoutAContextHandle) {
+    card.data()->hSCardCtx = 0;
+    CARD_FREE_SPACE_INFO info{1, 9, 9, 9};
+    EXPECT_EQ(CardQueryFreeSpace(card.data(), 0, &info), 0);
+    EXPECT_EQ(info.dwVersion, 1);
+    EXPECT_EQ(info.dwMaxKeyContainers, 2);
+}
+
 TEST_F(Capabilities, FreeSpaceRefusesBadArgumentsWithoutALine) {
     CARD_FREE_SPACE_INFO info{};
     EXPECT_EQ(CardQueryFreeSpace(card.data(), 1, &info), 0x80100004);

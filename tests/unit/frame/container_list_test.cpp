@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
 #include "diag/text_conversion.h"
 #include "frame/entry_points.h"
 #include "support/fineid_script.h"
@@ -47,6 +51,20 @@ TEST(ContainerName, StaysEmptyWhenAStepOfThePlatformFails) {
     }
     EXPECT_EQ(log.file(), LogLines{});
     EXPECT_EQ(log.output(), LogLines{});
+}
+
+TEST(ContainerName, IsMadeWithAProviderThatOnlyVerifies) {
+    PlatformCallsGuard hooks;
+    std::vector<DWORD> asked;
+    platformCalls().CryptAcquireContextW = [&](HCRYPTPROV*, LPCWSTR container, LPCWSTR provider,
+                                               DWORD type, DWORD flags) -> BOOL {
+        EXPECT_EQ(container, nullptr);
+        EXPECT_EQ(provider, nullptr);
+        asked = {type, flags};
+        return 0;
+    };
+    EXPECT_EQ(nameOf("abc"), "");
+    EXPECT_EQ(asked, (std::vector<DWORD>{1, 0xF0000000}));
 }
 
 class PublicKeyBits : public ::testing::Test {
@@ -95,6 +113,36 @@ TEST_F(PublicKeyBits, GivesZeroAndFreesTheBufferWhenTheDecodingFails) {
     EXPECT_EQ(PlatformRecord::liveAllocations(), 0);
 }
 
+// The blob of an RSA key as the platform would decode it, of that bit length and that size.
+void decodeTo(DWORD bits, DWORD size) {
+    platformCalls().CryptDecodeObject = [bits, size](DWORD encoding, LPCSTR type, const BYTE*,
+                                                     DWORD, DWORD flags, void* blob,
+                                                     DWORD* length) -> BOOL {
+        EXPECT_EQ(encoding, 0x10001);
+        EXPECT_EQ(type, RSA_CSP_PUBLICKEYBLOB);
+        EXPECT_EQ(flags, 0);
+        *length = size;
+        if (blob == nullptr) return 1;
+        const RSAPUBKEY key{0x31415352, bits, 0x10001};
+        BYTE whole[sizeof(PUBLICKEYSTRUC) + sizeof(key)] = {};
+        std::memcpy(whole + sizeof(PUBLICKEYSTRUC), &key, sizeof(key));
+        std::memcpy(blob, whole, std::min<std::size_t>(size, sizeof(whole)));
+        return 1;
+    };
+}
+
+TEST_F(PublicKeyBits, AreTheLower16BitsOfAnRsaKeysLength) {
+    decodeTo(0x12345, 20);
+    EXPECT_EQ(bitsOf(rsa2048Certificate()), 0x2345);
+    EXPECT_EQ(PlatformRecord::liveAllocations(), 0);
+}
+
+TEST_F(PublicKeyBits, GivesZeroForABlobThatIsShorterThanItsHeaders) {
+    decodeTo(2048, 19);
+    EXPECT_EQ(bitsOf(rsa2048Certificate()), 0);
+    EXPECT_EQ(PlatformRecord::liveAllocations(), 0);
+}
+
 TEST_F(PublicKeyBits, TakesOffUnusedBitsAndIsLimitedTo16Bits) {
     char algorithm[] = "1.2.840.10045.2.1";
     BYTE point = 4;
@@ -113,21 +161,23 @@ class CardIdentity : public ::testing::Test {
 protected:
     // Acquires a card with that serial number and gives its identifier.
     ByteVector identifierOf(const ByteVector& serialNumber) {
-        const FineidContent content{.serialNumber = serialNumber,
-                                    .certificates = {p256Certificate(), p256Certificate()}};
+        const FineidContent content{
+            .serialNumber = serialNumber,
+            .certificates = {p256Certificate(), p256Certificate(), p256Certificate()}};
         ScriptedCard card;
-        expectAcquisition(card, content, 2);
+        expectAcquisition(card, content, 3);
         EXPECT_EQ(CardAcquireContext(&record.data, 0), 0);
         const CardContext& context = contextOf(&record.data);
-        firstName = wideToUtf8(context.containers.at(0).wszGuid).c_str();
-        secondName = wideToUtf8(context.containers.at(1).wszGuid).c_str();
+        names.clear();
+        for (const KeyContainer& container : context.containers) {
+            names.push_back(wideToUtf8(container.wszGuid).c_str());
+        }
         return {std::begin(context.cardIdentifier), std::end(context.cardIdentifier)};
     }
     LogCapture log;
     PlatformCallsGuard hooks;
-    PlatformRecord record{CardType::type8};
-    std::string firstName;
-    std::string secondName;
+    PlatformRecord record{CardType::type7};
+    std::vector<std::string> names;
 };
 
 TEST_F(CardIdentity, IsASerialNumberOf16BytesAsItStands) {
@@ -154,8 +204,10 @@ TEST_F(CardIdentity, IsZeroWhenTheHashFails) {
 
 TEST_F(CardIdentity, GivesTheSameContainersOnEveryMachine) {
     identifierOf(bytes("000102030405060708090A0B0C0D0E0F"));
-    EXPECT_EQ(firstName, "{54497D1B-F8F9-5B48-80C4-DD601EC4DAE3}");
-    EXPECT_EQ(secondName, "{D5368176-94AB-544F-80A6-044D26C72C68}");
+    // Of the SHA-1 of the identifier in lower-case hexadecimal and "_AUTH", "_SIGN", "_SIGN_SEC".
+    EXPECT_EQ(names, (std::vector<std::string>{"{54497D1B-F8F9-5B48-80C4-DD601EC4DAE3}",
+                                               "{D5368176-94AB-544F-80A6-044D26C72C68}",
+                                               "{BCA2164A-C5DD-5A96-80DD-0435F610DF27}"}));
 }
 
 }  // namespace

@@ -80,6 +80,18 @@ TEST_F(CardGetPropertyTest, KeySizesComeFromCardQueryKeySizes) {
               "0100000009020000090200000902000001000000");
 }
 
+TEST_F(CardGetPropertyTest, KeySizesLogTheCallThatFillsThem) {
+    EXPECT_EQ(get(WIDE_TEXT("Key Sizes"), 8).status, 0);
+    LogLines expected = lines("Key Sizes", "0x00000000");
+    expected.insert(expected.begin() + 2,
+                    {{"CardQueryKeySizes",
+                      "Entering the function, with parameters, dwKeySpec:'8' dwFlags:'0', "
+                      "dwVersion:'1'"},
+                     {"CardQueryKeySizes", std::string(exitFormat) + "0x00000000'"}});
+    EXPECT_EQ(log.file(), expected);
+    EXPECT_EQ(log.output(), LogLines{});
+}
+
 TEST_F(CardGetPropertyTest, KeySizesWithFlagsZeroFailBeforeTheAllocation) {
     PlatformRecord::failAllocation(1);
     expectInvalidFlags(WIDE_TEXT("Key Sizes"), 0);
@@ -307,6 +319,14 @@ TEST_F(CardGetPropertyTest, ABufferOneByteTooSmallIsRefused) {
     EXPECT_EQ(get(WIDE_TEXT("PIN Information"), 1, 35).status, 0x80100008);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_327: cbData is too small."}}));
     EXPECT_EQ(get(WIDE_TEXT("PIN Information"), 1, 36).status, 0);
+}
+
+TEST_F(CardGetPropertyTest, ABufferThatIsTooSmallIsRefusedBeforeANullLength) {
+    BYTE buffer[4] = {};
+    EXPECT_EQ(CardGetProperty(card.data(), WIDE_TEXT("PIN List"), buffer, 3, nullptr, 0),
+              0x80100008);
+    EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_327: cbData is too small."}}));
+    EXPECT_EQ(log.file(), lines("PIN List", "0x80100008"));
 }
 
 TEST_F(CardGetPropertyTest, ANullLengthIsRefusedAfterTheBuffer) {

@@ -91,6 +91,12 @@ TEST_F(CardSetPropertyTest, RefusesFlagsForThePinContext) {
     EXPECT_EQ(log.file(), (LogLines{entry("PIN Context String", 1, 3)}));
 }
 
+TEST_F(CardSetPropertyTest, RefusesFlagsBeforeItLooksForAPinContext) {
+    EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT("PIN Context String"), nullptr, 0, 1),
+              0x80100004);
+    EXPECT_EQ(log.file(), (LogLines{entry("PIN Context String", 1, 0)}));
+}
+
 TEST_F(CardSetPropertyTest, StoresAParentWindowThatIsAWindow) {
     HWND asked = nullptr;
     platformCalls().IsWindow = [&](HWND window) -> BOOL {

@@ -84,6 +84,25 @@ TEST(CardGetContainerInfo, RefusesVersion2WithoutExitLineAndLeavesTheRecord) {
     EXPECT_EQ(info.cbKeyExPublicKey, 5u);
 }
 
+TEST(CardGetContainerInfo, AcceptsVersions0And1AndGives1Back) {
+    KeysFixture keys(CardType::type8, TestKey::p256);
+    for (const DWORD version : {0u, 1u}) {
+        CONTAINER_INFO info{};
+        info.dwVersion = version;
+        EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0u);
+        EXPECT_EQ(info.dwVersion, 1u);
+        keys.data->pfnCspFree(info.pbKeyExPublicKey);
+    }
+}
+
+TEST(CardGetContainerInfo, WorksWithoutACardContext) {
+    KeysFixture keys(CardType::type8, TestKey::p256);
+    keys.data->hSCardCtx = 0;
+    CONTAINER_INFO info{};
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 1, 0, &info), 0u);
+    keys.data->pfnCspFree(info.pbSigPublicKey);
+}
+
 TEST(CardGetContainerInfo, GivesTheExchangeKeyOfContainer0AsAnEccBlob) {
     KeysFixture keys(CardType::type8, TestKey::p256, TestKey::p384);
     BYTE stale = 0;
