@@ -1,0 +1,56 @@
+// The reader of settings over a registry that lies: any status, any length, any bytes. This
+// program's RegGetValueW stands in the place of the stand-in platform's.
+#include <cstring>
+
+#include "diag/registry.h"
+#include "fuzz_input.h"
+#include "fuzz_target.h"
+#include "pairing/service_client.h"
+
+namespace {
+
+fuzz::FuzzInput* answers = nullptr;
+int calls = 0;
+
+}  // namespace
+
+extern "C" LSTATUS WINAPI RegGetValueW(HKEY, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD, LPDWORD,
+                                       PVOID pvData, LPDWORD pcbData) {
+    static constexpr LSTATUS statuses[] = {ERROR_SUCCESS, ERROR_MORE_DATA, ERROR_FILE_NOT_FOUND, 5};
+    fuzz::require(++calls <= 64, "a registry that always has more data is given up");
+    fuzz::require(lpSubKey != nullptr && lpValue != nullptr, "key and value have names");
+    const LSTATUS status = answers->oneOf(statuses);
+    const std::uint8_t kind = answers->byte();
+    const fuzz::Bytes bytes = answers->block();
+    const DWORD room = *pcbData;
+    std::memset(pvData, 0x41, room);  // All of the room is the registry's to write.
+    std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), room),
+                static_cast<std::uint8_t*>(pvData));
+    switch (kind % 4) {
+        case 0:
+            *pcbData = static_cast<DWORD>(bytes.size());
+            break;
+        case 1:
+            *pcbData = answers->word();
+            break;
+        case 2:
+            *pcbData = answers->number();
+            break;
+        default:  // The length stays as it was told.
+            break;
+    }
+    return status;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::FuzzInput input(data, size);
+    answers = &input;
+    calls = 0;
+    const WideString text = KelmoraID::readRegistryString(WIDE_TEXT("key"), WIDE_TEXT("value"));
+    fuzz::readAll(text.data(), text.size() * sizeof(WCHAR));
+    calls = 0;
+    for (const std::string& address : KelmoraID::readServiceAddresses()) {
+        fuzz::require(address.find('\0') == std::string::npos, "an address ends at its terminator");
+    }
+    return 0;
+}

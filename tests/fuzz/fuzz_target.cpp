@@ -1,0 +1,48 @@
+#include "fuzz_target.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/fixed_paths.h"
+#include "support/leak_suppressions.h"
+
+// Lines are made and written, and nothing is left behind by a run that ends badly.
+const char* logFilePath() {
+    return "/dev/null";
+}
+
+const char* settingsFilePath() {
+    return "/dev/null";
+}
+
+const char* __lsan_default_suppressions() {
+    return THROWN_POINTERS;
+}
+
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options();
+const char* __lsan_default_options() {
+    return "print_suppressions=0";
+}
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();
+    return 0;
+}
+
+namespace fuzz {
+
+void require(bool condition, const char* what) {
+    if (condition) return;
+    std::fprintf(stderr, "does not hold: %s\n", what);
+    std::abort();
+}
+
+void readAll(const void* bytes, std::size_t size) {
+    const auto* first = static_cast<const volatile std::uint8_t*>(bytes);
+    std::uint8_t sum = 0;
+    for (std::size_t at = 0; at < size; ++at) sum = static_cast<std::uint8_t>(sum ^ first[at]);
+    [[maybe_unused]] static volatile std::uint8_t sink;
+    sink = sum;
+}
+
+}  // namespace fuzz

@@ -1,0 +1,243 @@
+// Writes the seeds of the corpus: the virtual cards' real files and certificates, and for the
+// programs of the hostile cards and callers one input for each generation and kind of deed.
+//
+//     make_corpus FOLDER      (the target fuzz_corpus: FOLDER is tests/fuzz/corpus)
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "hostile_card.h"
+#include "virtual_card/pkcs15_files.h"
+
+namespace {
+
+using fuzz::AtEnd;
+using fuzz::Bytes;
+using fuzz::Deed;
+
+std::filesystem::path corpus;
+
+void write(const std::string& target, const std::string& name, const Bytes& content) {
+    const auto folder = corpus / target;
+    std::filesystem::create_directories(folder);
+    std::ofstream file(folder / name, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(content.data()),
+               static_cast<std::streamsize>(content.size()));
+}
+
+void write(const std::string& target, const std::string& name, const std::string& content) {
+    write(target, name, Bytes(content.begin(), content.end()));
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+    virtual_card::append(left, right);
+    return left;
+}
+
+Bytes longBlock(const Bytes& content) {
+    return Bytes{static_cast<std::uint8_t>(content.size() >> 8),
+                 static_cast<std::uint8_t>(content.size())} +
+           content;
+}
+
+Bytes step(Deed deed, const Bytes& arguments = {}) {
+    return Bytes{static_cast<std::uint8_t>(deed)} + arguments;
+}
+
+Bytes card(std::size_t generation, AtEnd atEnd) {
+    return {static_cast<std::uint8_t>(generation), static_cast<std::uint8_t>(atEnd)};
+}
+
+template <typename Visit>
+void visitFiles(const virtual_card::File& file, const Visit& visit) {
+    if (!file.isDirectory && !file.content.empty()) visit(file);
+    for (const auto& child : file.children) visitFiles(*child, visit);
+}
+
+bool isCertificate(const Bytes& content) {
+    return content.size() > 400;  // Directories and EF.CIAInfo are far smaller.
+}
+
+std::string hexName(std::uint16_t identifier) {
+    char text[5];
+    std::snprintf(text, sizeof(text), "%04x", identifier);
+    return text;
+}
+
+// Steps that stand for each kind of deed once, after so many honest answers.
+struct NamedSteps {
+    const char* name;
+    Bytes steps;
+};
+const NamedSteps deeds[] = {
+    {"change", step(Deed::ChangeByte, {0, 1, 0x80})},
+    {"warning", step(Deed::OtherStatus, {0x62, 0x82})},
+    {"refusal", step(Deed::OtherStatus, {0x6A, 0x82})},
+    {"wrong-length", step(Deed::OtherStatus, {0x6C, 0x20})},
+    {"no-reply", step(Deed::OwnReply, {0})},
+    {"one-byte", step(Deed::OwnReply, {1, 0x90})},
+    {"more-waiting", step(Deed::MoreWaiting, {2, 0x62, 0x00, 0x00})},
+    {"reset", step(Deed::Fail, {12, 0, 0, 0, 0, 0})},
+    {"failure-with-bytes", step(Deed::Fail, {3, 2, 0x90, 0x00, 0, 0, 0, 2})},
+    {"failure-with-length", step(Deed::Fail, {3, 0, 0xFF, 0xFF, 0xFF, 0xFF})},
+    {"length-too-large", step(Deed::ClaimLength, {0xFF, 0xFF, 0xFF, 0xFF})},
+    {"length-of-one-more", step(Deed::ClaimLength, {0, 0, 2, 1})},
+    {"length-none", step(Deed::ClaimLength, {0, 0, 0, 0})},
+    {"cut", step(Deed::Cut, {3})},
+    {"lost", step(Deed::LoseReply, {13})},
+    {"huge-file", step(Deed::StateSize, {0xFF, 0xFF, 0xFF, 0xFF})},
+    {"largest-file", step(Deed::StateSize, {0, 1, 0, 0})},
+    {"empty-file", step(Deed::StateSize, {0, 0, 0, 0})},
+};
+
+void writeFiles() {
+    for (std::size_t at = 0; at < virtual_card::generations().size(); ++at) {
+        const virtual_card::Generation& generation = virtual_card::generations()[at];
+        const std::string type = "type" + std::to_string(generation.cardType);
+        virtual_card::FileSystem files;
+        makeFiles(generation, files);
+        visitFiles(files.root(), [&](const virtual_card::File& file) {
+            const std::string name = type + "-" + hexName(file.identifier);
+            if (isCertificate(file.content)) {
+                write("fuzz_certificate", name, Bytes{0xFF} + file.content);
+                return;
+            }
+            write("fuzz_tlv_scan", name, file.content);
+            const Bytes served = step(Deed::ServeFile, longBlock(file.content));
+            for (std::uint8_t operation = 0; operation < 4; ++operation) {
+                // Only where the file is read at all.
+                const bool isInfo = file.identifier == 0x5032;
+                if (isInfo != (operation == 0)) continue;
+                write("fuzz_card_directories", name + "-operation" + std::to_string(operation),
+                      Bytes{operation, 1} + card(at, AtEnd::Honest) + served);
+            }
+        });
+        const Bytes select{0x00, 0xA4, 0x02, 0x04, 0x02, 0x50, 0x32, 0x00};
+        virtual_card::VirtualCard virtualCard(generation);
+        write("fuzz_tlv_scan", type + "-control-parameters", virtualCard.transmit(select));
+    }
+}
+
+// Calls as the table of entry_point_calls.cpp numbers them.
+const Bytes verifyUser{0, 0, 0, 0, 0, 0, 0, 0};
+const Bytes verifySignature{0, 0, 1, 1, 0, 0, 0, 0};
+
+Bytes signCall(std::uint8_t container, std::uint8_t algorithm) {
+    // No flags, SHA-256, SSL3's field of the salt, 32 bytes.
+    Bytes call{1, 0, 0, 2, 0, 0, 2};
+    call.insert(call.end(), 32, 0x5A);
+    return call + Bytes{0, 0, container, 0, algorithm, 2, 0, 0};
+}
+
+Bytes pssCall() {
+    Bytes call{1, 0, 2, 2, 0, 0, 2};
+    call.insert(call.end(), 32, 0x5A);
+    return call + Bytes{0, 0, 0, 0, 0, 3, 0, 0};
+}
+
+Bytes decryptCall(bool isLong) {
+    return Bytes{2, 0, 0, static_cast<std::uint8_t>(isLong ? 0 : 1), 0, 0, 0, 0, 0, 0, 0};
+}
+
+Bytes agreeCall() {
+    Bytes blob(8 + 96, 0x22);
+    return Bytes{3} + longBlock(blob) + Bytes{0, 0, 0, 0, 0, 0, 0, 0};
+}
+
+Bytes deriveCall() {
+    return Bytes{4, 0, 2, 2, 0, 2, 0xAA, 0xBB, 1, 0, 2, 0xCC, 0xDD, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0};
+}
+
+Bytes questions() {
+    Bytes all;
+    for (std::uint8_t name = 0; name < 13; ++name) all = all + Bytes{6, name, 64, 0, 1, 0, 0};
+    for (std::uint8_t index = 0; index < 3; ++index) {
+        all = all + Bytes{8, 13, 64, 0, index, 0, 0, 0, 0} + Bytes{9, 0, index, 0, 0, 0};
+    }
+    for (std::uint8_t file = 0; file < 8; ++file) {
+        all = all + Bytes{10, static_cast<std::uint8_t>(file < 3 ? 0 : 1), file, 0, 0, 0, 0};
+    }
+    return all + Bytes{11, 0, 0, 0, 0} + Bytes{11, 1, 0, 0, 0} + Bytes{12, 1, 3, 0, 0, 0};
+}
+
+const NamedSteps callLists[] = {
+    {"signatures",
+     verifyUser + signCall(0, 0) + pssCall() + verifySignature + signCall(1, 0) + signCall(2, 3)},
+    {"decryptions", verifyUser + decryptCall(false) + decryptCall(true)},
+    {"agreements", verifyUser + agreeCall() + deriveCall() + Bytes{5, 0, 0, 0}},
+    {"questions", questions()},
+    {"settings", Bytes{7, 0, 6, 'a', 0, 'b', 0, 'c', 0, 0, 1, 0} +
+                     Bytes{7, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0}},
+    {"wrong-pin", Bytes{0, 0, 3, 0, 0, 0, 0, 0} + Bytes{0, 0, 3, 1, 0, 0, 0, 0}},
+};
+
+void writeConversations() {
+    for (std::size_t at = 0; at < virtual_card::generations().size(); ++at) {
+        const std::string type = "type" + std::to_string(virtual_card::generations()[at].cardType);
+        for (const NamedSteps& list : callLists) {
+            write("fuzz_caller", type + "-" + list.name,
+                  Bytes{static_cast<std::uint8_t>(at), 0} + list.steps);
+            write("fuzz_acquisition", type + "-" + list.name,
+                  longBlock(list.steps) + card(at, AtEnd::Honest));
+        }
+    }
+    std::size_t generation = 0;
+    for (const NamedSteps& deed : deeds) {
+        // Early, so that what is selected is hurt, and later, where files are read. The generations
+        // take turns.
+        for (const int after : {0, 4, 9}) {
+            const Bytes steps =
+                step(Deed::HonestRun, {static_cast<std::uint8_t>(after)}) + deed.steps;
+            const std::string name = std::string(deed.name) + "-after" + std::to_string(after);
+            write("fuzz_acquisition", name,
+                  longBlock(verifyUser + signCall(0, 0)) + card(generation % 6, AtEnd::Honest) +
+                      steps);
+            write("fuzz_card_directories", name,
+                  Bytes{static_cast<std::uint8_t>(generation % 7), 1} +
+                      card(generation % 6, AtEnd::FromTheStart) + steps);
+            ++generation;
+        }
+    }
+    // A card that says for ever that there is more, with and without a byte of data.
+    for (const bool hasData : {false, true}) {
+        write("fuzz_card_directories", std::string("endless-") + (hasData ? "bytes" : "nothing"),
+              Bytes{4, 1} + card(2, AtEnd::FromTheStart) +
+                  step(Deed::MoreWaiting, (hasData ? Bytes{1, 0x55} : Bytes{0}) + Bytes{0x01}));
+    }
+}
+
+void writeTexts() {
+    const std::string target = "fuzz_service_address";
+    write(target, "two", std::string("http://host:80;https://service.example:8443/path"));
+    write(target, "no-number", std::string("http://host:x;https://host:99999999999;http://h:0"));
+    write(target, "not-the-form", std::string("ftp://host:1;http:host:1;http://:1;http://a:b:1;;"));
+    write("fuzz_texts", "ascii", std::string(" \t0123456789abcdefABCDEF;;x; \r\n"));
+    write("fuzz_texts", "utf-8", std::string("\xC3\xA4\xE2\x82\xAC\xF0\x9F\x94\x91"));
+    write("fuzz_texts", "not-utf-8", std::string("\xC3\xED\xA0\x80\xF5\x80\xFF\xC0\x80"));
+    write("fuzz_texts", "list", Bytes{'a', 0, 'b', 0, 0, 0, 'c', 0, 0, 0, 0, 0});
+    const Bytes text{'h', 0, 't', 0, 0, 0};
+    const Bytes value = Bytes{6} + text;
+    write("fuzz_registry", "found", Bytes{0, 0} + value + Bytes{0, 0} + value);
+    write("fuzz_registry", "larger", Bytes{1, 1, 0, 0x08, 0} + Bytes{0, 0} + value);
+    write("fuzz_registry", "huge", Bytes{1, 2, 0, 0xFF, 0xFF, 0xFF, 0xFF} + Bytes{1, 3, 0});
+    write("fuzz_registry", "odd-length", Bytes{0, 1} + value + Bytes{0, 5} + Bytes{0, 2, 0});
+    write("fuzz_registry", "missing", Bytes{2, 0, 0, 3, 0, 0});
+    Bytes forEver;
+    for (int call = 0; call < 64; ++call) forEver = forEver + Bytes{1, 3, 0};
+    write("fuzz_registry", "more-for-ever", forEver);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: make_corpus FOLDER\n");
+        return 2;
+    }
+    corpus = argv[1];
+    writeFiles();
+    writeConversations();
+    writeTexts();
+    return 0;
+}
