@@ -1,7 +1,5 @@
 // The commands of whole journeys, compared whole: no extra command is sent, nothing selected is
 // remembered.
-#include <iostream>
-
 #include "journeys.h"
 #include "platform_side.h"
 
@@ -47,11 +45,6 @@ INSTANTIATE_TEST_SUITE_P(EveryCard, Journey, ::testing::ValuesIn(allCardTypes));
 
 TEST_P(Journey, OfALogonIsExactlyThese) {
     EXPECT_EQ(ofALogon(), expectedJourney(GetParam()));
-}
-
-// Prints the journeys for tests/boundary/journeys.cpp; run with --gtest_also_run_disabled_tests.
-TEST_P(Journey, DISABLED_IsPrinted) {
-    std::cout << "// generation " << GetParam() << "\n" << ofALogon();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Printed by the suite itself (Journey.DISABLED_IsPrinted) and read against the rules by hand: how
-// each generation's forms of SELECT are found, which directory a PIN lives in, which commands make
-// a signature.
+// Read off the suite itself and against the rules by hand: how each generation's forms of SELECT
+// are found, which directory a PIN lives in, which commands make a signature.
 #include "journeys.h"
 
 namespace boundary {
