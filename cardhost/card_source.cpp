@@ -21,6 +21,7 @@ namespace {
 
 constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 constexpr std::size_t longestAtr = 36;
+constexpr std::size_t longestReply = 258;
 constexpr std::size_t longestState = 65536;
 
 [[noreturn]] void notFound(const std::string& what, LONG status) {
@@ -70,9 +71,8 @@ class Connection {
 public:
     Connection(const WinscardCalls& calls, SCARDCONTEXT context, const std::string& reader)
         : calls_(calls) {
-        DWORD protocol = 0;
         status_ = calls_.connect(context, wide(reader).c_str(), SCARD_SHARE_SHARED, anyProtocol,
-                                 &card_, &protocol);
+                                 &card_, &protocol_);
         if (status_ != SCARD_S_SUCCESS) card_ = 0;
     }
     ~Connection() {
@@ -92,6 +92,18 @@ public:
         isHeld_ = true;
     }
 
+    /// Asks for a response that no command has left: any two bytes are an answer. The service may
+    /// take a while to notice that a card is gone, so its own word does not do.
+    bool answers() const {
+        constexpr BYTE getResponse[] = {0x00, 0xC0, 0x00, 0x00, 0x00};  // ISO/IEC 7816-4, 7.6.1
+        const SCARD_IO_REQUEST request{protocol_, sizeof(SCARD_IO_REQUEST)};
+        std::array<BYTE, longestReply> reply{};
+        auto length = static_cast<DWORD>(reply.size());
+        const LONG status = calls_.transmit(card_, &request, getResponse, sizeof(getResponse),
+                                            nullptr, reply.data(), &length);
+        return status == SCARD_S_SUCCESS && length >= 2;
+    }
+
     /// Empty if the card does not tell.
     Bytes atr() const {
         std::array<BYTE, longestAtr> atr{};
@@ -109,6 +121,7 @@ public:
 private:
     const WinscardCalls& calls_;
     SCARDHANDLE card_ = 0;
+    DWORD protocol_ = 0;
     LONG status_ = 0;
     bool isHeld_ = false;
 };
@@ -251,6 +264,11 @@ SCARDHANDLE ConnectedCard::handle() const {
 
 const std::string& ConnectedCard::reader() const {
     return parts_->reader;
+}
+
+bool ConnectedCard::answers() const {
+    // A virtual card cannot go.
+    return parts_->virtualSource || parts_->connection->answers();
 }
 
 const Bytes& ConnectedCard::atr() const {

@@ -44,6 +44,8 @@ public:
     SCARDCONTEXT context() const;
     SCARDHANDLE handle() const;
     const std::string& reader() const;
+    /// Whether the card still answers commands, whatever its answer is.
+    bool answers() const;
     const Bytes& atr() const;
 
 private:

@@ -33,7 +33,7 @@ Driver::Driver(const std::filesystem::path& file)
       acquireContext_(library_.get<PFN_CARD_ACQUIRE_CONTEXT>("CardAcquireContext")) {}
 
 Acquisition::Acquisition(const Driver& driver, ConnectedCard& card, const Trace& trace)
-    : trace_(trace), atr_(card.atr()), cardName_(wide("FINEID")) {
+    : card_(card), trace_(trace), atr_(card.atr()), cardName_(wide("FINEID")) {
     record_.dwVersion = CARD_DATA_VERSION_SEVEN;
     record_.pbAtr = atr_.data();
     record_.cbAtr = static_cast<DWORD>(atr_.size());
@@ -54,6 +54,18 @@ Acquisition::~Acquisition() {
     } catch (const Failure&) {
         // The command has its own outcome by now; there is nothing more to do with the record.
     }
+}
+
+// What the driver says to a card that is gone reads like many another failure of its.
+void Acquisition::requireCard(const std::string& shown, DWORD status) const {
+    // These come from the card itself.
+    if (status == static_cast<DWORD>(SCARD_W_WRONG_CHV) ||
+        status == static_cast<DWORD>(SCARD_W_CHV_BLOCKED) || card_.answers()) {
+        return;
+    }
+    throw Failure(ExitCode::notFound,
+                  fmt::format("the card in {} no longer answers: {} ended with {}", card_.reader(),
+                              shown, statusText(status)));
 }
 
 void Acquisition::close() {

@@ -35,7 +35,7 @@ private:
 
 /// CARD_DATA from CardAcquireContext to CardDeleteContext. Every operation throws a Failure
 /// (refused) that names the entry point and the status if the driver refuses, unless it says
-/// otherwise.
+/// otherwise, and one (notFound) if the card has stopped answering by then.
 class Acquisition {
 public:
     Acquisition(const Driver& driver, ConnectedCard& card, const Trace& trace);
@@ -80,7 +80,10 @@ public:
     void close();
 
 private:
+    void requireCard(const std::string& shown, DWORD status) const;
+
     FileCache cache_;
+    const ConnectedCard& card_;
     const Trace& trace_;
     Bytes atr_;
     WideText cardName_;
@@ -100,6 +103,7 @@ DWORD Acquisition::call(const std::string& shown, EntryPoint entryPoint, Argumen
     trace_.entryPoint(shown);
     const DWORD status = entryPoint(&record_, std::forward<Arguments>(arguments)...);
     trace_.result(status);
+    if (status != 0) requireCard(shown, status);
     return status;
 }
 

@@ -94,6 +94,7 @@ std::string replyLine(LONG status, ByteView reply) {
     if (status != SCARD_S_SUCCESS) {
         return fmt::format("  < {}", statusText(static_cast<DWORD>(status)));
     }
+    if (reply.empty()) return "  < nothing";
     const std::string head = fmt::format(
         "  < {:<{}}", reply.size() > 2 ? fmt::format("{} bytes", reply.size() - 2) : "", nameWidth);
     return wrapped(head, reply, reply.size());
