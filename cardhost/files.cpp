@@ -15,7 +15,7 @@ constexpr std::size_t pieceSize = 65536;
 }  // namespace
 
 std::string shown(const std::filesystem::path& path) {
-    const auto text = path.u8string();
+    const auto text = path.generic_u8string();
     return std::string(text.begin(), text.end());
 }
 

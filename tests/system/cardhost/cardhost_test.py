@@ -59,11 +59,17 @@ class CardhostTest(unittest.TestCase):
     def cardhost(self, *arguments, expected=OK, stdin=""):
         """Runs a command and gives (standard output, standard error)."""
         command = [*settings.launcher, settings.cardhost, *map(str, arguments)]
-        done = subprocess.run(command, cwd=self.folder, input=stdin, capture_output=True,
-                              encoding="utf-8", timeout=300, check=False)
-        self.assertEqual(done.returncode, expected,
-                         f"{' '.join(command)}\n{done.stdout}\n{done.stderr}")
-        return done.stdout, done.stderr
+        # Files, not pipes: Wine's own processes outlive the program and would keep a pipe open.
+        with tempfile.TemporaryFile("w+", encoding="utf-8") as out, \
+                tempfile.TemporaryFile("w+", encoding="utf-8") as error:
+            done = subprocess.run(command, cwd=self.folder, input=stdin, stdout=out, stderr=error,
+                                  encoding="utf-8", timeout=300, check=False)
+            texts = []
+            for stream in (out, error):
+                stream.seek(0)
+                texts.append(stream.read())
+        self.assertEqual(done.returncode, expected, "\n".join([" ".join(command), *texts]))
+        return texts[0], texts[1]
 
     def message(self, *arguments, expected, stdin=""):
         """The one line with which a command fails."""
