@@ -75,7 +75,8 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
         return exitWith(scope, SCARD_E_UNEXPECTED);
     }
     if (message.empty()) return exitWith(scope, SCARD_E_UNEXPECTED, " (empty data vector)");
-    // A card that gives more than the block holds is not believed.
+    // A card that gives more than the block holds is not believed. None can, as long as a reply
+    // holds 256 bytes, which every block has that comes this far.
     if (message.size() > pInfo->cbData) return exitWith(scope, SCARD_E_UNEXPECTED);
 
     std::reverse_copy(message.begin(), message.end(), pInfo->pbData);

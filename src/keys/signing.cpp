@@ -28,7 +28,7 @@ struct Algorithm {
     BYTE schemeNibble = 0;
 };
 
-// The algorithm so far, or the status of a refusal whose exit line is written already.
+// No value to go on, or the status of a refusal whose exit line is written already.
 using Refusal = std::optional<DWORD>;
 
 DWORD keySizeBits(const CardContext& context, BYTE bContainerIndex) {

@@ -26,7 +26,10 @@ constexpr const char* logonWindowClass = "LogonUI Logon Window";
 // The companion application's start-up command; empty when the registry has none.
 WideString companionStartCommand() {
     try {
-        return readRegistryString(WideString(companionRunKey), utf8ToWide(companionRunValue));
+        const WideString value = utf8ToWide(companionRunValue);
+        // Without a name the registry would give the key's unnamed value, another program's.
+        if (value.c_str()[0] == 0) return {};
+        return readRegistryString(WideString(companionRunKey), value);
     } catch (const std::exception& exception) {
         logError(fmt::format(
             "Could not read Kelmora ID installation path ('{}') from registry. Exception: {}",

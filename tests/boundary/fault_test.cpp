@@ -145,7 +145,8 @@ TEST_P(Faults, AllocationsFailingOneByOne) {
 }
 
 TEST(FaultsAtTheAcquisition, ACardPulledOutInTheMiddleOfAChainEndsIt) {
-    // Generation 3's second certificate: the reading ends with a status, and does not hang.
+    // The second reply says that more waits, and the card is gone when that is asked for: the
+    // reading ends with a status, and does not hang.
     PlatformSide card(5);
     card.reader.failTransmit(2, {Fault::Kind::StatusWord, 0x6105});
     card.reader.failTransmit(3, {Fault::Kind::RemoveCard, 0});

@@ -225,6 +225,15 @@ TEST(CardConstructDHAgreement, SendsTheLongerFormWithTheOtherReferenceOnCardType
     EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), 0u);
 }
 
+TEST(CardConstructDHAgreement, GoesByTheContextForTheReferenceAndTheForm) {
+    KeysFixture keys(CardType::type6, TestKey::p256);
+    keys.context.hasSecondSignCert = true;
+    Request request;
+    keys.expectPinQuery();
+    keys.card.expect(mse01, "9000").expect(decipher(point("00 04")), "0A 0B 9000");
+    EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), 0u);
+}
+
 TEST(CardConstructDHAgreement, WritesTheReservedPointerInItsLine) {
     KeysFixture keys(CardType::type6, TestKey::p256);
     Request request(0);

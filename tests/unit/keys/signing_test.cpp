@@ -519,6 +519,16 @@ TEST(CardSignData, NamesTheKeyByTheCardTheKindAndTheContainer) {
     }
 }
 
+TEST(CardSignData, NamesTheKeyByTheContextAndRunsTheScriptOfTheCardType) {
+    KeysFixture keys(CardType::type3);
+    keys.context.hasSecondSignCert = true;
+    Request request(0, 1, 32);
+    request.info.aiHashAlg = sha256;
+    expectMse(keys, "01", "42");
+    expectSignature(keys, request.data, "01 9000");
+    EXPECT_EQ(request.run(keys), 0u);
+}
+
 TEST(CardSignData, ReportsAClosedPinAsASecurityViolation) {
     KeysFixture keys(CardType::type3);
     Request request(1, 2, 32);
@@ -576,6 +586,36 @@ TEST(CardSignData, ReportsMissingMemoryWithThePlainExitLine) {
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
                                          {scope, exited("0x00000008")}}));
+}
+
+TEST(CardSignData, SendsTheLast20BytesOfTheSsl3FormByAlgorithmIdToo) {
+    KeysFixture keys(CardType::type3);
+    Request request(0, 1, 36);
+    request.info.aiHashAlg = sha1;
+    expectMse(keys, "81", "12");
+    expectSignature(keys, bytes("101112131415161718191A1B1C1D1E1F20212223"), "01 9000");
+    EXPECT_EQ(request.run(keys), 0u);
+}
+
+TEST(CardSignData, LeavesDataOutThatOneCommandCannotCarry) {
+    for (const std::size_t length : {256u, 257u, 70000u}) {
+        KeysFixture keys(CardType::type3);
+        Request request(1, 2, length);
+        request.info.aiHashAlg = sha256;
+        expectMse(keys, "82", "42");
+        keys.card.expect("00 2A 9E 9A 00", "6700");
+        EXPECT_EQ(request.run(keys), 0x80100004u);
+        EXPECT_TRUE(request.hasNoSignature());
+        // Meant so: 256 bytes are left out without a word.
+        LogLines output = rsaByAlgId;
+        if (length > 256) {
+            output.push_back({"ERROR", "Apdu data size too big " + std::to_string(length) +
+                                           " > SINGLE_APDU_DATAFIELD_MAX_SIZE to fit single "
+                                           "command, possibly chaining required, if APDU supports "
+                                           "it (CLA=10h)!"});
+        }
+        EXPECT_EQ(keys.log.output(), output);
+    }
 }
 
 TEST(CardSignData, BeginsNoTransaction) {
