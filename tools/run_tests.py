@@ -105,9 +105,12 @@ def count_ctest(tally, report, stage):
     """Counts the results of a ctest run from its JUnit file."""
     for case in ElementTree.parse(report).getroot().iter("testcase"):
         name = case.get("name")
-        if case.find("skipped") is not None or case.get("status") in ("disabled", "notrun"):
-            tally.skip(name, case.find("skipped").get("message", "") if case.find("skipped") is not None
-                       else case.get("status"))
+        skipped = case.find("skipped")
+        if skipped is not None or case.get("status") in ("disabled", "notrun"):
+            # A test that skips itself says why in its last line.
+            said = (case.findtext("system-out") or "").strip().splitlines()
+            message = skipped.get("message", "") if skipped is not None else case.get("status")
+            tally.skip(name, said[-1] if said else message)
         elif case.get("status") == "fail" or case.find("failure") is not None:
             tally.result(f"{stage} {name}", "")
             show_end(case.findtext("system-out") or "", 40)

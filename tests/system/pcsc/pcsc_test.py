@@ -245,8 +245,6 @@ class Journey(PcscTest):
 
     def check_a_signature_without_a_pin_is_refused(self, card_type):
         with self.card(card_type):
-            # Another program's PIN opens nothing for this one.
-            self.cardhost("verify", "--pin", PINS[AUTHENTICATION])
             self.assertEqual(
                 self.failure("sign", "--no-pin", "--in", self.data(), "--out", self.folder / "s",
                              expected=REFUSED),
