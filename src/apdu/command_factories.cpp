@@ -1,5 +1,7 @@
 #include "apdu/command_factories.h"
 
+#include <utility>
+
 #include "apdu/directory_identifiers.h"
 
 namespace KelmoraID::commands {

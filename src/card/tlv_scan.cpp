@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <span>
+#include <utility>
 
 namespace KelmoraID {
 namespace {
