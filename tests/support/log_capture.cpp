@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <ostream>
@@ -24,6 +25,10 @@ LogLines linesOf(const std::string& content, const std::regex& head) {
         std::smatch match;
         if (std::regex_search(text, match, head, std::regex_constants::match_continuous)) {
             lines.push_back({match[1], match.suffix()});
+        } else if (::testing::Test::HasFailure()) {
+            // What the test has reported meanwhile. Were it taken for log text, each report would
+            // quote the one before, and a failure in a loop would never end.
+            std::fprintf(stderr, "%s\n", text.c_str());
         } else if (!lines.empty()) {
             lines.back().message += "\n" + text;
         } else {

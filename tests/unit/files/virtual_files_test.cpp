@@ -257,6 +257,7 @@ TEST_F(CardGetFileInfoTest, TellsSizeAndConditionOfTheRootFiles) {
 TEST_F(CardGetFileInfoTest, TellsTheTrueSizeOfTheMapAndAFixedOneOfCertificates) {
     EXPECT_EQ(info(three, "mscp", "cmapfile"), 0);
     EXPECT_EQ(record.cbFileSize, 258);
+    EXPECT_EQ(record.AccessCondition, EveryoneReadUserWriteAc);
     for (const char* file : {"kxc00", "ksc01", "ksc02"}) {
         EXPECT_EQ(info(three, "mscp", file), 0);
         EXPECT_EQ(record.cbFileSize, 20) << file;
