@@ -16,10 +16,6 @@ namespace {
 constexpr auto invalidParameter = static_cast<DWORD>(SCARD_E_INVALID_PARAMETER);
 constexpr auto unexpected = static_cast<DWORD>(SCARD_E_UNEXPECTED);
 
-DWORD exitAuthentication(DWORD status) {
-    return exitWith(authenticationScope, status);
-}
-
 // "user" and "admin"; 0, which is no PinId, for any other text.
 PIN_ID pinIdOfUser(WideStringView user) {
     if (user == WIDE_TEXT("user")) return static_cast<PIN_ID>(PinId::user);
@@ -43,7 +39,9 @@ DWORD verifyPlatformPin(const AttemptVerifyPin& attemptVerifyPin, PBYTE pbPinDat
         logDebug("CMR_75: cbPinData is invalid.");
         return static_cast<DWORD>(SCARD_W_WRONG_CHV);
     }
-    if (outcome->status == PinVerifyResult::verified) return exitAuthentication(SCARD_S_SUCCESS);
+    if (outcome->status == PinVerifyResult::verified) {
+        return exitWith(authenticationScope, SCARD_S_SUCCESS);
+    }
     tellAttempts(pcAttemptsRemaining, outcome->attemptsRemaining);
     return exitWithRefusedPin(outcome->status);
 }
@@ -68,7 +66,7 @@ DWORD WINAPI CardAuthenticateEx(PCARD_DATA pCardData, PIN_ID PinId, DWORD dwFlag
         logDebug("CMR_71: pCardData is NULL.");
         return invalidParameter;
     }
-    if (pCardData->hSCardCtx == 0) return exitAuthentication(invalidParameter);
+    if (pCardData->hSCardCtx == 0) return exitWith(authenticationScope, invalidParameter);
     CardOperations card(pCardData->hScard, cardTypeOf(pCardData));
     if (!isValidPinId(PinId)) {
         logDebug("CMR_72: PinId is invalid.");
@@ -76,7 +74,7 @@ DWORD WINAPI CardAuthenticateEx(PCARD_DATA pCardData, PIN_ID PinId, DWORD dwFlag
     }
     // What kind of PIN it is falls here, afresh on every call.
     PIN_INFO pinInfo{};
-    if (!readPinInfo(pCardData, PinId, pinInfo)) return exitAuthentication(unexpected);
+    if (!readPinInfo(pCardData, PinId, pinInfo)) return exitWith(authenticationScope, unexpected);
     const AuthenticationRequest request{dwFlags, pbPinData != nullptr,
                                         ppbSessionPin != nullptr && pcbSessionPin != nullptr};
     const std::optional<DWORD> ended = checkAuthentication(pinInfo, request);

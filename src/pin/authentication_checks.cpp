@@ -7,10 +7,6 @@
 namespace KelmoraID {
 namespace {
 
-DWORD exitAuthentication(LONG status) {
-    return exitWith(authenticationScope, static_cast<DWORD>(status));
-}
-
 // The flags other than CARD_PIN_SILENT_CONTEXT.
 std::optional<DWORD> checkFlags(DWORD flags, bool isExternal, bool hasSessionPointers) {
     switch (flags) {
@@ -19,21 +15,21 @@ std::optional<DWORD> checkFlags(DWORD flags, bool isExternal, bool hasSessionPoi
         case CARD_AUTHENTICATE_GENERATE_SESSION_PIN:
             if (!isExternal) {
                 logDebug("CMR_66: Session PIN generation is not supported.");
-                return exitAuthentication(SCARD_E_UNSUPPORTED_FEATURE);
+                return exitWith(authenticationScope, SCARD_E_UNSUPPORTED_FEATURE);
             }
             if (!hasSessionPointers) {
                 logToFile(authenticationScope,
                           "CMR_76: Generating a session PIN and ppbSessionPin or pcbSessionPin is "
                           "NULL.");
-                return exitAuthentication(SCARD_E_INVALID_PARAMETER);
+                return exitWith(authenticationScope, SCARD_E_INVALID_PARAMETER);
             }
             return std::nullopt;  // The two outputs are never written, and meant not to be.
         case CARD_AUTHENTICATE_SESSION_PIN:
             logToFile(authenticationScope, "CMR_67: Session PIN validation is not supported.");
-            return exitAuthentication(SCARD_E_UNSUPPORTED_FEATURE);
+            return exitWith(authenticationScope, SCARD_E_UNSUPPORTED_FEATURE);
         default:
             logDebug("CMR_74: dwFlags is invalid.");
-            return exitAuthentication(SCARD_E_INVALID_PARAMETER);
+            return exitWith(authenticationScope, SCARD_E_INVALID_PARAMETER);
     }
 }
 
@@ -43,20 +39,20 @@ std::optional<DWORD> checkAuthentication(const PIN_INFO& pinInfo,
                                          const AuthenticationRequest& request) {
     const bool isExternal = pinInfo.PinType == ExternalPinType;
     // "PIN Information" tells of no empty PIN, nor of secure entry below: both tests stay.
-    if (pinInfo.PinType == EmptyPinType) return exitAuthentication(SCARD_S_SUCCESS);
+    if (pinInfo.PinType == EmptyPinType) return exitWith(authenticationScope, SCARD_S_SUCCESS);
     if ((request.dwFlags & CARD_PIN_SILENT_CONTEXT) != 0 && isExternal) {
         logDebug("CMR_68: External authentication without UI is not supported.");
         return static_cast<DWORD>(SCARD_E_UNSUPPORTED_FEATURE);
     }
     if (!request.hasPin && !isExternal) {
         logDebug("CMR_73: pbPinData is NULL and PIN type is not external or empty.");
-        return exitAuthentication(SCARD_E_INVALID_PARAMETER);
+        return exitWith(authenticationScope, SCARD_E_INVALID_PARAMETER);
     }
     const std::optional<DWORD> refused = checkFlags(request.dwFlags & ~CARD_PIN_SILENT_CONTEXT,
                                                     isExternal, request.hasSessionPointers);
     if (refused) return refused;
     if ((pinInfo.dwFlags & PIN_INFO_REQUIRE_SECURE_ENTRY) != 0) {
-        return exitAuthentication(SCARD_E_UNEXPECTED);
+        return exitWith(authenticationScope, SCARD_E_UNEXPECTED);
     }
     return std::nullopt;
 }
