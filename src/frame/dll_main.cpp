@@ -7,6 +7,10 @@
 extern "C" BOOL WINAPI DllMain(HINSTANCE hinstDLL, DWORD fdwReason, LPVOID lpvReserved);
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD fdwReason, LPVOID) {
-    KelmoraID::logToFile("DllMain", fmt::format("Started with reason code: {}", fdwReason));
+    try {
+        KelmoraID::logToFile("DllMain", fmt::format("Started with reason code: {}", fdwReason));
+    } catch (...) {
+        // Out of memory for a log line: nothing is to reach the loader.
+    }
     return 1;
 }
