@@ -4,13 +4,14 @@
 Usage: tools/run_tests.py [STAGE ...]
 
 Stages, by default all of them in this order:
-  lint      format, includes, words, static analysis
-  native    unit and boundary tests under AddressSanitizer and UndefinedBehaviorSanitizer
-  windows   builds both DLLs and checks the files themselves
-  wine-x64  the boundary suite against the x64 DLL, in Wine
-  wine-x86  the boundary suite against the x86 DLL, in 32-bit Wine
-  package   the MSI and the registration file, installed and taken away in Wine
-  system    the programs together: PC/SC daemon, virtual reader, cardhost, OpenSSL
+  lint         format, includes, words, static analysis
+  native       unit and boundary tests under AddressSanitizer and UndefinedBehaviorSanitizer
+  windows      builds both DLLs and checks the files themselves
+  wine-x64     the boundary suite against the x64 DLL, in Wine
+  wine-x86     the boundary suite against the x86 DLL, in 32-bit Wine
+  pairing-x64  the directory client and the x64 DLL in Wine, against servers on loopback
+  package      the MSI and the registration file, installed and taken away in Wine
+  system       the programs together: PC/SC daemon, virtual reader, cardhost, OpenSSL
 
 What a command prints goes to build/test-logs/; the end of it is shown where something failed.
 """
@@ -161,6 +162,28 @@ def count_googletest(tally, stage, report, code, output):
         tally.result(stage, f"the program ended with exit code {code}")
 
 
+def count_unittest(tally, stage, code, output):
+    """Counts the results of a Python unittest run with -v from its lines "name (its.full.Name) ... ok"."""
+    failed_before, counted = len(tally.failed), 0
+    for full_name, result, reason in re.findall(
+            r"^\w+ \((?:__main__\.)?([\w.]+)\)(?:\n.*?)? \.\.\. "
+            r"(ok|skipped|FAIL|ERROR)(?: ['\"](.*)['\"])?$", output, re.M):
+        name = f"{stage} {full_name}"
+        counted += 1
+        if result == "ok":
+            tally.result(name)
+        elif result == "skipped":
+            tally.skip(name, reason)
+        else:
+            tally.result(name, "")
+    ran = re.search(r"^Ran (\d+) tests? in", output, re.M)
+    if len(tally.failed) > failed_before:
+        show_end(output)
+    elif code or ran is None or int(ran[1]) != counted:
+        show_end(output)
+        tally.result(stage, f"exit code {code}, {counted} results seen")
+
+
 # Building -------------------------------------------------------------------------------------
 
 def botan_for(tally, stage, target):
@@ -262,6 +285,18 @@ def in_wine(tally, architecture):
     count_googletest(tally, stage, report, code, output)
 
 
+def pairing_in_wine(tally):
+    stage = "pairing-x64"
+    if not build_windows(tally, stage, "x64",
+                         ["pairing_client", "trust_certificate", "cardhost", "minidriver"]):
+        return
+    code, output = run("Letting the directory client meet servers, in Wine",
+                       [sys.executable, "tests/system/pairing/pairing_test.py",
+                        "--client", "build/windows-x64/pairing_client.exe",
+                        "--launcher", "tools/run_in_wine.sh x64", "-v"], stage)
+    count_unittest(tally, stage, code, output)
+
+
 def system(tally):
     if build(tally, "system", "native"):
         run_ctest(tally, "system", ROOT / "build/native", ["-L", "system"], 1)
@@ -282,6 +317,7 @@ STAGES = {
     "windows": ("The Windows DLLs", windows),
     "wine-x64": ("The boundary suite in Wine, x64", lambda tally: in_wine(tally, "x64")),
     "wine-x86": ("The boundary suite in Wine, x86", lambda tally: in_wine(tally, "x86")),
+    "pairing-x64": ("Directory pairing in Wine, x64", pairing_in_wine),
     "package": ("The package for Windows", package),
     "system": ("System tests", system),
 }

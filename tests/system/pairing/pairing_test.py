@@ -4,9 +4,14 @@
     pairing_test.py --client build/native/pairing_client [unittest arguments]
     pairing_test.py --client build/windows-x64/pairing_client.exe \
                     --launcher "tools/run_in_wine.sh x64" [unittest arguments]
+
+In Wine the tests have a prefix of their own, build/wine/pairing, and let cardhost.exe beside the
+client, where it is built, acquire a card with the finished driver.
 """
 import argparse
 import base64
+import json
+import os
 import pathlib
 import re
 import shlex
@@ -20,12 +25,14 @@ import time
 import unittest
 
 from loopback_server import CHUNKED, LAST_CHUNK, LoopbackServer, chunk, drip, reply
+from web_server import NGINX, WebServer, issue, make_authority
 
 ACCEPTED, REFUSED, _, THREW = range(4)
 # The sum of the client's time-outs in seconds, and what a busy machine may add to a program's run.
 TIME_OUTS = 16
 SLACK = 60
 ANOMALOUS = ("AdAttributeService", "Receiving anomalous data. Abort.")
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 KEY = r"SOFTWARE\Kelmora\KelmoraID"
 
 settings = argparse.Namespace(client="", launcher=[])
@@ -49,12 +56,26 @@ class PairingTest(unittest.TestCase):
         if settings.launcher:
             self.skipTest(f"Wine's WinHTTP {reason}")
 
+    def skip_natively(self, reason):
+        if not settings.launcher:
+            self.skipTest(f"natively {reason}")
+
+    def run_program(self, *command):
+        """Runs a program and gives its exit code; its output is in self.output."""
+        # A file, not a pipe: Wine's own processes outlive the program and would keep a pipe open.
+        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as error:
+            done = subprocess.run([*settings.launcher, *map(str, command)], cwd=self.folder,
+                                  stdin=subprocess.DEVNULL, stdout=output, stderr=error,
+                                  timeout=300, check=False)
+            output.seek(0)
+            error.seek(0)
+            self.output = output.read().decode(errors="replace")
+            self.error = error.read().decode(errors="replace")
+        return done.returncode
+
     def client(self, *arguments):
         """Runs the client and gives its exit code."""
-        done = subprocess.run([*settings.launcher, settings.client, *arguments], cwd=self.folder,
-                              capture_output=True, timeout=300, check=False)
-        self.output = done.stdout.decode(errors="replace")
-        return done.returncode
+        return self.run_program(settings.client, *arguments)
 
     def send(self, server, body="{}", scheme="http"):
         return self.client("send", server.url(scheme), body)
@@ -66,9 +87,8 @@ class PairingTest(unittest.TestCase):
 
     def configure(self, addresses):
         if settings.launcher:
-            subprocess.run([*settings.launcher, "reg", "add", "HKLM\\" + KEY, "/v", "ADRSURL",
-                            "/t", "REG_SZ", "/d", addresses, "/f"],
-                           cwd=self.folder, check=True, capture_output=True, timeout=300)
+            self.assertEqual(self.run_program("reg", "add", "HKLM\\" + KEY, "/v", "ADRSURL", "/t",
+                                              "REG_SZ", "/d", addresses, "/f"), 0, self.output)
         else:
             (self.folder / "settings.ini").write_text(f"[{KEY}]\nADRSURL = {addresses}\n",
                                                       encoding="utf-8")
@@ -203,6 +223,97 @@ class Encrypted(PairingTest):
         self.assertEqual(server.requests, [])
 
 
+@unittest.skipUnless(NGINX, "no nginx")
+@unittest.skipUnless(shutil.which("openssl"), "no openssl")
+class WebServerTest(PairingTest):
+    """nginx takes the requests, and the server behind it shows what it took."""
+
+    HOST = "localhost"
+    MACHINE_WIDE = "libcurl knows only the authorities of the whole machine"
+
+    def setUp(self):
+        super().setUp()
+        self.behind = self.enterContext(LoopbackServer(reply(b"thank you")))
+        web = self.folder / "web"
+        web.mkdir()
+        make_authority(web)
+        issue(web, self.HOST)
+        self.web = WebServer(web, self.behind.port)
+        self.web.__enter__()
+        self.addCleanup(self.web.__exit__)
+
+    def trust_authority(self):
+        """Makes the prefix trust the authority until the end of the test."""
+        program = pathlib.Path(settings.client).with_name("trust_certificate.exe")
+        self.addCleanup(self.run_program, program, "remove", "web/authority.der")
+        self.assertEqual(self.run_program(program, "add", "web/authority.der"), 0)
+
+    def assert_taken(self, scheme, host, body):
+        """That nginx took this one request, whole."""
+        (request,) = self.behind.requests
+        self.assertEqual(request.line, "POST /registercard HTTP/1.1")
+        self.assertEqual(request.values("Host"), [host.encode()])
+        self.assertEqual(request.values("Content-Type"), [b"application/json; charset: utf-8"])
+        self.assertIn(b"application/json", b",".join(request.values("Accept")))
+        self.assertEqual(request.values("Content-Length"), [b"%d" % len(body)])
+        self.assertEqual(request.body, body)
+        self.assertEqual(self.web.taken(), [(scheme, "POST /registercard HTTP/1.1", "200")])
+
+
+class WebServerInFront(WebServerTest):
+    def test_takes_the_request_over_http(self):
+        self.assertEqual(self.client("send", f"http://127.0.0.1:{self.web.http}", '{"a" : "b"}'),
+                         ACCEPTED, self.output)
+        self.assert_taken("http", f"127.0.0.1:{self.web.http}", b'{"a" : "b"}')
+
+    def test_takes_the_request_over_https_where_its_authority_is_trusted(self):
+        self.skip_natively(self.MACHINE_WIDE)
+        url = f"https://{self.HOST}:{self.web.https}"
+        self.assertEqual(self.client("send", url, "{}"), REFUSED, "not trusted yet")
+        self.assertEqual(self.behind.requests, [])
+        self.trust_authority()
+        self.assertEqual(self.client("send", url, '{"a" : "b"}'), ACCEPTED, self.output)
+        self.assert_taken("https", f"{self.HOST}:{self.web.https}", b'{"a" : "b"}')
+
+    def test_of_another_name_is_refused_though_its_authority_is_trusted(self):
+        self.skip_natively(self.MACHINE_WIDE)
+        self.trust_authority()
+        url = f"https://127.0.0.1:{self.web.https}"
+        self.assertEqual(self.client("send", url, "{}"), REFUSED, self.output)
+        self.assertEqual(self.behind.requests, [])
+
+
+class FinishedDriver(WebServerTest):
+    """cardhost acquires a virtual card as Windows does, and the driver reports it."""
+
+    def setUp(self):
+        self.skip_natively("the driver's setting is a file of the whole machine")
+        super().setUp()
+
+    def cardhost(self, *arguments):
+        program = pathlib.Path(settings.client).with_name("cardhost.exe")
+        self.assertEqual(self.run_program(program, *arguments), 0, self.output + self.error)
+        return self.output
+
+    def test_reports_the_certificate_of_the_card(self):
+        self.configure(f"http://127.0.0.1:{self.web.http}")
+        self.cardhost("info", "--virtual", "5")
+        (request,) = self.behind.requests
+        body = json.loads(request.body)
+        self.assertEqual(body["smartcard"], "NOT USED")
+        self.cardhost("export", "--virtual", "5", "--container", "0", "-o", "certificate.pem")
+        exported = ssl.PEM_cert_to_DER_cert((self.folder / "certificate.pem").read_text("ascii"))
+        self.assertEqual(base64.b64decode(body["certificate"], validate=True), exported)
+        self.assertEqual([other.body for other in self.behind.requests], [request.body] * 2)
+
+    def test_acquires_the_card_as_well_when_no_service_can_be_reached(self):
+        self.configure(f"http://127.0.0.1:{self.web.http}")
+        paired = self.cardhost("info", "--virtual", "5")
+        self.configure(f"http://127.0.0.1:{closed_port()}")
+        self.assertEqual(self.cardhost("info", "--virtual", "5"), paired)
+        self.assertEqual(len(self.behind.requests), 1)
+
+
 class Registration(PairingTest):
     ENTERING = ("CardAcquireContext", "Entering RegisterCard")
 
@@ -253,6 +364,7 @@ def main():
     settings.launcher = shlex.split(arguments.launcher)
     if settings.launcher:
         settings.launcher[0] = str(pathlib.Path(settings.launcher[0]).resolve())
+        os.environ["WINEPREFIX"] = str(REPOSITORY / "build/wine/pairing")
     unittest.main(argv=[sys.argv[0], *rest])
 
 
