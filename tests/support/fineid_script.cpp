@@ -26,25 +26,6 @@ void WINAPI release(LPVOID address) {
     std::free(address);
 }
 
-const char* atrOf(CardType type) {
-    switch (type) {
-        case CardType::type3:
-            return "3bdd96008031fe450031b8640429ecc1739401808248";
-        case CardType::type4:
-            return "3b7f9600008031b865b085050011122460829000";
-        case CardType::type5:
-            return "3b7f9600008031b865b08504021b1200f6829000";
-        case CardType::type6:
-            return "3bdf96008031fe450031b8640429ecc173940180829000";
-        case CardType::type7:
-            return "3b7f9600008031b865b0850300ef1200f6829000";
-        case CardType::type8:
-            return "3bdd96008031fe450031b8640429ecc1739401808349";
-        default:
-            return "3b00";
-    }
-}
-
 const ByteVector odfPath = bytes("3F00 5031");
 const ByteVector cdfPath = bytes("3F00 4402");
 
@@ -71,6 +52,27 @@ ByteVector cdf(const FineidContent& content) {
 }
 
 }  // namespace
+
+const char* atrOf(CardType type) {
+    switch (type) {
+        case CardType::type3:
+            return "3bdd96008031fe450031b8640429ecc1739401808248";
+        case CardType::type4:
+            return "3b7f9600008031b865b085050011122460829000";
+        case CardType::type5:
+            return "3b7f9600008031b865b08504021b1200f6829000";
+        case CardType::type6:
+            return "3bdf96008031fe450031b8640429ecc173940180829000";
+        case CardType::type7:
+            return "3b7f9600008031b865b0850300ef1200f6829000";
+        case CardType::type8:
+            return "3bdd96008031fe450031b8640429ecc1739401808349";
+        case CardType::noAtr:
+            return "";
+        default:
+            return "3b00";
+    }
+}
 
 ByteVector tlv(BYTE tag, const ByteVector& value) {
     ByteVector element{tag};

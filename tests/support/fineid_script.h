@@ -11,6 +11,9 @@
 
 namespace KelmoraID::testing {
 
+/// The ATR of a card of that type, in hexadecimal; of an unknown one for any other.
+const char* atrOf(CardType type);
+
 /// One TLV element, short or long form as its length asks.
 ByteVector tlv(BYTE tag, const ByteVector& value);
 ByteVector operator+(const ByteVector& left, const ByteVector& right);

@@ -4,29 +4,10 @@
 
 #include <cstdlib>
 
+#include "support/fineid_script.h"
+
 namespace KelmoraID::testing {
 namespace {
-
-const char* atrOf(CardType cardType) {
-    switch (cardType) {
-        case CardType::type3:
-            return "3bdd96008031fe450031b8640429ecc1739401808248";
-        case CardType::type4:
-            return "3b7f9600008031b865b085050011122460829000";
-        case CardType::type5:
-            return "3b7f9600008031b865b08504021b1200f6829000";
-        case CardType::type6:
-            return "3bdf96008031fe450031b8640429ecc173940180829000";
-        case CardType::type7:
-            return "3b7f9600008031b865b0850300ef1200f6829000";
-        case CardType::type8:
-            return "3bdd96008031fe450031b8640429ecc1739401808349";
-        case CardType::noAtr:
-            return "";
-        default:
-            return "3b00";
-    }
-}
 
 LPVOID WINAPI allocate(SIZE_T size) {
     return std::malloc(size);
