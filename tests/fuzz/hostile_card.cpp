@@ -11,9 +11,10 @@ namespace {
 // a time, 1024 answers without data and the last one (channel/send_apdu_command.cpp).
 constexpr std::size_t mostGetResponses = 65'536 + 1'024 + 1;
 
-// One endless command ends by the product's own bounds; after it the card is pulled out, so that a
-// run ends as well.
-constexpr std::size_t mostExchanges = mostGetResponses + 4'096;
+// The card is pulled out after so many exchanges, so that a run ends soon; with AtEnd::ForEver not
+// before one endless command has been ended by the product's own bounds.
+constexpr std::size_t mostExchanges = 2'000;
+constexpr std::size_t mostExchangesForEver = mostGetResponses + 2'000;
 
 constexpr std::uint32_t removedCard = 0x80100069;
 
@@ -21,6 +22,12 @@ constexpr std::size_t longestCommand = 5 + 255 + 1;  // of the short form
 
 const virtual_card::Generation& generationOf(FuzzInput& input) {
     return virtual_card::generations()[input.below(virtual_card::generations().size())];
+}
+
+AtEnd endOf(FuzzInput& input) {
+    const std::uint8_t choice = input.byte();
+    const auto forEver = static_cast<std::uint8_t>(AtEnd::ForEver);
+    return choice == forEver ? AtEnd::ForEver : static_cast<AtEnd>(choice % 3);
 }
 
 Bytes withStatus(Bytes data, unsigned status) {
@@ -55,7 +62,7 @@ bool isRead(const Bytes& command) {
 HostileCard::HostileCard(FuzzInput input)
     : input_(input),
       card_(generationOf(input_)),
-      atEnd_(static_cast<AtEnd>(input_.below(3))),
+      atEnd_(endOf(input_)),
       firstStep_(input_.place()) {
     seam_.self = this;
     seam_.transmit = [](void* self, std::uintptr_t card, std::uint32_t protocol,
@@ -88,8 +95,9 @@ std::uint32_t HostileCard::transmit(const Bytes& command, std::uint8_t* reply,
     getResponsesInARow_ = command[1] == 0xC0 ? getResponsesInARow_ + 1 : 0;
     require(getResponsesInARow_ <= mostGetResponses, "a command's GET RESPONSE come to an end");
     const std::uint32_t room = *length;
+    const std::size_t limit = atEnd_ == AtEnd::ForEver ? mostExchangesForEver : mostExchanges;
     const Answer given =
-        ++exchanges_ > mostExchanges ? Answer{removedCard, {}, std::nullopt} : answer(command);
+        ++exchanges_ > limit ? Answer{removedCard, {}, std::nullopt} : answer(command);
     if (given.code == 0) std::memset(reply, 0xEE, room);  // All of the room is the card's.
     const std::size_t fitting = std::min<std::size_t>(given.bytes.size(), room);
     std::copy_n(given.bytes.begin(), fitting, reply);
@@ -110,7 +118,7 @@ HostileCard::Answer HostileCard::answer(const Bytes& command) {
     }
     if (input_.atEnd()) {
         if (atEnd_ == AtEnd::Removed) return {removedCard, {}, std::nullopt};
-        if (atEnd_ == AtEnd::FromTheStart) input_.rewindTo(firstStep_);
+        if (atEnd_ != AtEnd::Honest) input_.rewindTo(firstStep_);
     }
     return answerByDeed(static_cast<Deed>(input_.below(deedCount)), command);
 }

@@ -34,7 +34,9 @@ enum class Deed : std::uint8_t {
 inline constexpr std::size_t deedCount = 13;
 
 /// What it does when the input is at its end.
-enum class AtEnd : std::uint8_t { Honest, Removed, FromTheStart };
+/// ForEver starts over like FromTheStart, and for far longer; one value of its own and rare, since
+/// such a run takes a second.
+enum class AtEnd : std::uint8_t { Honest, Removed, FromTheStart, ForEver = 0xEE };
 
 /// PC/SC codes as readers give them.
 inline constexpr std::uint32_t readerCodes[] = {

@@ -202,7 +202,7 @@ void writeConversations() {
     // A card that says for ever that there is more, with and without a byte of data.
     for (const bool hasData : {false, true}) {
         write("fuzz_card_directories", std::string("endless-") + (hasData ? "bytes" : "nothing"),
-              Bytes{4, 1} + card(2, AtEnd::FromTheStart) +
+              Bytes{4, 1} + card(2, AtEnd::ForEver) +
                   step(Deed::MoreWaiting, (hasData ? Bytes{1, 0x55} : Bytes{0}) + Bytes{0x01}));
     }
 }
