@@ -382,7 +382,8 @@ TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
 }
 
 TEST(AgreementOnP256, SendsThePointIn66BytesOnCardType5AndIn65OnCardType6) {
-    for (const auto& [cardType, command] : {std::pair{5, "002A80864200"}, {6, "002A80864104"}}) {
+    for (const auto& [cardType, command] :
+         {std::pair{5, "002A80864200"}, std::pair{6, "002A80864104"}}) {
         PlatformSide card(cardType);
         card.acquireOrFail();
         card.openKey(0);
