@@ -74,7 +74,8 @@ DialogDouble::DialogDouble() {
     hooks.LoadLibraryExW = [this](LPCWSTR path, HANDLE file, DWORD flags) -> HMODULE {
         EXPECT_EQ(file, nullptr);
         calls.push_back("load " + narrow(path) + ", " + std::to_string(flags));
-        if (!libraryLoads || loadsUntilFailure == 0) return nullptr;
+        // The platform finds no library under an empty name, and no folder below.
+        if (*path == 0 || !libraryLoads || loadsUntilFailure == 0) return nullptr;
         if (loadsUntilFailure > 0) --loadsUntilFailure;
         return &module;
     };
@@ -91,7 +92,7 @@ DialogDouble::DialogDouble() {
     };
     hooks.SetCurrentDirectoryW = [this](LPCWSTR folder) -> BOOL {
         calls.push_back("folder " + narrow(folder));
-        return folderChanges ? TRUE : FALSE;
+        return *folder != 0 && folderChanges ? TRUE : FALSE;
     };
     hooks.GetLastError = [] { return lastError; };
     hooks.GetForegroundWindow = [] { return static_cast<HWND>(&window); };

@@ -140,10 +140,12 @@ TEST_F(ExternalDialog, TakesAFolderAtTheRoot) {
     dialog.startCommand = WIDE_TEXT("C:\\app.exe");
     EXPECT_TRUE(isExternalPinDialogAvailable(path));
     EXPECT_EQ(dialog.calls, (Calls{"load C:\\CodeEntryLibrary.dll, 8", "free", "folder C:"}));
-    dialog.calls.clear();
+}
+
+TEST_F(ExternalDialog, IsUnavailableAtTheRootOfTheCurrentDriveWhichHasNoFolderName) {
     dialog.startCommand = WIDE_TEXT("\\app.exe");
-    EXPECT_TRUE(isExternalPinDialogAvailable(path));
-    EXPECT_EQ(dialog.calls, (Calls{"load \\CodeEntryLibrary.dll, 8", "free", "folder "}));
+    expectUnavailable({"load \\CodeEntryLibrary.dll, 8", "free", "folder "},
+                      {{"isExternalPinDialogAvailable", "Error: Changing directory failed."}});
 }
 
 TEST_F(ExternalDialog, DropsTheLastFolderOfAStartCommandThatEndsInABackslash) {
@@ -182,13 +184,33 @@ TEST_F(ExternalDialog, AddsNothingToTheLinesOfAFailingRegistry) {
     EXPECT_EQ(dialog.calls, Calls{});
 }
 
-TEST_F(ExternalDialog, SurvivesAFailingConversion) {
-    for (const char* call : {"WideCharToMultiByte", "MultiByteToWideChar"}) {
-        for (int nth = 1; nth <= 8; ++nth) {
+TEST_F(ExternalDialog, IsUnavailableWhenAnyConversionFails) {
+    // Two calls of the platform make one conversion: the start command to UTF-8; the value's name,
+    // the folder and the library's path to wide text.
+    const std::pair<const char*, int> conversions[] = {{"WideCharToMultiByte", 2},
+                                                       {"MultiByteToWideChar", 6}};
+    for (const auto& [call, count] : conversions) {
+        for (int nth = 1; nth <= count; ++nth) {
+            SCOPED_TRACE(std::string(call) + " " + std::to_string(nth));
             platformCalls().failCall(call, nth);
-            WideString ignored;
-            isExternalPinDialogAvailable(ignored);
+            EXPECT_FALSE(isExternalPinDialogAvailable(path));
+            EXPECT_EQ(narrow(path), "an earlier path");
         }
+        platformCalls().failures.clear();
+        platformCalls().counts.clear();
+        EXPECT_TRUE(isExternalPinDialogAvailable(path));
+        EXPECT_EQ(platformCalls().counts[call], count);
+        path = WIDE_TEXT("an earlier path");
+    }
+}
+
+TEST_F(ExternalDialog, ReadsNoUnnamedValueWhenItsNameDoesNotConvert) {
+    for (int nth = 1; nth <= 2; ++nth) {
+        platformCalls().failCall("MultiByteToWideChar", nth);
+        expectUnavailable({}, {});
+        EXPECT_EQ(platformCalls().counts["RegGetValueW"], 0);
+        platformCalls().failures.clear();
+        platformCalls().counts.clear();
     }
 }
 
