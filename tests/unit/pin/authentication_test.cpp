@@ -230,19 +230,6 @@ TEST_F(Authentication, ALengthOf0IsAWrongPinWhateverACardWithoutAMinimumAnswers)
     }
 }
 
-TEST_F(Authentication, ALengthOf0IsAWrongPinWhateverACardThatAllowsItAnswers) {
-    for (const char* answer : {"9000", "63C2", "6984"}) {
-        expectLimitsByGetData(card, "11", 0, 12);
-        card.expect(selectRootCommand, "9000").expect("00 20 00 11 00", answer);
-        EXPECT_EQ(
-            CardAuthenticateEx(&acquired.data, 1, 0, pin.data(), 0, nullptr, nullptr, &attempts),
-            wrongPin);
-        EXPECT_EQ(attempts, untouched);
-        EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_75: cbPinData is invalid."}}));
-        EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {}));
-    }
-}
-
 TEST_F(Authentication, APinThatTheCardRefusesInFormIsAWrongPin) {
     expectVerify("6700");
     EXPECT_EQ(authenticate(1), wrongPin);
