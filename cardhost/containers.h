@@ -30,7 +30,7 @@ std::vector<Container> containersOf(Acquisition& acquisition);
 /// One of them; throws a Failure (usage) if the card has no such container.
 Container containerAt(Acquisition& acquisition, unsigned index);
 
-/// The key specification with which the platform names the container's key.
+/// The dwKeySpec with which the platform names the container's key.
 DWORD keySpecOf(const Container& container);
 
 }  // namespace cardhost

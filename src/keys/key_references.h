@@ -1,6 +1,5 @@
 // The references by which the cards know their private keys, for signatures and for ECDH. That of
-// an RSA decipher follows from the key specification alone and is worked out in the command class
-// Set.
+// an RSA decipher follows from dwKeySpec alone and is worked out in the command class Set.
 #pragma once
 
 #include <algorithm>

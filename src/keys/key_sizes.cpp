@@ -1,4 +1,4 @@
-// CardQueryKeySizes: the key sizes that there are, by key specification.
+// CardQueryKeySizes: the key sizes that there are, by dwKeySpec.
 #include <algorithm>
 #include <array>
 

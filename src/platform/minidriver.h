@@ -1,6 +1,6 @@
-// The records, enumerations, constants and entry-point types of the Smart Card Minidriver
-// specification 7.07 (interface version 7), under their published names. The header of that kind
-// that cross compilers bring stops at version 5, so it is not included anywhere.
+// The platform's records, enumerations, constants and entry-point types, under their published
+// names: the Smart Card Minidriver specification 7.07, version 7 of the interface. The header of
+// that kind that cross compilers bring stops at version 5, so it is not included anywhere.
 //
 // Field order is memory order, with natural alignment and no packing. A record that holds pointers
 // has the size of the build.
