@@ -19,6 +19,8 @@ for program in "$build"/tests/fuzz/fuzz_*; do
     objects="$objects -object $program"
 done
 llvm-profdata-14 merge -o "$build/all.profdata" "$build"/*.profraw
+# The programs' options are split at blanks on purpose; the first takes the place of the binary.
 # shellcheck disable=SC2086
-llvm-cov-14 report $objects -instr-profile="$build/all.profdata" -show-region-summary=false \
-    -show-functions=0 src
+llvm-cov-14 report "$build/tests/fuzz/fuzz_texts" $objects \
+    -instr-profile="$build/all.profdata" -show-region-summary=false \
+    -ignore-filename-regex='(third_party|virtual_card|tests|/usr)/'

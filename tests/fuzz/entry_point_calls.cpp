@@ -1,8 +1,11 @@
 #include "entry_point_calls.h"
 
-#include <cstdlib>
+#include <array>
+#include <cstddef>
 #include <memory>
+#include <type_traits>
 
+#include "frame/card_context.h"
 #include "fuzz_target.h"
 
 namespace fuzz {
@@ -152,9 +155,18 @@ DWORD decrypt(PlatformRecord& record, FuzzInput& input) {
     return status;
 }
 
+// The point of the card's own key, which is one of the right curve, as a key blob.
+Bytes ownPoint(const PlatformRecord& record) {
+    const auto& context = *static_cast<const KelmoraID::CardContext*>(record.data.pvVendorSpecific);
+    const CRYPT_BIT_BLOB& key = context.authCert->pCertInfo->SubjectPublicKeyInfo.PublicKey;
+    Bytes blob(8, 0);
+    if (key.cbData != 0) blob.insert(blob.end(), key.pbData + 1, key.pbData + key.cbData);
+    return blob;
+}
+
 DWORD agree(PlatformRecord& record, FuzzInput& input) {
     Bytes blob = input.longBlock();
-    if (blob.size() < 8 && input.flag()) blob.resize(8 + 96, 0x22);
+    if (blob.size() < 8) blob = ownPoint(record);
     const Buffer buffer(blob, input.byte() == 0xFF);
     const Buffer reserved = bufferOf(input);
     CARD_DH_AGREEMENT_INFO info{};
@@ -360,25 +372,70 @@ DWORD askCapabilities(PlatformRecord& record, FuzzInput& input) {
     }
 }
 
-// What is not offered looks at next to nothing; one call of each kind of answer is enough.
-DWORD callRefused(PlatformRecord& record, FuzzInput& input) {
-    const Name user(input, userNames);
-    const Buffer value = bufferOf(input);
-    const DWORD flags = flagsOf(input);
-    PCARD_DATA card = recordOf(record, input);
-    switch (input.below(4)) {
-        case 0:
-            require(record.data.pfnCardDeauthenticate == nullptr, "a slot of the table is empty");
-            return record.data.pfnCardQueryCapabilities(card, nullptr);
-        case 1:
-            return record.data.pfnCardDeauthenticateEx(card, numberOf(input), flags);
-        case 2:
-            return record.data.pfnCardCreateContainer(card, input.byte(), flags, numberOf(input),
-                                                      numberOf(input), value.get());
-        default:
-            return record.data.pfnCardSetContainerProperty(card, input.byte(), user.get(),
-                                                           value.get(), value.size(), flags);
+// An argument of a call that is not offered: a name, a few zeros behind any other pointer, or a
+// number. It looks at nothing behind them, so no length is made to fit.
+template <typename Argument>
+Argument argumentOf(FuzzInput& input, LPWSTR name) {
+    alignas(std::max_align_t) static std::array<std::uint8_t, 64> zeros;
+    if constexpr (std::is_same_v<Argument, LPWSTR> || std::is_same_v<Argument, LPCWSTR>) {
+        return name;
+    } else if constexpr (std::is_pointer_v<Argument>) {
+        zeros.fill(0);
+        return input.byte() == 0xFF ? nullptr : reinterpret_cast<Argument>(zeros.data());
+    } else {
+        return static_cast<Argument>(flagsOf(input));
     }
+}
+
+template <typename... Arguments>
+DWORD callSlot(DWORD(WINAPI* call)(PCARD_DATA, Arguments...), PlatformRecord& record,
+               FuzzInput& input) {
+    const Name name(input, userNames);
+    if (call == nullptr) return 0;
+    return call(recordOf(record, input), argumentOf<Arguments>(input, name.get())...);
+}
+
+template <auto slot>
+DWORD refuse(PlatformRecord& record, FuzzInput& input) {
+    return callSlot(record.data.*slot, record, input);
+}
+
+constexpr DWORD (*refused[])(PlatformRecord&, FuzzInput&) = {
+    refuse<&CARD_DATA::pfnCardDeleteContainer>,
+    refuse<&CARD_DATA::pfnCardCreateContainer>,
+    refuse<&CARD_DATA::pfnCardGetChallenge>,
+    refuse<&CARD_DATA::pfnCardAuthenticateChallenge>,
+    refuse<&CARD_DATA::pfnCardUnblockPin>,
+    refuse<&CARD_DATA::pfnCardChangeAuthenticator>,
+    refuse<&CARD_DATA::pfnCardDeauthenticate>,
+    refuse<&CARD_DATA::pfnCardCreateDirectory>,
+    refuse<&CARD_DATA::pfnCardDeleteDirectory>,
+    refuse<&CARD_DATA::pfnCardCreateFile>,
+    refuse<&CARD_DATA::pfnCardWriteFile>,
+    refuse<&CARD_DATA::pfnCardDeleteFile>,
+    refuse<&CARD_DATA::pfnCspGetDHAgreement>,
+    refuse<&CARD_DATA::pfnCardGetChallengeEx>,
+    refuse<&CARD_DATA::pfnCardChangeAuthenticatorEx>,
+    refuse<&CARD_DATA::pfnCardDeauthenticateEx>,
+    refuse<&CARD_DATA::pfnCardSetContainerProperty>,
+    refuse<&CARD_DATA::pfnMDImportSessionKey>,
+    refuse<&CARD_DATA::pfnMDEncryptData>,
+    refuse<&CARD_DATA::pfnCardImportSessionKey>,
+    refuse<&CARD_DATA::pfnCardGetSharedKeyHandle>,
+    refuse<&CARD_DATA::pfnCardGetAlgorithmProperty>,
+    refuse<&CARD_DATA::pfnCardGetKeyProperty>,
+    refuse<&CARD_DATA::pfnCardSetKeyProperty>,
+    refuse<&CARD_DATA::pfnCardDestroyKey>,
+    refuse<&CARD_DATA::pfnCardProcessEncryptedData>,
+    refuse<&CARD_DATA::pfnCardCreateContainerEx>,
+};
+
+// All of them at once: each looks at next to nothing.
+DWORD callRefused(PlatformRecord& record, FuzzInput& input) {
+    for (const auto call : refused) {
+        require(isKnownStatus(call(record, input)), "a refusal ends with a known status");
+    }
+    return 0;
 }
 
 // The first byte of each call picks from this table; seeds count on the order.

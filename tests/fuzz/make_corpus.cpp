@@ -141,12 +141,14 @@ Bytes decryptCall(bool isLong) {
 }
 
 Bytes agreeCall() {
-    Bytes blob(8 + 96, 0x22);
-    return Bytes{3} + longBlock(blob) + Bytes{0, 0, 0, 0, 0, 0, 0, 0};
+    return Bytes{3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 }
 
 Bytes deriveCall() {
-    return Bytes{4, 0, 2, 2, 0, 2, 0xAA, 0xBB, 1, 0, 2, 0xCC, 0xDD, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes prepend = longBlock({0xAA, 0xBB}) + Bytes{1};
+    const Bytes append = longBlock({0xCC}) + Bytes{2};
+    const Bytes hashAndRest{2, 1, 0, 0, 0, 0, 0, 0, 0};
+    return Bytes{4, 0, 2, 2} + prepend + append + hashAndRest;
 }
 
 Bytes questions() {
@@ -163,18 +165,41 @@ Bytes questions() {
 
 const NamedSteps callLists[] = {
     {"signatures",
-     verifyUser + signCall(0, 0) + pssCall() + verifySignature + signCall(1, 0) + signCall(2, 3)},
+     verifyUser + signCall(0, 2) + pssCall() + verifySignature + signCall(1, 2) + signCall(2, 3)},
     {"decryptions", verifyUser + decryptCall(false) + decryptCall(true)},
     {"agreements", verifyUser + agreeCall() + deriveCall() + Bytes{5, 0, 0, 0}},
     {"questions", questions()},
     {"settings", Bytes{7, 0, 6, 'a', 0, 'b', 0, 'c', 0, 0, 1, 0} +
                      Bytes{7, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0}},
+    {"refusals", Bytes{15} + Bytes(64, 0)},
     {"wrong-pin", Bytes{0, 0, 3, 0, 0, 0, 0, 0} + Bytes{0, 0, 3, 1, 0, 0, 0, 0}},
 };
+
+// The record's fields wrong, one after the other, by the bits of fuzz_caller.cpp.
+void writeBrokenRecords(std::size_t generation, const std::string& type) {
+    const virtual_card::VirtualCard card(virtual_card::generations()[generation]);
+    const Bytes first{static_cast<std::uint8_t>(generation), 0xC0};
+    const auto block = [](Bytes atr) {
+        atr.insert(atr.begin(), static_cast<std::uint8_t>(atr.size()));
+        return atr;
+    };
+    write("fuzz_caller", type + "-longer-atr", first + block(card.atr() + Bytes{0x42}) + Bytes{2});
+    if (generation != 0) return;
+    for (int bit = 0; bit < 8; ++bit) {
+        const auto choice = static_cast<std::uint8_t>(1 << bit | 2);
+        write("fuzz_caller", "broken-record-" + std::to_string(bit),
+              first + block(card.atr()) + Bytes{choice, 0, 0, 0, 6});
+    }
+    write("fuzz_caller", "no-atr", first + block(card.atr()) + Bytes{0});
+    write("fuzz_caller", "empty-atr", first + Bytes{0, 2});
+    write("fuzz_caller", "unknown-atr", first + block({0x3B, 0x00}) + Bytes{2});
+    write("fuzz_caller", "huge-atr", first + block(Bytes(200, 0x3B)) + Bytes{2});
+}
 
 void writeConversations() {
     for (std::size_t at = 0; at < virtual_card::generations().size(); ++at) {
         const std::string type = "type" + std::to_string(virtual_card::generations()[at].cardType);
+        writeBrokenRecords(at, type);
         for (const NamedSteps& list : callLists) {
             write("fuzz_caller", type + "-" + list.name,
                   Bytes{static_cast<std::uint8_t>(at), 0} + list.steps);
@@ -191,7 +216,7 @@ void writeConversations() {
                 step(Deed::HonestRun, {static_cast<std::uint8_t>(after)}) + deed.steps;
             const std::string name = std::string(deed.name) + "-after" + std::to_string(after);
             write("fuzz_acquisition", name,
-                  longBlock(verifyUser + signCall(0, 0)) + card(generation % 6, AtEnd::Honest) +
+                  longBlock(verifyUser + signCall(0, 2)) + card(generation % 6, AtEnd::Honest) +
                       steps);
             write("fuzz_card_directories", name,
                   Bytes{static_cast<std::uint8_t>(generation % 7), 1} +
@@ -223,6 +248,16 @@ void writeTexts() {
     write("fuzz_registry", "huge", Bytes{1, 2, 0, 0xFF, 0xFF, 0xFF, 0xFF} + Bytes{1, 3, 0});
     write("fuzz_registry", "odd-length", Bytes{0, 1} + value + Bytes{0, 5} + Bytes{0, 2, 0});
     write("fuzz_registry", "missing", Bytes{2, 0, 0, 3, 0, 0});
+    const std::string reply = "fuzz_service_reply";
+    // Behind the head: 3 bytes, read whole, and the end.
+    const Bytes head(6, 0);
+    write(reply, "short", Bytes{0} + head + Bytes{0, 0, 3, 0, 3, 'o', 'k', '.'} + Bytes{0, 0, 0});
+    write(reply, "too-large", Bytes{0} + head + Bytes{0, 0x0F, 0xA1});
+    write(reply, "claims-more", Bytes{0} + head + Bytes{0, 0, 1, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0});
+    write(reply, "for-ever", Bytes{0} + head + Bytes{0, 0, 1, 0, 1, 'x', 0, 0, 1, 0, 1, 'y'});
+    for (std::uint8_t failing = 1; failing < 9; ++failing) {
+        write(reply, "failure-" + std::to_string(failing), Bytes{failing});
+    }
     Bytes forEver;
     for (int call = 0; call < 64; ++call) forEver = forEver + Bytes{1, 3, 0};
     write("fuzz_registry", "more-for-ever", forEver);
