@@ -5,7 +5,7 @@ Usage: tools/make_error_names.py TSV [INCLUDE]
 
 TSV holds one pair a line, a code ("0x8000FFFF"), a tab and its name, in the order in which the pairs
 count: of two pairs with the same code the first one is the code's name. INCLUDE is the file to write,
-by default src/diag/error_name_table.inc. Building needs the written file only, not the TSV.
+by default src/error_names/error_name_table.inc. Building needs the written file only, not the TSV.
 """
 import pathlib
 import re
@@ -64,7 +64,7 @@ def main():
         sys.exit(__doc__)
     root = pathlib.Path(__file__).resolve().parent.parent
     target = pathlib.Path(sys.argv[2] if len(sys.argv) == 3
-                          else root / "src" / "diag" / "error_name_table.inc")
+                          else root / "src" / "error_names" / "error_name_table.inc")
     target.write_text(make_text(read_pairs(pathlib.Path(sys.argv[1]))), encoding="ascii")
 
 

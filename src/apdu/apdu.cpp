@@ -1,10 +1,10 @@
-// The lines of the class path. Transmit calls neither: no traffic of this path reaches a log.
+// The log lines of a command object. Transmit calls neither: no PIN may reach a log.
 #include "apdu/apdu.h"
 
 #include <fmt/format.h>
 
-#include "diag/byte_texts.h"
-#include "diag/logger.h"
+#include "bytes/byte_texts.h"
+#include "log/logger.h"
 
 namespace KelmoraID::FINEID {
 namespace {

@@ -1,6 +1,7 @@
-// The class path: a command that is a small conversation with the card. It builds its first
+// A command object: a command that is a small conversation with the card. It builds its first
 // request, is shown each response and may answer with a further request; Transmit drives it, and
-// the outcome stays in the object.
+// the outcome stays in the object. PINs, deciphering and their selections go this way; the other
+// way to a card are command records (apdu_command.h).
 #pragma once
 
 #include <cstdint>
@@ -24,7 +25,7 @@ public:
 
     /// Runs the conversation on a card. One reconnect is made for each request that meets a reset
     /// card. Afterwards success and Sw1Sw2 are set: where no response decided, success is whether
-    /// the last status word is 9000. Logs no traffic. Defined in channel/.
+    /// the last status word is 9000. Logs no traffic.
     /// @throws std::system_error with the PC/SC code as a signed 32-bit value and the text "Could
     ///         not reconnect to card." or "Failed to transmit data."
     Apdu& Transmit(SCARDHANDLE hCard, SCARD_IO_REQUEST sendPci);

@@ -1,9 +1,10 @@
-// A command of the record path: plain fields in, short-form ISO/IEC 7816-4 bytes out.
+// A command record: plain fields in, short-form ISO/IEC 7816-4 bytes out. Files are read and
+// signatures made this way; the other way to a card are command objects (apdu.h).
 #pragma once
 
 #include <optional>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 

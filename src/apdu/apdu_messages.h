@@ -1,4 +1,4 @@
-// The records of the class path: the request, encoded when it is made, and the card's response
+// What a command object sends and is shown: the request, encoded when it is made, and the response
 // (short form, ISO/IEC 7816-4).
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <optional>
 #include <span>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 
@@ -21,7 +21,7 @@ struct ApduRequest {
     ByteVector bytes;  ///< the encoded command, made at construction
 
     /// Encodes the request. Present data is preceded by the low 8 bits of its size, so present and
-    /// empty data writes a single byte 00. The size has no further check on this path.
+    /// empty data writes a single byte 00. The size has no further check.
     ApduRequest(BYTE cla, BYTE ins, BYTE p1, BYTE p2, std::optional<ByteVector> data,
                 std::optional<BYTE> Le);
 };

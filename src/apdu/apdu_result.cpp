@@ -1,6 +1,6 @@
 #include "apdu/apdu_result.h"
 
-#include "diag/logger.h"
+#include "log/logger.h"
 
 namespace KelmoraID {
 

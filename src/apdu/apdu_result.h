@@ -1,4 +1,4 @@
-// The outcome of a command on the record path. A card's refusal is data in this record; nothing is
+// The outcome of a command record. A card's refusal is data in it; nothing is
 // thrown.
 #pragma once
 
@@ -42,8 +42,7 @@ struct ApduResult {
 
     /// Of a SELECT's result: the file's size by the file control parameters in the response data
     /// (ISO/IEC 7816-4): tag 62, and in it tag 80, or tag 81 where there is no 80, as a
-    /// big-endian number folded into 32 bits. 0 if there is none. Defined in card/, beside the
-    /// scan of TLV elements.
+    /// big-endian number folded into 32 bits. 0 if there is none.
     std::uint32_t fileSize() const;
 };
 

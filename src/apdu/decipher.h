@@ -1,4 +1,4 @@
-// PERFORM SECURITY OPERATION, DECIPHER (ISO/IEC 7816-8) on the class path.
+// PERFORM SECURITY OPERATION, DECIPHER (ISO/IEC 7816-8) as a command object.
 #pragma once
 
 #include "apdu/apdu.h"

@@ -1,4 +1,4 @@
-// GET DATA with an extended header list (ISO/IEC 7816-4, 8.4.4) on the class path.
+// GET DATA with an extended header list (ISO/IEC 7816-4, 8.4.4) as a command object.
 #pragma once
 
 #include "apdu/apdu.h"

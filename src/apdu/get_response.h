@@ -1,5 +1,5 @@
-// GET RESPONSE (ISO/IEC 7816-4, 11.7.1) on the class path. Decipher builds its further request with
-// it; no sequence transmits it by itself.
+// GET RESPONSE (ISO/IEC 7816-4, 11.7.1) as a command object. Decipher builds its further request
+// with it; no sequence transmits it by itself.
 #pragma once
 
 #include "apdu/apdu.h"

@@ -1,4 +1,4 @@
-// SELECT (ISO/IEC 7816-4, 11.2.2) on the class path.
+// SELECT (ISO/IEC 7816-4, 11.2.2) as a command object.
 #pragma once
 
 #include "apdu/apdu.h"

@@ -1,4 +1,4 @@
-// MANAGE SECURITY ENVIRONMENT, SET (ISO/IEC 7816-4, 11.5.11) on the class path.
+// MANAGE SECURITY ENVIRONMENT, SET (ISO/IEC 7816-4, 11.5.11) as a command object.
 #pragma once
 
 #include "apdu/apdu.h"

@@ -70,9 +70,7 @@ StatusWordInfo StatusWordTable::lookup(std::uint16_t Sw1Sw2) {
     if (const Row* base = rowOf(static_cast<std::uint16_t>(SW1 << 8))) {
         info = infoOf(*base);
     } else if (hasEmptyRow_[SW1].exchange(true) && SW2 == 0) {
-        // Meant so: the empty row stands in the table by now and is found as it is, without number.
-        info.Sw1Sw2 = Sw1Sw2;
-        return info;
+        return info;  // The empty row stands in the table by now, and is found as it is.
     }
     info.Sw1Sw2 = Sw1Sw2;
     info.text = fmt::format("{}{}", info.text, SW2);

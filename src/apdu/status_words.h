@@ -1,4 +1,5 @@
-// The status-word table: what a card's answer means on the record path (ISO/IEC 7816-4, 5.6). The
+// The status-word table: what a card's answer to a command record means (ISO/IEC
+// 7816-4, 5.6). The
 // platform code of a row is how a card's refusal becomes a status that an entry point can return.
 #pragma once
 
@@ -19,7 +20,8 @@ struct StatusWordInfo {
 /// Looks a status word up. An exact row is given as it stands (the last one of the table, where two
 /// have the same status word). Otherwise the row of SW1 with 00, an empty one if there is none, is
 /// given with the status word asked for and its text followed by SW2 as a decimal number. An empty
-/// row, once made, stands in the table for the life of the process and is then found exactly.
+/// row, once made, stands in the table for the life of the process and is then found exactly:
+/// empty, its status word included.
 StatusWordInfo lookupStatusWord(std::uint16_t Sw1Sw2);
 
 }  // namespace KelmoraID

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "profiles/card_profiles.h"
+
 namespace KelmoraID::FINEID {
 namespace {
 
@@ -15,8 +17,7 @@ void wipe(ByteVector& secret) {
 }  // namespace
 
 Verify::Verify(BYTE reference, CardType cardType, std::optional<ByteVector> pin)
-    : P2_(cardType == CardType::type6 ? static_cast<BYTE>(reference + 0x80) : reference),
-      data_(std::move(pin)) {}
+    : P2_(static_cast<BYTE>(reference + profileOf(cardType).verifyOffset)), data_(std::move(pin)) {}
 
 std::optional<ApduRequest> Verify::handleResponse(const ApduResponse& response) {
     if (data_) wipe(*data_);

@@ -1,8 +1,10 @@
-// VERIFY (ISO/IEC 7816-4, 11.5.6) on the class path. The PIN does not outlive the first response.
+// VERIFY (ISO/IEC 7816-4, 11.5.6) as a command object. Its own copy of the PIN is wiped with
+// the first response; the encoded request that Transmit holds, and the caller's copies, are freed
+// without wiping.
 #pragma once
 
 #include "apdu/apdu.h"
-#include "apdu/card_type.h"
+#include "profiles/card_type.h"
 
 namespace KelmoraID::FINEID {
 

@@ -2,9 +2,9 @@
 
 #include <span>
 
-#include "apdu/command_factories.h"
+#include "apdu/apdu_commands.h"
+#include "card/card_transaction_handler.h"
 #include "card/identifiers.h"
-#include "channel/card_transaction_handler.h"
 
 namespace KelmoraID {
 namespace {
@@ -13,8 +13,8 @@ constexpr BYTE byApplicationIdentifier = 0x04;
 constexpr BYTE withResponse = 0x00;
 
 ApduCommand selectApplication(std::span<const BYTE> identifier) {
-    return commands::select(byApplicationIdentifier, withResponse,
-                            ByteVector(identifier.begin(), identifier.end()));
+    return apduCommands::select(byApplicationIdentifier, withResponse,
+                                ByteVector(identifier.begin(), identifier.end()));
 }
 
 std::string outcomeOf(const char* which, const ApduResult& result) {

@@ -10,7 +10,8 @@
 #include "apdu/select.h"
 #include "card/identifiers.h"
 #include "channel/protocol_control.h"
-#include "diag/logger.h"
+#include "log/logger.h"
+#include "profiles/card_profiles.h"
 
 namespace KelmoraID {
 namespace {
@@ -57,8 +58,9 @@ void CardOperations::selectParent() {
 
 void CardOperations::selectEsignDirectory() {
     selectRoot();
-    const SelectMode mode = hasSecondSigningKey(cardType) ? SelectMode::identifierUnderMasterFile
-                                                          : SelectMode::childDirectory;
+    const SelectMode mode = profileOf(cardType).selectsEsignUnderMasterFile
+                                ? SelectMode::identifierUnderMasterFile
+                                : SelectMode::childDirectory;
     Select select(mode, ByteVector(EsignIdentifier.begin(), EsignIdentifier.end()), noResponse);
     throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select ESIGN directory.");
 }

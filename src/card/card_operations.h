@@ -1,18 +1,18 @@
-// The short-lived object for PIN and decipher sequences. It chooses by CardType, sends through the
-// class path and throws on failure; every entry point builds its own on the stack. Its operations
-// are defined where they belong: selections in card/, PINs in pin/, decipher scripts in keys/.
+// The short-lived object for PIN and decipher sequences. It goes by the card's row, sends command
+// objects and throws on failure; every entry point builds its own on the stack. One file holds one
+// group of its operations.
 //
 // Runtime errors of the selections, of the PIN operations and of MSE SET are thrown as pointers to
-// a new std::runtime_error that nobody frees, and meant so: a handler for std::exception does not
-// see them.
+// a new std::runtime_error that nobody frees. A handler for std::exception does not see them, and
+// so the log tells such a failure ("unknown exception") from one of the transport.
 #pragma once
 
 #include <optional>
 #include <utility>
 
-#include "apdu/card_type.h"
+#include "bytes/byte_vector.h"
 #include "card/pin_types.h"
-#include "diag/byte_vector.h"
+#include "profiles/card_type.h"
 
 namespace KelmoraID {
 
@@ -21,7 +21,7 @@ public:
     /// Asks the platform for the active protocol; otherwise stores what it is given.
     CardOperations(SCARDHANDLE hScard, CardType cardType);
 
-    // card/: selections. Each throws a pointer to std::runtime_error on failure. -----------------
+    // Selections (card_operations.cpp). Each throws a pointer to std::runtime_error on failure.
 
     /// "Failed to select FINEID application." FineidAid alone, without fallback, no response data.
     void SelectFineidApplication();
@@ -32,7 +32,7 @@ public:
     /// "Failed to select ESIGN directory.", or as selectRoot, which it begins with.
     void selectEsignDirectory();
 
-    // pin/ --------------------------------------------------------------------------------------
+    // PINs (pin_references.cpp, pin_limits.cpp, pin_verification.cpp)
 
     /// The PIN's reference on this card, after selecting its directory if selectApplication is
     /// set; no value, and nothing sent, for a PinId outside 1 to 4.
@@ -48,7 +48,7 @@ public:
     bool isPinVerified(PinId pinId);
     bool isPinBlocked(PinId pinId);
 
-    // keys/ -------------------------------------------------------------------------------------
+    // Deciphering (decipher_scripts.cpp)
 
     /// The RSA decipher script. @param length the block's length in bytes @return the message as
     /// the card gave it; empty if the length is below 256 or the card gave nothing

@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
+#include "bytes/byte_texts.h"
+#include "card/card_transaction_handler.h"
 
 namespace KelmoraID {
 

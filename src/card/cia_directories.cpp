@@ -5,10 +5,10 @@
 #include <climits>
 #include <initializer_list>
 
+#include "bytes/byte_texts.h"
+#include "bytes/tlv_scan.h"
+#include "card/card_transaction_handler.h"
 #include "card/identifiers.h"
-#include "card/tlv_scan.h"
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
 
 namespace KelmoraID {
 namespace {

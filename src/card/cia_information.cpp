@@ -1,11 +1,11 @@
 // EF.CIAInfo, the card's token information (ISO/IEC 7816-15, 8.10).
 #include <fmt/format.h>
 
+#include "bytes/byte_texts.h"
+#include "bytes/tlv_scan.h"
+#include "card/card_transaction_handler.h"
 #include "card/identifiers.h"
-#include "card/tlv_scan.h"
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
-#include "diag/text_conversion.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-#include "apdu/command_factories.h"
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
+#include "apdu/apdu_commands.h"
+#include "bytes/byte_texts.h"
+#include "card/card_transaction_handler.h"
 
 namespace KelmoraID {
 namespace {
@@ -35,7 +35,7 @@ std::string outcomeOf(const Rung& rung, const ByteVector& identifier, const Apdu
 
 ApduResult CardTransactionHandler::selectDF(const ByteVector& path) {
     const auto select = [&](const Rung& rung, const ByteVector& identifier) {
-        ApduResult tried = send(commands::select(rung.P1, withControlParameters, identifier));
+        ApduResult tried = send(apduCommands::select(rung.P1, withControlParameters, identifier));
         trace([&] { return outcomeOf(rung, identifier, tried); });
         return tried;
     };
@@ -71,7 +71,7 @@ ApduResult CardTransactionHandler::selectDF(const ByteVector& path) {
 
 ApduResult CardTransactionHandler::selectRootDir() {
     trace("selectRootDir");
-    return send(commands::selectRootDir());
+    return send(apduCommands::selectRootDir());
 }
 
 }  // namespace KelmoraID

@@ -4,16 +4,17 @@
 
 #include <algorithm>
 
-#include "apdu/command_factories.h"
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
+#include "apdu/apdu_commands.h"
+#include "bytes/byte_texts.h"
+#include "card/card_transaction_handler.h"
 
 namespace KelmoraID {
 namespace {
 
 constexpr std::size_t identifierLength = 2;
 constexpr std::uint32_t chunkSize = 127;
-constexpr std::uint32_t maxOffset = 0xFFFF;
+// No FINEID file is near this size. A card that states more would be read for hours.
+constexpr std::uint32_t largestFile = 0x100000;
 constexpr BYTE closingMarker = 0x7F;
 
 constexpr BYTE inCurrentDirectory = 0x02;
@@ -21,7 +22,7 @@ constexpr BYTE byPath = 0x09;
 constexpr BYTE withControlParameters = 0x04;
 
 ApduCommand selectFile(BYTE P1, const ByteVector& identifier) {
-    return commands::select(P1, withControlParameters, identifier);
+    return apduCommands::select(P1, withControlParameters, identifier);
 }
 
 }  // namespace
@@ -82,21 +83,21 @@ ApduResult CardTransactionHandler::ReadFile(const ByteVector& filePath) {
 
 ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
     trace("readBinary");
+    if (length > largestFile) {
+        trace("Error in readBinary!");
+        return ApduResult(SCARD_E_UNEXPECTED);
+    }
     ByteVector content;
     std::uint32_t remaining = length;
     while (remaining != 0) {
         const std::uint32_t chunk = std::min(remaining, chunkSize);
         const std::uint32_t offset = length - remaining;
-        if (offset > maxOffset) {
-            // P1 and P2 hold 16 bits: a larger offset would wrap and read the file's start again,
-            // so a card that states a huge size would be read for hours.
-            trace("Error in readBinary!");
-            return ApduResult(SCARD_E_UNEXPECTED);
-        }
-        // Meant so: P1 is not masked, though a card takes its high bit for a short identifier.
-        ApduResult read =
-            send(commands::readBinary(static_cast<BYTE>(offset >> 8),
-                                      static_cast<BYTE>(offset & 0xFF), static_cast<BYTE>(chunk)));
+        // The two lowest bytes of the offset, whatever the card makes of them: from 32,768 on P1
+        // reads as a short file identifier, and from 65,536 on the offset starts again. A whole
+        // file of that size cannot be had by this command.
+        ApduResult read = send(apduCommands::readBinary(static_cast<BYTE>(offset >> 8),
+                                                        static_cast<BYTE>(offset & 0xFF),
+                                                        static_cast<BYTE>(chunk)));
         if (!read.success() || read.responseData.size() != chunk) {
             trace("Error in readBinary!");
             // Meant so: this chunk's result alone, also where a short chunk came with 9000.
@@ -106,7 +107,8 @@ ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
         remaining -= chunk;
     }
     trace("readBinary exiting successfully!");
-    ApduResult whole(commands::readBinary(closingMarker, 0x00, static_cast<BYTE>(length & 0xFF)));
+    ApduResult whole(
+        apduCommands::readBinary(closingMarker, 0x00, static_cast<BYTE>(length & 0xFF)));
     content.insert(content.end(), {0x90, 0x00});
     whole.applyReply(content);
     return whole;

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 

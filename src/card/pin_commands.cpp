@@ -1,15 +1,15 @@
-// VERIFY on the record path. Held ready: no operation of the system calls these.
+// VERIFY as a command record. Held ready: PINs go by command objects, which keep out of the log.
 #include <fmt/format.h>
 
-#include "apdu/command_factories.h"
-#include "channel/card_transaction_handler.h"
-#include "diag/logger.h"
+#include "apdu/apdu_commands.h"
+#include "card/card_transaction_handler.h"
+#include "log/logger.h"
 
 namespace KelmoraID {
 
 ApduResult CardTransactionHandler::verifyPIN1(const ByteVector& pin) {
     trace("verifyPIN1");
-    return send(commands::verifyPIN1(pin));
+    return send(apduCommands::verifyPIN1(pin));
 }
 
 ApduResult CardTransactionHandler::verifyPIN2(const ByteVector& pin) {
@@ -20,13 +20,13 @@ ApduResult CardTransactionHandler::verifyPIN2(const ByteVector& pin) {
         logDebug(fmt::format("{}{:x}", "On selecting root MF directory: ", root.Sw1Sw2()));
         return root;
     }
-    const ApduResult esign = send(commands::selectEsign());
+    const ApduResult esign = send(apduCommands::selectEsign());
     if (!esign.success()) {
         // Meant so: no blank before the number.
         logDebug(fmt::format("{}{:x}", "On selecting ESIGN directory", esign.Sw1Sw2()));
         return esign;
     }
-    return send(commands::verifyPIN2(pin));
+    return send(apduCommands::verifyPIN2(pin));
 }
 
 }  // namespace KelmoraID

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "diag/logger.h"
-#include "diag/text_conversion.h"
+#include "log/logger.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 

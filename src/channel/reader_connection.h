@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 #include "platform/wide_text.h"
 
 namespace KelmoraID {

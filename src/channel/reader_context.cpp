@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "diag/logger.h"
-#include "diag/text_lists.h"
+#include "log/logger.h"
+#include "text/text_lists.h"
 
 namespace KelmoraID {
 
@@ -24,6 +24,7 @@ LONG ReaderContext::establish() {
     if (code == SCARD_S_SUCCESS) {
         established = true;
     } else {
+        hContext = 0;  // Whatever the platform left there.
         logError(fmt::format("Error establishing context: {}", code));
     }
     return code;

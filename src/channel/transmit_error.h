@@ -1,4 +1,4 @@
-// The transport exception of the class path.
+// The transport exception of exchangeWithReconnect.
 #pragma once
 
 #include <system_error>

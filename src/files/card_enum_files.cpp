@@ -2,8 +2,8 @@
 #include <algorithm>
 
 #include "files/virtual_files.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 

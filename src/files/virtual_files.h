@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "diag/byte_vector.h"
-#include "frame/card_context.h"
+#include "bytes/byte_vector.h"
+#include "session/card_context.h"
 
 namespace KelmoraID {
 

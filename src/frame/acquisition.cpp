@@ -1,14 +1,14 @@
-// The export, and its counterpart that gives the card's object up again.
+// The acquisition of a card, and its counterpart that gives the card's object up again.
 #include <fmt/format.h>
 
-#include "diag/logger.h"
-#include "frame/boundary.h"
-#include "frame/card_context.h"
+#include "frame/acquisition.h"
 #include "frame/card_reading.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
 #include "frame/function_table.h"
+#include "log/logger.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {
@@ -22,6 +22,8 @@ bool hasMemoryFunctions(const CARD_DATA& card) {
     return card.pfnCspAlloc != nullptr && card.pfnCspReAlloc != nullptr &&
            card.pfnCspFree != nullptr;
 }
+
+}  // namespace
 
 DWORD WINAPI acquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
     logEntry("CardAcquireContext");
@@ -62,8 +64,6 @@ DWORD WINAPI acquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
     return SCARD_S_SUCCESS;  // Without an exit line.
 }
 
-}  // namespace
-
 DWORD WINAPI CardDeleteContext(PCARD_DATA pCardData) {
     logEntry("CardDeleteContext");
     if (pCardData == nullptr) {
@@ -81,7 +81,3 @@ DWORD WINAPI CardDeleteContext(PCARD_DATA pCardData) {
 }
 
 }  // namespace KelmoraID
-
-extern "C" DWORD WINAPI CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
-    return KelmoraID::Guarded<&KelmoraID::acquireContext>::call(pCardData, dwFlags);
-}

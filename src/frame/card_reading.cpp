@@ -5,14 +5,15 @@
 #include <algorithm>
 #include <string>
 
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
-#include "diag/logger.h"
-#include "diag/serial_hash.h"
-#include "frame/card_context.h"
-#include "frame/card_type_of.h"
+#include "bytes/byte_texts.h"
+#include "card/card_transaction_handler.h"
 #include "frame/container_list.h"
+#include "hash/serial_hash.h"
+#include "log/logger.h"
 #include "pairing/card_registration.h"
+#include "profiles/card_profiles.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
 
 namespace KelmoraID {
 namespace {
@@ -66,7 +67,7 @@ DWORD readCard(PCARD_DATA pCardData) {
         return SCARD_E_UNEXPECTED;
     }
 
-    const bool hasSecondSignCert = hasSecondSigningKey(cardTypeOf(pCardData));
+    const bool hasSecondSignCert = profileOf(cardTypeOf(pCardData)).hasSecondSigningKey;
     CardCertificates certificates;
     certificates.authCert = card.GetCertificate(0);
     certificates.signCert = card.GetCertificate(1);

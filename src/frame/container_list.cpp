@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "diag/byte_texts.h"
-#include "diag/crypto_api_hash.h"
+#include "bytes/byte_texts.h"
+#include "hash/crypto_api_hash.h"
 
 namespace KelmoraID {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "frame/card_context.h"
+#include "session/card_context.h"
 
 namespace KelmoraID {
 

@@ -1,7 +1,7 @@
 // What the loader calls. It has no part in anything: it logs and returns.
 #include <fmt/format.h>
 
-#include "diag/logger.h"
+#include "log/logger.h"
 #include "platform/win32.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE hinstDLL, DWORD fdwReason, LPVOID lpvReserved);

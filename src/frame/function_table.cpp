@@ -1,7 +1,7 @@
 #include "frame/function_table.h"
 
 #include "frame/boundary.h"
-#include "frame/entry_points.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 

@@ -1,7 +1,7 @@
 // The operations that this system does not offer: the card is read-only to it, so most of the table
 // is a set of small refusals. Each writes its entry line, and only that.
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

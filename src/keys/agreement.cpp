@@ -5,12 +5,13 @@
 #include <optional>
 #include <stdexcept>
 
+#include "bytes/byte_texts.h"
 #include "card/card_operations.h"
-#include "diag/byte_texts.h"
-#include "frame/card_context.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "profiles/card_profiles.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {
@@ -61,11 +62,11 @@ void logParameters(const CARD_DH_AGREEMENT_INFO& info, const ByteVector& blob) {
     }
 }
 
-// The point as the card takes it: 04 X Y, and 00 04 X Y on cards with a second signing key and on
-// type 8.
+// The point as the card takes it: 04 X Y, and 00 04 X Y where the context has a second signing key
+// or the card's row says so.
 ByteVector pointForCard(const ByteVector& blob, bool hasSecondSignCert, CardType cardType) {
     ByteVector point;
-    if (hasSecondSignCert || cardType == CardType::type8) point.push_back(0x00);
+    if (hasSecondSignCert || profileOf(cardType).zeroBeforePoint) point.push_back(0x00);
     point.push_back(uncompressedPoint);
     point.insert(point.end(), blob.begin() + blobHeaderLength, blob.end());
     return point;

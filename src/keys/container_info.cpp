@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "frame/card_context.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
 #include "keys/public_key_blobs.h"
+#include "session/card_context.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

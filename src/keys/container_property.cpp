@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <cstring>
 
-#include "diag/text_conversion.h"
-#include "frame/card_context.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "session/card_context.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

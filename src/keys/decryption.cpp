@@ -4,10 +4,10 @@
 #include <stdexcept>
 
 #include "card/card_operations.h"
-#include "frame/card_context.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <span>
 
-#include "diag/logger.h"
-#include "diag/text_conversion.h"
+#include "log/logger.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

@@ -1,7 +1,7 @@
 // The parameter list of a key derivation: the hash, and what goes before and behind the secret.
 #pragma once
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 #include "platform/wide_text.h"
 
 namespace KelmoraID {

@@ -3,13 +3,13 @@
 #include <algorithm>
 
 #include "card/card_operations.h"
-#include "diag/text_conversion.h"
-#include "frame/card_context.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
 #include "keys/kdf_parameters.h"
 #include "keys/named_hash.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/card_context.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "session/card_context.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 

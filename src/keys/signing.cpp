@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <optional>
 
-#include "channel/card_transaction_handler.h"
-#include "diag/byte_texts.h"
-#include "frame/card_context.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
-#include "keys/key_references.h"
+#include "bytes/byte_texts.h"
+#include "card/card_transaction_handler.h"
+#include "card/key_references.h"
 #include "keys/signature_parameters.h"
+#include "session/card_context.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "diag/logger.h"
-#include "diag/text_lists.h"
+#include "log/logger.h"
 #include "pairing/service_client.h"
 #include "pairing/service_log.h"
+#include "text/text_lists.h"
 
 namespace KelmoraID {
 namespace {

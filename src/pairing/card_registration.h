@@ -2,7 +2,7 @@
 // can pair the card with its user. Its outcome never influences an acquisition.
 #pragma once
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <exception>
 
-#include "diag/registry.h"
-#include "diag/text_conversion.h"
-#include "diag/text_lists.h"
 #include "pairing/service_exchange.h"
 #include "pairing/service_log.h"
 #include "pairing/service_url.h"
+#include "registry/registry.h"
+#include "text/text_conversion.h"
+#include "text/text_lists.h"
 
 namespace KelmoraID {
 namespace {

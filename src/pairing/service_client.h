@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "diag/logger.h"
+#include "log/logger.h"
 
 namespace KelmoraID {
 

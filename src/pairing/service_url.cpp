@@ -5,9 +5,9 @@
 #include <limits>
 #include <vector>
 
-#include "diag/text_conversion.h"
-#include "diag/text_lists.h"
 #include "pairing/service_log.h"
+#include "text/text_conversion.h"
+#include "text/text_lists.h"
 
 namespace KelmoraID {
 

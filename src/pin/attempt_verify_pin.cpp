@@ -4,10 +4,11 @@
 
 #include <stdexcept>
 
-#include "channel/card_transaction_handler.h"
-#include "diag/logger.h"
-#include "frame/card_type_of.h"
-#include "pin/pin_limits.h"
+#include "card/card_transaction_handler.h"
+#include "card/pin_limits.h"
+#include "log/logger.h"
+#include "profiles/card_profiles.h"
+#include "session/card_type_of.h"
 
 namespace KelmoraID {
 namespace {
@@ -41,7 +42,7 @@ bool isLengthAllowedByGetData(CardOperations& card, PinId pinId, DWORD length) {
 }  // namespace
 
 bool AttemptVerifyPin::isLengthAllowed(DWORD length) const {
-    if (context_.hasSecondSignCert || cardTypeOf(&cardData_) == CardType::type8) {
+    if (context_.hasSecondSignCert || profileOf(cardTypeOf(&cardData_)).pinLimitsInDirectory) {
         return isLengthAllowedByDirectories(cardData_.hScard, pinId_, length);
     }
     return isLengthAllowedByGetData(card_, pinId_, length);

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "card/card_operations.h"
-#include "frame/card_context.h"
+#include "session/card_context.h"
 
 namespace KelmoraID {
 

@@ -2,13 +2,13 @@
 // and its older form CardAuthenticatePin.
 #include <fmt/format.h>
 
-#include "diag/logger.h"
-#include "frame/card_type_of.h"
-#include "frame/entry_log.h"
-#include "frame/entry_points.h"
+#include "log/logger.h"
 #include "pin/authentication_checks.h"
 #include "pin/dialog_loop.h"
 #include "pin/verification_outcome.h"
+#include "session/card_type_of.h"
+#include "session/entry_log.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {

@@ -1,8 +1,8 @@
 #include "pin/authentication_checks.h"
 
-#include "diag/logger.h"
-#include "frame/entry_log.h"
+#include "log/logger.h"
 #include "pin/verification_outcome.h"
+#include "session/entry_log.h"
 
 namespace KelmoraID {
 namespace {

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 
-#include "diag/logger.h"
-#include "frame/entry_log.h"
+#include "log/logger.h"
 #include "pin/dialog_library.h"
 #include "pin/verification_outcome.h"
+#include "session/entry_log.h"
 
 namespace KelmoraID {
 namespace {

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "diag/logger.h"
-#include "diag/registry.h"
-#include "diag/text_conversion.h"
-#include "diag/text_lists.h"
+#include "log/logger.h"
 #include "pin/dialog_library.h"
+#include "registry/registry.h"
+#include "text/text_conversion.h"
+#include "text/text_lists.h"
 
 namespace KelmoraID {
 namespace {

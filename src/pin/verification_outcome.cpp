@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "diag/logger.h"
+#include "log/logger.h"
 
 namespace KelmoraID {
 

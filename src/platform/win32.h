@@ -20,5 +20,5 @@
 #include <objbase.h>
 // clang-format on
 #else
-#include "platform/posix/win32.h"
+#include "posix/win32.h"
 #endif

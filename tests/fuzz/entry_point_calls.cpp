@@ -5,8 +5,8 @@
 #include <memory>
 #include <type_traits>
 
-#include "frame/card_context.h"
 #include "fuzz_target.h"
+#include "session/card_context.h"
 
 namespace fuzz {
 namespace {

@@ -1,8 +1,8 @@
 // The whole boundary over a hostile card: acquisition, and if that succeeds, the calls that follow.
 #include "entry_point_calls.h"
-#include "frame/entry_points.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
+#include "session/entry_points.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::FuzzInput input(data, size);

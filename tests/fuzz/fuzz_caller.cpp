@@ -1,8 +1,8 @@
 // A hostile caller over an honest card: the virtual card with its real keys.
 #include "entry_point_calls.h"
-#include "frame/entry_points.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
+#include "session/entry_points.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The ways on a hostile card's file system: EF.CIAInfo, the object directories, the certificates.
-#include "channel/card_transaction_handler.h"
+#include "card/card_transaction_handler.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
 

@@ -2,11 +2,11 @@
 #include <cstring>
 #include <memory>
 
-#include "frame/card_context.h"
 #include "frame/container_list.h"
 #include "fuzz_target.h"
 #include "keys/public_key_blobs.h"
 #include "platform_record.h"
+#include "session/card_context.h"
 
 namespace {
 

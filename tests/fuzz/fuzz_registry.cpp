@@ -2,10 +2,10 @@
 // program's RegGetValueW stands in the place of the stand-in platform's.
 #include <cstring>
 
-#include "diag/registry.h"
 #include "fuzz_input.h"
 #include "fuzz_target.h"
 #include "pairing/service_client.h"
+#include "registry/registry.h"
 
 namespace {
 

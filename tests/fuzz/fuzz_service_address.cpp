@@ -1,9 +1,9 @@
 // The directory services' addresses: the URL's one form, and the list of them.
 #include <stdexcept>
 
-#include "diag/text_lists.h"
 #include "fuzz_target.h"
 #include "pairing/service_url.h"
+#include "text/text_lists.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string list(data, data + size);

@@ -2,11 +2,11 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "diag/byte_texts.h"
-#include "diag/text_conversion.h"
-#include "diag/text_lists.h"
+#include "bytes/byte_texts.h"
 #include "fuzz_target.h"
 #include "pairing/service_client.h"
+#include "text/text_conversion.h"
+#include "text/text_lists.h"
 
 using namespace KelmoraID;
 

@@ -1,5 +1,5 @@
 // The scan of data objects, over any bytes: what it finds by tag is what a walk finds.
-#include "card/tlv_scan.h"
+#include "bytes/tlv_scan.h"
 #include "fuzz_target.h"
 
 using KelmoraID::ByteVector;

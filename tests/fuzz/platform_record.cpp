@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "frame/card_context.h"
-#include "frame/entry_points.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
+#include "session/card_context.h"
+#include "session/entry_points.h"
 
 namespace fuzz {
 namespace {

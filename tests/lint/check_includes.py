@@ -1,53 +1,50 @@
 #!/usr/bin/env python3
-"""Checks the arrows of the house: who includes whom.
+"""Checks the components of src/: who includes whom, and that a class stays in one of them.
 
 Usage: tests/lint/check_includes.py [ROOT]
 
-A folder of src/ includes only itself and folders below it, the subsystems take the platform's calls
-from platform/ and nowhere else, and compile-time conditions stand in platform/ only. The virtual card
-shares nothing with the product, and cardhost no more than the published records.
+A component of src/ includes only itself and components of the layers below its own, takes the platform's
+calls from platform/ and nowhere else, and holds the members of its own classes only; compile-time
+conditions stand in platform/ only. The virtual card shares nothing with the product, and cardhost no more
+than the published records and the rows of the supported cards.
 """
 import pathlib
 import re
 import sys
 
-LAYERS = ["platform", "diag", "apdu", "channel", "card"]
-ENTRY_POINTS = ["files", "keys", "pin", "pairing"]
-# Plain declarations that the entry points of every folder share.
-SHARED_BY_ENTRY_POINTS = {"frame/card_context.h", "frame/entry_points.h", "frame/entry_log.h",
-                          "frame/card_type_of.h"}
+LAYERS = [["platform"], ["bytes"], ["text", "log", "profiles"], ["hash", "registry", "error_names", "channel"],
+          ["apdu"], ["card"], ["session"], ["files", "keys", "pin", "pairing"], ["properties"], ["frame"]]
+COMPONENTS = [component for layer in LAYERS for component in layer]
+# What the tools that stand beside the product may know of it.
+SHARED = ("platform", "profiles")
 STANDARD = set("""algorithm array atomic cctype cerrno charconv chrono climits clocale compare concepts
     condition_variable cstddef cstdint cstdio cstdlib cstring ctime exception filesystem fstream functional
     initializer_list iomanip ios iostream iterator limits map memory mutex new numeric optional ostream
     ranges regex set span sstream stdexcept streambuf string string_view system_error tuple type_traits
     typeinfo unordered_map unordered_set utility variant vector""".split())
-# What a folder may take from outside the language's own library.
-LIBRARIES = {"": ("fmt/",), "diag": ("fmt/", "botan/")}
+# What a component may take from outside the language's own library.
+LIBRARIES = {"": ("fmt/",), "hash": ("fmt/", "botan/")}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+CLASS = re.compile(r"^(?:class|struct) (\w+)\b[^;]*\{")
+MEMBER = re.compile(r"^(?:[\w:<>,&*\[\] ]+ )?[&*]?(\w+)::~?\w+\(")
 CONDITION = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif|else)\b")
 
 
-def allowed_folders(folder):
-    """The folders of src/ that a folder of src/ may include."""
-    if folder in LAYERS:
-        return LAYERS[:LAYERS.index(folder) + 1]
-    if folder == "frame":  # it reads the card at the acquisition and names every entry point
-        return LAYERS + ["frame"] + ENTRY_POINTS
-    return LAYERS + [folder]
+def allowed(component):
+    """The components that a component may include."""
+    below = next(index for index, layer in enumerate(LAYERS) if component in layer)
+    return [component, *(name for layer in LAYERS[:below] for name in layer)]
 
 
-def problem_with(folder, kind, name):
-    """Why a file of src/<folder> may not include this; None where it may."""
+def problem_with(component, kind, name):
+    """Why a file of src/<component> may not include this; None where it may."""
     if kind == "<":
-        if name in STANDARD or name.startswith(LIBRARIES.get(folder, LIBRARIES[""])):
+        if name in STANDARD or name.startswith(LIBRARIES.get(component, LIBRARIES[""])):
             return None
-        return "is neither a standard header nor a library that this folder uses"
-    target = name.split("/")[0]
+        return "is neither a standard header nor a library that this component uses"
     if "/" not in name:
         return "is not named from src/ on"
-    if target in allowed_folders(folder) or name in SHARED_BY_ENTRY_POINTS and folder in ENTRY_POINTS:
-        return None
-    return f"stands above {folder}/ or beside it"
+    return None if name.split("/")[0] in allowed(component) else f"stands above {component}/ or beside it"
 
 
 def lines_of(root, top):
@@ -58,17 +55,29 @@ def lines_of(root, top):
 
 
 def problems(root):
+    home = {}  # of a class: the component that declares it
+    members = []
     for path, number, line in lines_of(root, "src"):
-        folder = path.parts[1]
-        if folder == "platform":
+        component = path.parts[1]
+        if component == "platform":
             continue
+        if component not in COMPONENTS:
+            yield f"{path}:{number}: {component}/ has no layer"
+            return
         include = INCLUDE.match(line)
-        if include and (why := problem_with(folder, *include.groups())):
+        if include and (why := problem_with(component, *include.groups())):
             yield f"{path}:{number}: {include[2]} {why}"
         if CONDITION.match(line):
             yield f"{path}:{number}: a compile-time condition belongs into platform/"
-    subsystems = tuple(f"{folder}/" for folder in LAYERS[1:] + ENTRY_POINTS + ["frame"])
-    for top, barred in (("virtual_card", subsystems), ("cardhost", subsystems)):
+        if path.suffix == ".h" and (declared := CLASS.match(line)):
+            home[declared[1]] = component
+        if path.suffix == ".cpp" and (defined := MEMBER.match(line)):
+            members.append((path, number, component, defined[1]))
+    for path, number, component, name in members:
+        if home.get(name, component) != component:
+            yield f"{path}:{number}: a member of {name}, a class of {home[name]}/"
+    barred = tuple(f"{component}/" for component in COMPONENTS if component not in SHARED)
+    for top in ("virtual_card", "recording", "cardhost"):
         for path, number, line in lines_of(root, top):
             include = INCLUDE.match(line)
             if include and include[1] == '"' and include[2].startswith(barred):

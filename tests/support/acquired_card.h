@@ -2,7 +2,8 @@
 // points that answer from memory.
 #pragma once
 
-#include "frame/card_context.h"
+#include "profiles/card_profiles.h"
+#include "session/card_context.h"
 #include "support/fineid_script.h"
 #include "support/test_certificates.h"
 
@@ -13,7 +14,7 @@ public:
     explicit AcquiredCard(CardType type) : record(type) {
         context = new CardContext;
         record.data.pvVendorSpecific = context;
-        context->hasSecondSignCert = hasSecondSigningKey(type);
+        context->hasSecondSignCert = profileOf(type).hasSecondSigningKey;
         for (BYTE index = 0; index < 16; ++index) context->cardIdentifier[index] = index;
         context->authCert = certificate(p256Certificate());
         context->signCert = certificate(rsa2048Certificate());

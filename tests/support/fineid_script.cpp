@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "frame/card_context.h"
-#include "frame/entry_points.h"
 #include "platform/wide_text.h"
+#include "session/card_context.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID::testing {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "apdu/card_type.h"
 #include "platform/minidriver.h"
+#include "profiles/card_type.h"
 #include "support/scripted_card.h"
 
 namespace KelmoraID::testing {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 #include "platform/win32.h"
 
 namespace KelmoraID::testing {

@@ -1,7 +1,7 @@
 // Encoded certificates of test keys, for tests that need real ones without a card.
 #pragma once
 
-#include "diag/byte_vector.h"
+#include "bytes/byte_vector.h"
 
 namespace KelmoraID::testing {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apdu/command_factories.h"
+#include "apdu/apdu_commands.h"
 #include "support/log_capture.h"
 #include "support/scripted_card.h"
 
@@ -20,7 +20,7 @@ ApduResult resultOf(std::string_view reply) {
 }
 
 TEST(ApduResult, OfACommandCopiesItAndIsEmptyOtherwise) {
-    const ApduResult result(commands::selectRootDir());
+    const ApduResult result(apduCommands::selectRootDir());
     EXPECT_EQ(result.command.encode(), bytes("00A4 000C 02 3F00 00"));
     EXPECT_EQ(result.transportErrorCode, 0);
     EXPECT_EQ(result.SW1, 0);

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "channel/card_transaction_handler.h"
+#include "card/card_transaction_handler.h"
 #include "unit/card/trace_lines.h"
 
 namespace KelmoraID {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "channel/card_transaction_handler.h"
+#include "card/card_transaction_handler.h"
 #include "unit/card/trace_lines.h"
 
 namespace KelmoraID {
@@ -190,11 +190,11 @@ TEST(FileReading, GivesAChunkThatIsTooLongAloneAsASuccess) {
 
 // 517 chunks begin at an offset that P1 and P2 can hold, the last of them at 65532.
 void expectChunks(ScriptedCard& card, std::size_t length) {
-    for (std::size_t offset = 0; offset < length && offset <= 0xFFFF; offset += 127) {
+    for (std::size_t offset = 0; offset < length; offset += 127) {
         const std::size_t size = std::min<std::size_t>(127, length - offset);
         char command[32];
-        std::snprintf(command, sizeof command, "00B0 %04X %02X", static_cast<unsigned>(offset),
-                      static_cast<unsigned>(size));
+        std::snprintf(command, sizeof command, "00B0 %04X %02X",
+                      static_cast<unsigned>(offset & 0xFFFF), static_cast<unsigned>(size));
         card.expect(command, content(offset, size) + "9000");
     }
 }
@@ -215,20 +215,33 @@ TEST(FileReading, ReadsAFileOf65536Bytes) {
     EXPECT_EQ(card.exchanges().back().command, bytes("00B0 FFFC 04"));
 }
 
-TEST(FileReading, FailsWhereTheOffsetNoLongerFits) {
-    for (const std::uint32_t length : {65'660U, 0xFFFFFFFFU}) {
+TEST(FileReading, PutsTheTwoLowestBytesOfALargerOffsetIntoTheCommand) {
+    ScriptedCard card;
+    expectChunks(card, 0x10100);
+    EXPECT_EQ(readBinary(0x10100).responseData.size(), 0x10100U);
+    EXPECT_EQ(card.exchanges().back().command, bytes("00B0 00FA 06"));
+}
+
+TEST(FileReading, FailsBeforeTheFirstCommandWhereTheStatedSizeIsAbsurd) {
+    for (const std::uint32_t length : {0x100001U, 0xFFFFFFFFU}) {
         ScriptedCard card;
-        expectChunks(card, length);
         LogCapture log;
         CardTransactionHandler handler(ScriptedCard::handle);
         handler.setTrace(true);
         const ApduResult result = handler.readBinary(length);
-        EXPECT_EQ(card.exchanges().size(), 517U);
+        EXPECT_EQ(card.exchanges().size(), 0U);
         EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
         EXPECT_EQ(result.responseData, ByteVector{});
         EXPECT_FALSE(result.success());
-        EXPECT_EQ(log.output().back(), (testing::LogLine{"DEBUG", "Error in readBinary!"}));
+        EXPECT_EQ(log.output(),
+                  (LogLines{{"DEBUG", "readBinary"}, {"DEBUG", "Error in readBinary!"}}));
     }
+}
+
+TEST(FileReading, ReadsAFileOfTheLargestSize) {
+    ScriptedCard card;
+    expectChunks(card, 0x100000);
+    EXPECT_EQ(readBinary(0x100000).responseData.size(), 0x100000U);
 }
 
 LogLines tracedRead(std::string_view path) {

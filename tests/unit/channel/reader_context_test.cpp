@@ -96,10 +96,15 @@ TEST_F(ReaderContextTest, IgnoresAFailingRelease) {
 }
 
 TEST_F(ReaderContextTest, ReportsAFailureToEstablishAsASignedNumber) {
-    platformCalls().SCardEstablishContext = [](auto...) -> LONG { return SCARD_E_NO_SERVICE; };
+    platformCalls().SCardEstablishContext = [](DWORD, LPCVOID, LPCVOID,
+                                               LPSCARDCONTEXT context) -> LONG {
+        *context = 0x77;  // What a failing call leaves is not taken.
+        return SCARD_E_NO_SERVICE;
+    };
     {
         ReaderContext context;
         EXPECT_EQ(context.establish(), SCARD_E_NO_SERVICE);
+        EXPECT_EQ(context.getContext(), 0u);
         EXPECT_FALSE(context.isEstablished());
     }
     EXPECT_EQ(released, std::vector<SCARDCONTEXT>{});

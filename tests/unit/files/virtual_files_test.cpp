@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/entry_points.h"
+#include "session/entry_points.h"
 #include "support/acquired_card.h"
 #include "support/log_capture.h"
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "frame/card_context.h"
-#include "frame/entry_points.h"
+#include "session/card_context.h"
+#include "session/entry_points.h"
 #include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"

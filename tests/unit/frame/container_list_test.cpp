@@ -6,12 +6,12 @@
 #include <cstring>
 #include <vector>
 
-#include "diag/text_conversion.h"
-#include "frame/entry_points.h"
+#include "session/entry_points.h"
 #include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/test_certificates.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "frame/entry_points.h"
+#include "session/entry_points.h"
 #include "support/log_capture.h"
 
 namespace KelmoraID {

@@ -2,7 +2,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 
 namespace KelmoraID {
 namespace {

@@ -1,7 +1,7 @@
 #include <cstring>
 
+#include "keys/keys_fixture.h"
 #include "keys/public_key_blobs.h"
-#include "keys_fixture.h"
 
 namespace KelmoraID {
 namespace {

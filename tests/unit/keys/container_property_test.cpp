@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
 
 namespace KelmoraID {

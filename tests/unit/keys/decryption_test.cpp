@@ -1,7 +1,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 
 namespace KelmoraID {
 namespace {

@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
 
 // The stand-in's own call, for a hook that only looks on (tests/support/platform_calls.h).

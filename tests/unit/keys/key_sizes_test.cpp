@@ -1,6 +1,6 @@
 #include <tuple>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 
 namespace KelmoraID {
 namespace {

@@ -1,4 +1,5 @@
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
+#include "profiles/card_profiles.h"
 
 #include <algorithm>
 #include <memory>
@@ -48,7 +49,7 @@ PCCERT_CONTEXT certificate(TestKey key) {
 
 CardContext* acquired(CardType type, TestKey authKey, TestKey signKey) {
     auto context = std::make_unique<CardContext>();
-    context->hasSecondSignCert = hasSecondSigningKey(type);
+    context->hasSecondSignCert = profileOf(type).hasSecondSigningKey;
     context->authCert = certificate(authKey);
     context->signCert = certificate(signKey);
     if (context->hasSecondSignCert) context->secondSignCert = certificate(signKey);

@@ -7,8 +7,8 @@
 #include <initializer_list>
 #include <string>
 
-#include "frame/card_context.h"
-#include "frame/entry_points.h"
+#include "session/card_context.h"
+#include "session/entry_points.h"
 #include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"

@@ -1,7 +1,8 @@
 #include <cstdio>
 
-#include "keys_fixture.h"
+#include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
+#include "profiles/card_profiles.h"
 
 namespace KelmoraID {
 namespace {
@@ -507,7 +508,7 @@ TEST(CardSignData, NamesTheKeyByTheCardTheKindAndTheContainer) {
         Request request(row.container, isEcc ? 3 : 1, 32);
         if (!isEcc) request.info.aiHashAlg = sha256;
         expectMse(keys, row.keyRef, isEcc ? "44" : "42");
-        if (hasSecondSigningKey(row.cardType)) {
+        if (profileOf(row.cardType).hasSecondSigningKey) {
             keys.card.expect("00 2A 90 A0 22 90 20" + hexOf(request.data) + "00", "9000")
                 .expect("00 2A 9E 9A 20" + hexOf(request.data) +
                             (row.cardType == CardType::type4 ? "60" : "40"),

@@ -1,11 +1,11 @@
-#include "scripted_service.h"
+#include "pairing/scripted_service.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "diag/text_conversion.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID::testing {
 namespace {

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "diag/text_conversion.h"
-#include "scripted_service.h"
+#include "pairing/scripted_service.h"
 #include "support/log_capture.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

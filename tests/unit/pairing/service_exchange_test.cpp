@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "diag/text_conversion.h"
-#include "scripted_service.h"
+#include "pairing/scripted_service.h"
 #include "support/log_capture.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <system_error>
 
-#include "pin_fixture.h"
+#include "pin/pin_fixture.h"
 
 namespace KelmoraID {
 namespace {
@@ -26,7 +26,7 @@ protected:
     // One attempt with digits from "1" on, on a card of that type.
     std::optional<PinVerifyResult> attempt(CardType cardType, PinId pinId, DWORD length,
                                            bool hasPin = true) {
-        const AcquiredCard acquired(cardType);
+        const AcquiredPinCard acquired(cardType);
         CardOperations operations(ScriptedCard::handle, cardType);
         const AttemptVerifyPin attemptVerifyPin(acquired.context, acquired.data, pinId, operations);
         ByteVector pin;
@@ -267,7 +267,7 @@ TEST_F(AttemptVerifyPinTest, HasNoValueWhenTheCardAnswers6700) {
 }
 
 TEST_F(AttemptVerifyPinTest, GoesByTheContextForPaddingAndLimitsNotByTheCardType) {
-    AcquiredCard acquired(CardType::type3);
+    AcquiredPinCard acquired(CardType::type3);
     acquired.context.hasSecondSignCert = true;
     CardOperations operations(ScriptedCard::handle, CardType::type3);
     const PinId pinId = PinId::user;
@@ -279,7 +279,7 @@ TEST_F(AttemptVerifyPinTest, GoesByTheContextForPaddingAndLimitsNotByTheCardType
 }
 
 TEST_F(AttemptVerifyPinTest, SendsThePinBytesUnchanged) {
-    const AcquiredCard acquired(CardType::type3);
+    const AcquiredPinCard acquired(CardType::type3);
     CardOperations operations(ScriptedCard::handle, CardType::type3);
     const PinId pinId = PinId::user;
     const AttemptVerifyPin attemptVerifyPin(acquired.context, acquired.data, pinId, operations);

@@ -1,6 +1,6 @@
 #include "pin/authentication_checks.h"
 
-#include "pin_fixture.h"
+#include "pin/pin_fixture.h"
 
 namespace KelmoraID {
 namespace {

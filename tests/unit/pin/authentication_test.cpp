@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <array>
 
-#include "dialog_double.h"
-#include "frame/entry_points.h"
-#include "pin_fixture.h"
+#include "pin/dialog_double.h"
+#include "pin/pin_fixture.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {
@@ -51,7 +51,7 @@ protected:
     ScriptedCard card;
     DialogDouble dialog;
     LogCapture log;
-    AcquiredCard acquired{CardType::type3};
+    AcquiredPinCard acquired{CardType::type3};
     ByteVector pin = bytes("313233343536");
     BYTE* sessionPin = nullptr;
     DWORD sessionPinSize = untouched;
@@ -282,7 +282,7 @@ TEST_F(Authentication, ARefusedGetDataAborts) {
 }
 
 TEST_F(Authentication, APinTooLongToBePaddedAborts) {
-    AcquiredCard type5(CardType::type5);
+    AcquiredPinCard type5(CardType::type5);
     const ByteVector longPin(13, '1');
     expectLimitsInDirectories(card, {{4, 16}});
     EXPECT_EQ(CardAuthenticateEx(&type5.data, 1, 0, const_cast<PBYTE>(longPin.data()), 13, nullptr,

@@ -1,4 +1,4 @@
-#include "dialog_double.h"
+#include "pin/dialog_double.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // The external dialog as CardAuthenticateEx runs it.
 #include "pin/dialog_loop.h"
 
-#include "dialog_double.h"
-#include "frame/entry_points.h"
-#include "pin_fixture.h"
+#include "pin/dialog_double.h"
+#include "pin/pin_fixture.h"
+#include "session/entry_points.h"
 
 namespace KelmoraID {
 namespace {
@@ -49,7 +49,7 @@ protected:
     ScriptedCard card;
     DialogDouble dialog;
     LogCapture log;
-    AcquiredCard acquired{CardType::type3};
+    AcquiredPinCard acquired{CardType::type3};
     DWORD attempts = untouched;
 
     DWORD authenticate(PIN_ID pinId = 1, DWORD flags = 0) {
@@ -101,7 +101,7 @@ TEST_F(DialogLoop, GivesThePlatformsPinNoPart) {
 }
 
 TEST_F(DialogLoop, PadsAsTheCardWantsIt) {
-    AcquiredCard type5(CardType::type5);
+    AcquiredPinCard type5(CardType::type5);
     dialog.replies = {{"123456"}};
     expectLimitsInDirectories(card, {{4, 12}});
     card.expect(selectRootCommand, "9000");

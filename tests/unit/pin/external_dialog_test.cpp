@@ -2,10 +2,10 @@
 
 #include <new>
 
-#include "diag/text_conversion.h"
-#include "dialog_double.h"
-#include "frame/entry_points.h"
-#include "pin_fixture.h"
+#include "pin/dialog_double.h"
+#include "pin/pin_fixture.h"
+#include "session/entry_points.h"
+#include "text/text_conversion.h"
 
 namespace KelmoraID {
 namespace {
@@ -36,7 +36,7 @@ protected:
     // The kind of PIN that the platform is told.
     static DWORD pinType() {
         const ScriptedCard card;
-        AcquiredCard acquired(CardType::type3);
+        AcquiredPinCard acquired(CardType::type3);
         PIN_INFO pinInfo{};
         DWORD length = 0;
         EXPECT_EQ(CardGetProperty(&acquired.data, WIDE_TEXT("PIN Information"),

@@ -1,4 +1,5 @@
-#include "pin_fixture.h"
+#include "pin/pin_fixture.h"
+#include "profiles/card_profiles.h"
 
 #include <fmt/format.h>
 
@@ -30,8 +31,8 @@ void expectFile(ScriptedCard& card, const std::string& identifier, const ByteVec
 
 }  // namespace
 
-AcquiredCard::AcquiredCard(CardType cardType) : atr(bytes(atrOf(cardType))) {
-    context.hasSecondSignCert = hasSecondSigningKey(cardType);
+AcquiredPinCard::AcquiredPinCard(CardType cardType) : atr(bytes(atrOf(cardType))) {
+    context.hasSecondSignCert = profileOf(cardType).hasSecondSigningKey;
     data.dwVersion = 7;
     data.pbAtr = atr.data();
     data.cbAtr = static_cast<DWORD>(atr.size());

@@ -8,9 +8,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "apdu/card_type.h"
 #include "card/card_operations.h"
-#include "frame/card_context.h"
+#include "profiles/card_type.h"
+#include "session/card_context.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/scripted_card.h"
@@ -29,10 +29,10 @@ inline constexpr const char* selectEsignByIdentifier = "00 A4 00 0C 02 5016";
 
 /// An acquired record of a card of that type, as CardAcquireContext leaves it, without
 /// certificates.
-struct AcquiredCard {
-    explicit AcquiredCard(CardType cardType);
-    AcquiredCard(const AcquiredCard&) = delete;
-    AcquiredCard& operator=(const AcquiredCard&) = delete;
+struct AcquiredPinCard {
+    explicit AcquiredPinCard(CardType cardType);
+    AcquiredPinCard(const AcquiredPinCard&) = delete;
+    AcquiredPinCard& operator=(const AcquiredPinCard&) = delete;
 
     CardContext context;
     ByteVector atr;

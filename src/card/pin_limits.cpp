@@ -1,0 +1,44 @@
+#include "card/pin_limits.h"
+
+#include <stdexcept>
+
+#include "apdu/get_data.h"
+#include "card/card_operations.h"
+#include "log/logger.h"
+
+namespace KelmoraID {
+namespace {
+
+// GET DATA answers with the PIN's control parameters. Known of them are the places of the limits.
+constexpr BYTE pinObjectSelector = 0x81;
+constexpr std::size_t maximumOffset = 11;
+constexpr std::size_t minimumOffset = 14;
+
+[[noreturn]] void failToReadPinProperties() {
+    logDebug("Error: Failed to read PIN properties. Exception.");
+    throw new std::runtime_error("Failed to read PIN properties.");  // A pointer, and meant so.
+}
+
+}  // namespace
+
+bool isPinLengthInRange(BYTE minimum, BYTE maximum, std::uint32_t length) {
+    return minimum <= length && length <= maximum;
+}
+
+std::pair<BYTE, BYTE> CardOperations::readPinProperties(PinId pinId) {
+    SelectFineidApplication();
+    const BYTE reference = pinReference(pinId, true).value();
+    FINEID::GetData getData(pinObjectSelector, reference, false);
+    if (!getData.Transmit(hScard, sendPci).success()) failToReadPinProperties();
+    const ByteVector& properties = getData.responseData().value();
+    if (properties.size() <= minimumOffset) failToReadPinProperties();
+    return {properties[maximumOffset], properties[minimumOffset]};
+}
+
+bool CardOperations::isPinLengthValid(PinId pinId, std::uint32_t length) {
+    // The card is asked whatever the length, and meant to be.
+    const auto [maximum, minimum] = readPinProperties(pinId);
+    return isPinLengthInRange(minimum, maximum, length);
+}
+
+}  // namespace KelmoraID

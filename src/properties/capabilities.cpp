@@ -1,0 +1,48 @@
+// What the minidriver can do, in the two entry points that tell it besides the properties.
+#include <fmt/format.h>
+
+#include "session/entry_log.h"
+#include "session/entry_points.h"
+
+namespace KelmoraID {
+
+DWORD WINAPI CardQueryCapabilities(PCARD_DATA pCardData, PCARD_CAPABILITIES pCardCapabilities) {
+    logEntry("CardQueryCapabilities");
+    if (pCardData == nullptr) {
+        logDebug("CMR_318: pCardData is NULL");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (pCardCapabilities == nullptr) {
+        logDebug("CMR_319: pCardCapabilities is NULL");
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (pCardCapabilities->dwVersion >= 2) {
+        logDebug(fmt::format("CMR_320: pCardCapabilities version {} is not supported",
+                             pCardCapabilities->dwVersion));
+        return ERROR_REVISION_MISMATCH;
+    }
+    // The record is left exactly as it came: the true answers are those of the property
+    // "Capabilities".
+    return SCARD_S_SUCCESS;
+}
+
+DWORD WINAPI CardQueryFreeSpace(PCARD_DATA pCardData, DWORD dwFlags,
+                                PCARD_FREE_SPACE_INFO pCardFreeSpaceInfo) {
+    logEntry("CardQueryFreeSpace");
+    if (dwFlags != 0 || pCardData == nullptr || pCardFreeSpaceInfo == nullptr) {
+        return SCARD_E_INVALID_PARAMETER;
+    }
+    if (pCardFreeSpaceInfo->dwVersion >= 2) {
+        logDebug(fmt::format("CMR_314: pCardFreeSpaceInfo version {} is not supported",
+                             pCardFreeSpaceInfo->dwVersion));
+        return ERROR_REVISION_MISMATCH;
+    }
+    pCardFreeSpaceInfo->dwVersion = 1;
+    pCardFreeSpaceInfo->dwBytesAvailable = 0;
+    pCardFreeSpaceInfo->dwKeyContainersAvailable = 0;
+    // The same for every card, also for those with a third container.
+    pCardFreeSpaceInfo->dwMaxKeyContainers = 2;
+    return SCARD_S_SUCCESS;
+}
+
+}  // namespace KelmoraID
