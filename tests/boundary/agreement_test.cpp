@@ -17,8 +17,6 @@ namespace {
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
-const int ecCardTypes[] = {4, 5, 6, 7, 8};
-
 // The other party of an agreement, on the curve of the card's key.
 class OtherParty {
 public:

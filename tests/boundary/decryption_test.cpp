@@ -1,9 +1,4 @@
 // CardRSADecrypt with real keys: blocks encrypted to the card's certificates.
-#include <botan/auto_rng.h>
-#include <botan/pubkey.h>
-#include <botan/x509_key.h>
-#include <botan/x509cert.h>
-
 #include "platform_side.h"
 
 namespace boundary {
@@ -13,17 +8,6 @@ using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
 const std::string secret = "what only the card can read";
-
-// Encrypts to a certificate (PKCS#1 v1.5), in the platform's byte order.
-Bytes encryptedTo(const Bytes& certificate) {
-    Botan::AutoSeeded_RNG random;
-    const Botan::X509_Certificate parsed(certificate);
-    const auto key = parsed.load_subject_public_key();
-    Botan::PK_Encryptor_EME encryptor(*key, random, "PKCS1v15");
-    const auto block = encryptor.encrypt(reinterpret_cast<const std::uint8_t*>(secret.data()),
-                                         secret.size(), random);
-    return reversed({block.begin(), block.end()});
-}
 
 std::string textOf(Bytes message) {
     message = reversed(std::move(message));
@@ -45,7 +29,8 @@ TEST_P(Decryption, GivesBackWhatWasEncryptedToEveryRsaKey) {
     for (BYTE container = 0; container < card.reader.card().generation().keys.size(); ++container) {
         if (card.isEcKey(container)) continue;
         card.openKey(container);
-        const Answer answer = card.decrypt(container, encryptedTo(card.certificate(container)));
+        const Answer answer =
+            card.decrypt(container, encryptedTo(card.certificate(container), secret));
         ASSERT_EQ(answer.status, 0u) << int(container);
         EXPECT_EQ(textOf(answer.bytes), secret);
     }
@@ -55,7 +40,7 @@ class DecryptionWithTheAuthenticationKey : public ::testing::Test {
 protected:
     void SetUp() override {
         card.acquireOrFail();
-        block = encryptedTo(card.certificate(0));
+        block = encryptedTo(card.certificate(0), secret);
         buffer = block;
         info.dwVersion = 2;
         info.dwKeySpec = AT_KEYEXCHANGE;

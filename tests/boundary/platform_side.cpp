@@ -1,5 +1,6 @@
 #include "platform_side.h"
 
+#include <botan/auto_rng.h>
 #include <botan/hash.h>
 #include <botan/pubkey.h>
 #include <botan/x509_key.h>
@@ -189,6 +190,94 @@ Answer PlatformSide::decrypt(BYTE container, const Bytes& block, DWORD padding) 
     return answer;
 }
 
+Answer PlatformSide::signMessage(BYTE container, const std::string& message) {
+    Bytes hash = hashOf("SHA-256", message);
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 1;
+    info.bContainerIndex = container;
+    info.dwKeySpec = isEcKey(container) ? AT_ECDSA_P256
+                     : container == 0   ? AT_KEYEXCHANGE
+                                        : AT_SIGNATURE;
+    info.aiHashAlg = isEcKey(container) ? 0 : 0x800C;
+    info.pbData = hash.data();
+    info.cbData = static_cast<DWORD>(hash.size());
+    Answer answer = sign(info);
+    if (!isEcKey(container)) answer.bytes = reversed(answer.bytes);
+    return answer;
+}
+
+bool PlatformSide::signsTruly(BYTE container) {
+    openKey(container);
+    const std::string message = "what the user agrees to";
+    const Answer answer = signMessage(container, message);
+    return answer.status == 0 &&
+           isSignature(certificate(container),
+                       isEcKey(container) ? "EMSA1(SHA-256)" : "EMSA3(SHA-256)", message,
+                       answer.bytes);
+}
+
+DWORD PlatformSide::agreeWithItself(BYTE* index) {
+    Bytes blob = publicKey(0);
+    CARD_DH_AGREEMENT_INFO info{};
+    info.dwVersion = 2;
+    info.dwPublicKey = static_cast<DWORD>(blob.size());
+    info.pbPublicKey = blob.data();
+    const DWORD status = data.pfnCardConstructDHAgreement(&data, &info);
+    if (index != nullptr) *index = info.bSecretAgreementIndex;
+    return status;
+}
+
+Answer PlatformSide::derive(BYTE index) {
+    static WCHAR hash[] = WIDE_TEXT("HASH");
+    CARD_DERIVE_KEY info{};
+    info.dwVersion = 2;
+    info.pwszKDF = hash;
+    info.bSecretAgreementIndex = index;
+    Answer answer;
+    answer.status = data.pfnCardDeriveKey(&data, &info);
+    if (answer.status == 0) {
+        answer.bytes.assign(info.pbDerivedKey, info.pbDerivedKey + info.cbDerivedKey);
+        boundary::release(info.pbDerivedKey);
+    }
+    return answer;
+}
+
+Bytes PlatformSide::publicKey(BYTE container) {
+    CONTAINER_INFO info{};
+    EXPECT_EQ(data.pfnCardGetContainerInfo(&data, container, 0, &info), 0u);
+    const PBYTE blob = container == 0 ? info.pbKeyExPublicKey : info.pbSigPublicKey;
+    const DWORD size = container == 0 ? info.cbKeyExPublicKey : info.cbSigPublicKey;
+    Bytes bytes(blob, blob + size);
+    boundary::release(blob);
+    return bytes;
+}
+
+BYTE PlatformSide::containers() const {
+    return static_cast<BYTE>(
+        const_cast<PlatformSide*>(this)->reader.card().generation().keys.size());
+}
+
+Bytes PlatformSide::transmit(const std::string& commandHex) {
+    const Bytes command = fromHex(commandHex);
+    Bytes reply(258);
+    auto length = static_cast<std::uint32_t>(reply.size());
+    const CardSeam& seam = *reader.seam();
+    EXPECT_EQ(seam.transmit(seam.self, reader.cardHandle(), reader.protocol(), command.data(),
+                            static_cast<std::uint32_t>(command.size()), reply.data(), &length),
+              0);
+    reply.resize(length);
+    return reply;
+}
+
+void PlatformSide::reconnect() {
+    const CardSeam& seam = *reader.seam();
+    std::uint32_t protocol = 0;
+    EXPECT_EQ(seam.reconnect(seam.self, reader.cardHandle(), SCARD_SHARE_SHARED,
+                             virtual_card::pcsc::protocolT0 | virtual_card::pcsc::protocolT1,
+                             SCARD_LEAVE_CARD, &protocol),
+              0);
+}
+
 Bytes PlatformSide::certificate(BYTE container) {
     const char* names[] = {"kxc00", "ksc01", "ksc02"};
     const Answer answer = readFile("mscp", names[container]);
@@ -229,6 +318,16 @@ Bytes hashOf(const std::string& algorithm, const std::string& message) {
 Bytes reversed(Bytes bytes) {
     std::reverse(bytes.begin(), bytes.end());
     return bytes;
+}
+
+Bytes encryptedTo(const Bytes& certificate, const std::string& message) {
+    Botan::AutoSeeded_RNG random;
+    const Botan::X509_Certificate parsed(certificate);
+    const auto key = parsed.load_subject_public_key();
+    Botan::PK_Encryptor_EME encryptor(*key, random, "PKCS1v15");
+    const auto block = encryptor.encrypt(reinterpret_cast<const std::uint8_t*>(message.data()),
+                                         message.size(), random);
+    return reversed({block.begin(), block.end()});
 }
 
 bool isSignature(const Bytes& certificate, const std::string& scheme, const std::string& message,

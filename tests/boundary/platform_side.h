@@ -21,6 +21,8 @@ using virtual_card::fromHex;
 using virtual_card::toHex;
 
 inline constexpr int allCardTypes[] = {3, 4, 5, 6, 7, 8};
+/// Those whose authentication key is an elliptic-curve key.
+inline constexpr int ecCardTypes[] = {4, 5, 6, 7, 8};
 
 /// A status and what came with it.
 struct Answer {
@@ -68,6 +70,24 @@ public:
     Answer sign(CARD_SIGNING_INFO info);
     Answer decrypt(BYTE container, const Bytes& block, DWORD padding = CARD_PADDING_PKCS1);
 
+    /// Signs the SHA-256 hash of a message with the key of a container, in the way of its kind. The
+    /// signature in the order of the card.
+    Answer signMessage(BYTE container, const std::string& message);
+    /// Opens the key of a container and signs with it; whether the certificate confirms that.
+    bool signsTruly(BYTE container);
+    /// CardConstructDHAgreement of container 0 with the card's own public key as the other party's.
+    DWORD agreeWithItself(BYTE* index = nullptr);
+    /// CardDeriveKey by SHA-1 of the bare secret.
+    Answer derive(BYTE index);
+
+    /// The public key of a container as CardGetContainerInfo gives it.
+    Bytes publicKey(BYTE container);
+    BYTE containers() const;
+    /// One command as any program may send it, ahead of the driver or between its calls.
+    Bytes transmit(const std::string& commandHex);
+    /// The platform renews its connection after a reset; the card is left as it is.
+    void reconnect();
+
     /// The certificate of a container, as the virtual file has it.
     Bytes certificate(BYTE container);
     bool isEcKey(BYTE container) const;
@@ -87,6 +107,8 @@ public:
 Bytes hashOf(const std::string& algorithm, const std::string& message);
 /// Bytes in the other order: the platform's RSA blocks are little-endian.
 Bytes reversed(Bytes bytes);
+/// A message encrypted to the RSA key of a certificate (PKCS#1 v1.5), in the platform's byte order.
+Bytes encryptedTo(const Bytes& certificate, const std::string& message);
 /// Whether the signature of a message is that of the certificate's key. RSA signatures in the order
 /// of the card. Scheme: "EMSA3(SHA-256)" (PKCS#1), "EMSA4(SHA-256)" (PSS), "EMSA1(SHA-256)"
 /// (ECDSA).

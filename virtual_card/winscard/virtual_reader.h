@@ -63,8 +63,13 @@ public:
 
     const CardSeam* seam() const { return &seam_; }
 
-    std::uintptr_t cardHandle() const { return 0x0CA2D; }
-    std::uintptr_t contextHandle() const { return 0x0C021; }
+    std::uintptr_t cardHandle() const { return cardHandle_; }
+    std::uintptr_t contextHandle() const { return contextHandle_; }
+    /// Other values for the handles, as a system chooses them. The old ones hold no longer.
+    void setHandles(std::uintptr_t card, std::uintptr_t context) {
+        cardHandle_ = card;
+        contextHandle_ = context;
+    }
 
     VirtualCard& card() { return *card_; }
     /// The protocol in use, pcsc::protocolT0 or pcsc::protocolT1: at first that of the generation.
@@ -114,6 +119,8 @@ private:
     std::uint32_t connect(std::uint32_t protocols, std::uint32_t* activeProtocol);
 
     CardSeam seam_{};
+    std::uintptr_t cardHandle_ = 0x0CA2D;
+    std::uintptr_t contextHandle_ = 0x0C021;
     std::unique_ptr<VirtualCard> card_;
     std::uint32_t protocol_;
     Connection connection_ = Connection::Good;

@@ -1,0 +1,367 @@
+// Another program, or the system itself, resets the card between any two commands. What each call
+// then ends with follows from three rules, and is worked out from them here:
+//
+// - The commands that read files and sign do not reconnect: the first one after the reset fails,
+//   and so does every later one.
+// - The commands for PINs, decryption and agreement reconnect once and are sent again.
+// - The card keeps nothing over a reset: no verified PIN, no directory, no security environment,
+//   no gathered block, no reply that waits to be fetched. It stands at its root.
+//
+// Afterwards the platform renews the connection, the user shows the PIN, and everything works.
+#include <functional>
+
+#include "platform_side.h"
+
+namespace boundary {
+namespace {
+
+using virtual_card::Fault;
+using virtual_card::PinRole;
+using Commands = std::vector<Bytes>;
+
+constexpr DWORD unexpected = 0x8010001F;
+constexpr DWORD fileNotFound = 0x80100024;
+constexpr DWORD pinWanted = 0x8010006A;
+constexpr DWORD wrongPin = 0x8010006B;
+
+// INS of ISO/IEC 7816-4 and 7816-8.
+constexpr std::uint8_t verifyIns = 0x20;
+constexpr std::uint8_t setEnvironmentIns = 0x22;
+constexpr std::uint8_t selectIns = 0xA4;
+constexpr std::uint8_t readBinaryIns = 0xB0;
+constexpr std::uint8_t getDataIns = 0xCB;
+
+std::uint8_t insOf(const Bytes& command) {
+    return command.at(1);
+}
+
+// What a call is to end with, and how often it reconnects on the way.
+struct Outcome {
+    DWORD status;
+    std::size_t reconnects;
+};
+
+struct Operation {
+    std::function<void(PlatformSide&)> prepare;
+    std::function<DWORD(PlatformSide&)> act;
+    /// With the card reset just before the command at `n` of the undisturbed run.
+    std::function<Outcome(const Commands& commands, std::size_t n)> expected;
+    /// After the platform has renewed the connection, up to a second `act`.
+    std::function<void(PlatformSide&)> recover;
+};
+
+class Reset : public ::testing::TestWithParam<int> {
+protected:
+    const virtual_card::Generation& generation() {
+        return *virtual_card::findGeneration(GetParam());
+    }
+
+    Commands undisturbed(const Operation& operation) {
+        PlatformSide card(GetParam());
+        operation.prepare(card);
+        card.reader.clearExchanges();
+        EXPECT_EQ(operation.act(card), 0u);
+        Commands commands;
+        for (const auto& exchange : card.reader.exchanges()) commands.push_back(exchange.command);
+        return commands;
+    }
+
+    void goThrough(const Operation& operation) {
+        const Commands commands = undisturbed(operation);
+        ASSERT_FALSE(commands.empty());
+        for (std::size_t n = 0; n < commands.size(); ++n) {
+            SCOPED_TRACE("reset before command " + std::to_string(n + 1) + ", " +
+                         toHex(commands[n]));
+            PlatformSide card(GetParam());
+            operation.prepare(card);
+            const std::size_t reconnects = card.reader.reconnects();
+            card.reader.failTransmit(n + 1, {Fault::Kind::ResetCard, 0});
+            const Outcome expected = operation.expected(commands, n);
+            EXPECT_EQ(operation.act(card), expected.status);
+            EXPECT_EQ(card.reader.reconnects() - reconnects, expected.reconnects);
+            card.reconnect();
+            operation.recover(card);
+            EXPECT_EQ(operation.act(card), 0u) << "and once more, after a reconnect";
+        }
+    }
+
+    // Whether the card has a PIN of that reference at its root, where a reset leaves it.
+    bool isAtRoot(std::uint8_t virtual_card::PinRow::*reference, std::uint8_t value) {
+        for (const auto& pin : generation().pins) {
+            if (pin.directory == virtual_card::masterFile && pin.*reference == value) return true;
+        }
+        return false;
+    }
+    const virtual_card::PinRow& pinRow(PinRole role) {
+        for (const auto& pin : generation().pins) {
+            if (pin.role == role) return pin;
+        }
+        throw std::logic_error("a card without that PIN");
+    }
+
+    void expectVerification(PIN_ID pinId, PinRole role);
+    void expectNoSignature(BYTE container);
+};
+INSTANTIATE_TEST_SUITE_P(EveryCard, Reset, ::testing::ValuesIn(allCardTypes));
+
+void nothing(PlatformSide&) {}
+
+void acquired(PlatformSide& card) {
+    card.acquireOrFail();
+}
+
+auto acquiredAndOpened(BYTE container) {
+    return [container](PlatformSide& card) {
+        card.acquireOrFail();
+        card.openKey(container);
+    };
+}
+
+auto opened(BYTE container) {
+    return [container](PlatformSide& card) { card.openKey(container); };
+}
+
+TEST_P(Reset, DuringTheAcquisitionEndsItAndTheNextOneSucceeds) {
+    goThrough({nothing, [](PlatformSide& card) { return card.acquire(); },
+               [](const Commands& commands, std::size_t n) {
+                   // The first file that is read is the one with the serial number; all that is
+                   // read behind it is on the way to certificates.
+                   std::size_t end = 0;
+                   while (insOf(commands[end]) != readBinaryIns) ++end;
+                   while (insOf(commands[end]) == readBinaryIns) ++end;
+                   return Outcome{n < end ? unexpected : fileNotFound, 0};
+               },
+               nothing});
+}
+
+void Reset::expectVerification(PIN_ID pinId, PinRole role) {
+    const virtual_card::PinRow& pin = pinRow(role);
+    const bool isInRoot = pin.directory == virtual_card::masterFile;
+    goThrough({acquired,
+               [pinId, value = std::string(pin.value)](PlatformSide& card) {
+                   return card.authenticate(pinId, value);
+               },
+               [&](const Commands& commands, std::size_t n) -> Outcome {
+                   // The limits that files hold are read first, by SELECTs that want an answer.
+                   // They are given up for the defaults, and the first of the other commands
+                   // reconnects.
+                   std::size_t first = 0;
+                   while (insOf(commands[first]) != selectIns || commands[first].at(3) != 0x0C) {
+                       ++first;
+                   }
+                   if (n < first) return {0, 1};
+                   switch (insOf(commands[n])) {
+                       case selectIns:
+                           return {0, 1};  // From the root on, like any other.
+                       case getDataIns:
+                           return {isInRoot || isAtRoot(&virtual_card::PinRow::dataReference,
+                                                        pin.dataReference)
+                                       ? 0
+                                       : unexpected,
+                                   1};
+                       case verifyIns:
+                           if (isInRoot) return {0, 1};
+                           // Held against the PIN at the root that has the same reference.
+                           return {isAtRoot(&virtual_card::PinRow::reference, pin.reference)
+                                       ? wrongPin
+                                       : unexpected,
+                                   1};
+                       default:
+                           return {unexpected, 1};  // GET RESPONSE: nothing waits any longer.
+                   }
+               },
+               nothing});
+}
+
+TEST_P(Reset, DuringTheVerificationOfTheAuthenticationPin) {
+    expectVerification(1, PinRole::Authentication);
+}
+
+TEST_P(Reset, DuringTheVerificationOfTheSignaturePin) {
+    expectVerification(4, PinRole::Signature);
+}
+
+TEST_P(Reset, AtTheVerifyOfTheSignaturePinCostsAnAttemptOnlyWhereBothPinsShareAReference) {
+    PlatformSide card(GetParam());
+    card.acquireOrFail();
+    card.reader.clearExchanges();
+    card.openKey(1);
+    card.reader.failTransmit(card.reader.exchanges().size(), {Fault::Kind::ResetCard, 0});
+    card.authenticate(4, card.pin(PinRole::Signature));
+    const bool shared =
+        isAtRoot(&virtual_card::PinRow::reference, pinRow(PinRole::Signature).reference);
+    EXPECT_EQ(shared, GetParam() == 6);
+    EXPECT_EQ(card.reader.card().triesLeft(PinRole::Authentication),
+              pinRow(PinRole::Authentication).tries - (shared ? 1u : 0u));
+    EXPECT_EQ(card.reader.card().triesLeft(PinRole::Signature), pinRow(PinRole::Signature).tries);
+}
+
+// A slow typist: the call has begun, and nothing has gone to the card when it is reset.
+TEST_P(Reset, WhileThePinIsTypedLeavesTheCardReadyToSign) {
+    for (BYTE container = 0; container < generation().keys.size(); ++container) {
+        PlatformSide card(GetParam());
+        card.acquireOrFail();
+        card.reader.failTransmit(1, {Fault::Kind::ResetCard, 0});
+        EXPECT_TRUE(card.signsTruly(container)) << int(container);
+        EXPECT_EQ(card.reader.reconnects(), 1u);
+    }
+}
+
+TEST_P(Reset, WhileThePinIsTypedPutsTheDefaultLimitsInPlaceOfThoseInTheCardsFiles) {
+    PlatformSide card(GetParam());
+    card.acquireOrFail();
+    const auto verifyIsSent = [&] {
+        for (const auto& exchange : card.reader.exchanges()) {
+            if (insOf(exchange.command) == verifyIns) return true;
+        }
+        return false;
+    };
+    // The card's own limits of the signature PIN begin at 6, the defaults at 4.
+    card.reader.clearExchanges();
+    EXPECT_EQ(card.authenticate(4, "12345"), wrongPin);
+    EXPECT_FALSE(verifyIsSent());
+    card.reader.failTransmit(1, {Fault::Kind::ResetCard, 0});
+    card.reader.clearExchanges();
+    EXPECT_EQ(card.authenticate(4, "12345"), wrongPin);
+    EXPECT_EQ(verifyIsSent(), !generation().knowsGetData);
+}
+
+// A slow service at the end of the acquisition: the card is reset while no call runs, and nobody
+// reconnects. A call then asks for the protocol in use, is not told, and takes T=1: with that it
+// reconnects to a card of T=1, and not to one of T=0.
+TEST_P(Reset, BetweenTwoCallsWithoutAReconnectOfThePlatform) {
+    const bool reconnects = generation().protocol == 1;
+    for (BYTE container = 0; container < generation().keys.size(); ++container) {
+        SCOPED_TRACE("container " + std::to_string(container));
+        PlatformSide card(GetParam());
+        card.acquireOrFail();
+        card.openKey(container);
+        const PIN_ID pinId = container == 0 ? 1 : 4;
+        const std::string pin = card.pin(card.key(container).pin);
+
+        card.reader.resetCard();
+        EXPECT_EQ(card.signMessage(container, "a message").status, unexpected);
+        if (container == 0 && card.isEcKey(0)) EXPECT_EQ(card.agreeWithItself(), pinWanted);
+        card.reader.resetCard();
+        EXPECT_EQ(card.authenticate(pinId, pin), reconnects ? 0u : unexpected);
+        EXPECT_EQ(card.signMessage(container, "a message").status, reconnects ? 0u : unexpected);
+        card.reconnect();
+        EXPECT_TRUE(card.signsTruly(container));
+    }
+}
+
+TEST_P(Reset, DuringASignatureIsAFailureWithoutAReconnect) {
+    for (BYTE container = 0; container < generation().keys.size(); ++container) {
+        SCOPED_TRACE("container " + std::to_string(container));
+        goThrough({acquiredAndOpened(container),
+                   [container](PlatformSide& card) {
+                       const Answer answer = card.signMessage(container, "a message");
+                       EXPECT_EQ(answer.status == 0, !answer.bytes.empty());
+                       return answer.status;
+                   },
+                   [](const Commands&, std::size_t) {
+                       return Outcome{unexpected, 0};
+                   },
+                   opened(container)});
+    }
+}
+
+// A system may leave the length as it was announced when a call fails. Zeros are then taken for a
+// reply, as laid down for this path; their status word has no code of the platform's, so that the
+// caller is told success and finds no signature. Only a GET RESPONSE keeps the call's own code.
+TEST_P(Reset, DuringASignatureWhereTheLengthStaysAsAnnounced) {
+    const auto sign = [](PlatformSide& card) { return card.signMessage(0, "a message"); };
+    const Operation operation{
+        acquiredAndOpened(0), [&](PlatformSide& card) { return sign(card).status; }, {}, {}};
+    const Commands commands = undisturbed(operation);
+    for (std::size_t n = 0; n < commands.size(); ++n) {
+        SCOPED_TRACE("reset before command " + std::to_string(n + 1) + ", " + toHex(commands[n]));
+        PlatformSide card(GetParam());
+        operation.prepare(card);
+        CardSeam seam = *card.reader.seam();
+        seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
+                           const std::uint8_t* command, std::uint32_t commandLength,
+                           std::uint8_t* reply, std::uint32_t* replyLength) {
+            const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
+            const std::uint32_t announced = *replyLength;
+            const std::int32_t code =
+                inner.transmit(self, handle, protocol, command, commandLength, reply, replyLength);
+            if (code != 0) *replyLength = announced;
+            return code;
+        };
+        putBehindTheSeam(&seam);
+        card.reader.failTransmit(n + 1, {Fault::Kind::ResetCard, 0});
+        const Answer answer = sign(card);
+        constexpr std::uint8_t getResponseIns = 0xC0;
+        EXPECT_EQ(answer.status, insOf(commands[n]) == getResponseIns ? 0x80100068u : 0u);
+        EXPECT_TRUE(answer.bytes.empty());
+        putBehindTheSeam(card.reader.seam());
+    }
+}
+
+void Reset::expectNoSignature(BYTE container) {
+    PlatformSide card(GetParam());
+    card.acquireOrFail();
+    card.openKey(container);
+    card.reader.resetCard();
+    card.reconnect();
+    EXPECT_EQ(card.signMessage(container, "a message").status, pinWanted) << int(container);
+    EXPECT_TRUE(card.signsTruly(container)) << int(container);
+}
+
+TEST_P(Reset, BetweenTwoCallsAndAReconnectOfThePlatformClosesThePin) {
+    for (BYTE container = 0; container < generation().keys.size(); ++container) {
+        expectNoSignature(container);
+    }
+}
+
+// The key's environment, the gathered block and the waiting reply are gone with the reset; only
+// ahead of the first command there is nothing to lose but the PIN.
+Outcome atKeyOperation(const Commands& commands, std::size_t n) {
+    switch (insOf(commands[n])) {
+        case selectIns:
+        case verifyIns:
+        case setEnvironmentIns:
+            return {pinWanted, 1};
+        default:
+            return {unexpected, 1};
+    }
+}
+
+TEST_P(Reset, DuringADecryption) {
+    for (BYTE container = 0; container < generation().keys.size(); ++container) {
+        if (!virtual_card::isRsa(generation().keys[container].kind)) continue;
+        SCOPED_TRACE("container " + std::to_string(container));
+        goThrough({acquiredAndOpened(container),
+                   [container](PlatformSide& card) {
+                       const Bytes block = encryptedTo(card.certificate(container), "a secret");
+                       return card.decrypt(container, block).status;
+                   },
+                   atKeyOperation, opened(container)});
+    }
+}
+
+class ResetOfAnEcCard : public Reset {};
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, ResetOfAnEcCard, ::testing::ValuesIn(ecCardTypes));
+
+TEST_P(ResetOfAnEcCard, DuringAnAgreement) {
+    goThrough({acquiredAndOpened(0), [](PlatformSide& card) { return card.agreeWithItself(); },
+               atKeyOperation, opened(0)});
+}
+
+TEST_P(ResetOfAnEcCard, DuringADerivationAndDuringTheEndOfAnAgreementKeepsTheSecret) {
+    const auto agreed = [](PlatformSide& card) {
+        card.acquireOrFail();
+        card.openKey(0);
+        ASSERT_EQ(card.agreeWithItself(), 0u);
+    };
+    goThrough({agreed, [](PlatformSide& card) { return card.derive(1).status; }, atKeyOperation,
+               opened(0)});
+    goThrough(
+        {agreed,
+         [](PlatformSide& card) { return card.data.pfnCardDestroyDHAgreement(&card.data, 1, 0); },
+         atKeyOperation, opened(0)});
+}
+
+}  // namespace
+}  // namespace boundary
