@@ -234,6 +234,8 @@ def lint(tally):
           ["clang-format-14", "--dry-run", "--Werror", *sources("*.cpp", "*.h")], "lint-format")
     check(tally, "lint: includes", "Checking who includes whom",
           [sys.executable, "tests/lint/check_includes.py"], "lint-includes")
+    check(tally, "lint: named tests", "Checking that the tests named in the docs exist",
+          [sys.executable, "tests/lint/check_named_tests.py"], "lint-named-tests")
     check(tally, "lint: the checkers", "Checking that the checkers see planted faults",
           [sys.executable, "-m", "unittest", "discover", "-s", "tests/lint", "-p", "*_test.py"],
           "lint-checkers")

@@ -82,5 +82,39 @@ class Includes(PlantedFaults):
         self.assertEqual(self.include_findings("cardhost/a.cpp", '#include "platform/minidriver.h"\n'), [])
         self.assertEqual(len(self.include_findings("cardhost/b.cpp", '#include "frame/boundary.h"\n')), 1)
 
+
+class NamedTests(PlantedFaults):
+    HEAD = "# Limits\n\n| Rule | Answer | Held by |\n|---|---|---|\n"
+
+    def limits_findings(self, rows):
+        self.write("tests/boundary/a_test.cpp",
+                   "TEST(Suite, Plain) {}\nTEST_P(Suite,\n       Broken) {}\nTEST_F(Other, Fixture) {}\n")
+        self.write("docs/windows-limits.md", self.HEAD + rows)
+        return self.findings("check_named_tests.py")
+
+    def test_rows_with_tests_that_exist_pass(self):
+        self.assertEqual(self.limits_findings(
+            "| a | `0x1` | `Suite.Plain`, `Suite.Broken` |\n| b | c | `Other.Fixture` |\n"), [])
+
+    def test_a_name_that_is_no_test_is_found(self):
+        self.assertEqual(self.limits_findings("| a | b | `Suite.Plain`, `Suite.Fixture` |\n"),
+                         ["docs/windows-limits.md:5: Suite.Fixture is no test of tests/boundary"])
+
+    def test_a_row_without_a_test_is_found(self):
+        self.assertEqual(self.limits_findings("| a | `Suite.Plain` | by nobody |\n"),
+                         ["docs/windows-limits.md:5: no test holds this row"])
+
+    def test_a_later_table_is_checked_as_well(self):
+        rows = "| a | b | `Suite.Plain` |\n\nMore.\n\n| Rule | Held by |\n|---|---|\n| a | `No.Test` |\n"
+        self.assertEqual(self.limits_findings(rows),
+                         ["docs/windows-limits.md:11: No.Test is no test of tests/boundary"])
+
+    def test_a_table_without_the_column_is_found(self):
+        self.assertEqual(len(self.limits_findings("| a | b | `Suite.Plain` |\n\n| Rule | Answer |\n")), 1)
+
+    def test_a_page_without_rows_is_found(self):
+        self.assertEqual(len(self.limits_findings("")), 1)
+
+
 if __name__ == "__main__":
     unittest.main()
