@@ -241,7 +241,9 @@ TEST_P(Reset, BetweenTwoCallsWithoutAReconnectOfThePlatform) {
 
         card.reader.resetCard();
         EXPECT_EQ(card.signMessage(container, "a message").status, unexpected);
-        if (container == 0 && card.isEcKey(0)) EXPECT_EQ(card.agreeWithItself(), pinWanted);
+        if (container == 0 && card.isEcKey(0)) {
+            EXPECT_EQ(card.agreeWithItself(), pinWanted);
+        }
         card.reader.resetCard();
         EXPECT_EQ(card.authenticate(pinId, pin), reconnects ? 0u : unexpected);
         EXPECT_EQ(card.signMessage(container, "a message").status, reconnects ? 0u : unexpected);
