@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "card_types.h"
 #include "exit_codes.h"
 #include "files.h"
 #include "os.h"
@@ -172,24 +173,56 @@ void setSeam(const os::Library& library, const CardSeam* seam) {
     library.get<SetCardSeamFunction>("SetCardSeam")(seam);
 }
 
+ReaderState stateOf(const WinscardCalls& calls, const PcscContext& pcsc, const std::string& name) {
+    const Connection connection(calls, pcsc.context(), name);
+    return {name, connection.status(),
+            connection.status() == SCARD_S_SUCCESS ? connection.atr() : Bytes()};
+}
+
+/// The first reader with a FINEID card in it. A machine may have others ahead of it, those of
+/// virtual smart cards among them: standard error says which were passed over, and why.
+std::string readerWithOurCard(const WinscardCalls& calls, const PcscContext& pcsc,
+                              const std::vector<std::string>& names) {
+    std::vector<std::string> passedOver;
+    for (const std::string& name : names) {
+        const ReaderState state = stateOf(calls, pcsc, name);
+        if (generationOf(state.atr) != nullptr) {
+            for (const std::string& other : passedOver) {
+                fmt::print(stderr, "cardhost: passed over {}\n", other);
+            }
+            return name;
+        }
+        passedOver.push_back(fmt::format("{}: {}", name, contentText(state)));
+    }
+    throw Failure(ExitCode::notFound, fmt::format("no reader has a FINEID card in it; {}",
+                                                  fmt::join(passedOver, "; ")));
+}
+
 std::string chosenReader(const WinscardCalls& calls, const PcscContext& pcsc,
-                         const std::string& wanted) {
+                         const std::optional<std::string>& wanted) {
     const auto names = pcsc.readerNames();
     if (names.empty()) throw Failure(ExitCode::notFound, "no reader is connected");
-    if (!wanted.empty()) {
-        if (std::find(names.begin(), names.end(), wanted) == names.end()) {
-            throw Failure(ExitCode::notFound, fmt::format("no reader '{}'; there are: {}", wanted,
-                                                          fmt::join(names, ", ")));
-        }
-        return wanted;
+    if (!wanted) return names.front();  // The one of the card in this process.
+    if (wanted->empty()) return readerWithOurCard(calls, pcsc, names);
+    if (std::find(names.begin(), names.end(), *wanted) == names.end()) {
+        throw Failure(ExitCode::notFound, fmt::format("no reader '{}'; there are: {}", *wanted,
+                                                      fmt::join(names, ", ")));
     }
-    for (const std::string& name : names) {
-        if (Connection(calls, pcsc.context(), name).status() == SCARD_S_SUCCESS) return name;
-    }
-    throw Failure(ExitCode::notFound, "no reader has a card in it");
+    return *wanted;
 }
 
 }  // namespace
+
+std::string contentText(const ReaderState& reader) {
+    if (reader.status == SCARD_E_NO_SMARTCARD || reader.status == SCARD_W_REMOVED_CARD) {
+        return "no card";
+    }
+    if (reader.status != SCARD_S_SUCCESS) return statusText(static_cast<DWORD>(reader.status));
+    const CardGeneration* generation = generationOf(reader.atr);
+    return generation == nullptr ? "a card that is no known FINEID card"
+                                 : fmt::format("FINEID card of type {}, {}", generation->type,
+                                               generation->description);
+}
 
 std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder) {
     const os::Library library(os::realWinscard(driverFolder));
@@ -197,9 +230,7 @@ std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder) {
     const PcscContext pcsc(calls);
     std::vector<ReaderState> readers;
     for (const std::string& name : pcsc.readerNames()) {
-        const Connection connection(calls, pcsc.context(), name);
-        readers.push_back({name, connection.status(),
-                           connection.status() == SCARD_S_SUCCESS ? connection.atr() : Bytes()});
+        readers.push_back(stateOf(calls, pcsc, name));
     }
     return readers;
 }
@@ -242,7 +273,7 @@ ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::pa
         parts.calls.emplace(*parts.seamLibrary);
     }
     parts.pcsc.emplace(*parts.calls);
-    parts.reader = chosenReader(*parts.calls, *parts.pcsc, choice.reader.value_or(""));
+    parts.reader = chosenReader(*parts.calls, *parts.pcsc, choice.reader);
     parts.connection.emplace(*parts.calls, parts.pcsc->context(), parts.reader);
     if (parts.connection->status() != SCARD_S_SUCCESS) {
         notFound(fmt::format("no card answers in {}", parts.reader), parts.connection->status());

@@ -15,9 +15,10 @@
 namespace cardhost {
 
 struct CardChoice {
-    int virtualType = 3;                // the generation of a virtual card, 3 to 8
-    std::filesystem::path stateFile;    // where that card's tries are kept; empty for nowhere
-    std::optional<std::string> reader;  // a reader's name instead, or "" for the first with a card
+    int virtualType = 3;              // the generation of a virtual card, 3 to 8
+    std::filesystem::path stateFile;  // where that card's tries are kept; empty for nowhere
+    std::optional<std::string>
+        reader;  // a reader's name instead, or "" for the first with such a card
 };
 
 /// A reader and what is in it.
@@ -26,6 +27,9 @@ struct ReaderState {
     LONG status;  // of the connection: 0 with a card
     Bytes atr;
 };
+
+/// What is in a reader, in words.
+std::string contentText(const ReaderState& reader);
 
 /// All readers of the machine's PC/SC service. Throws a Failure (notFound) if there is none to ask.
 std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder);

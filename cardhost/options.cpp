@@ -42,7 +42,7 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
     program
         .add_option_function<std::string>(
             "--reader", [&line](const std::string& name) { line.common.card.reader = name; },
-            "The card in this reader; without a name, in the first reader that has one")
+            "The card in this reader; without a name, in the first reader with a FINEID card")
         ->expected(0, 1)
         ->default_str("")
         ->type_name("[NAME]")

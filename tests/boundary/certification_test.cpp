@@ -232,7 +232,7 @@ TEST_P(Certification, RecordsOfALaterVersionAreToldApart) {
 }
 
 TEST_P(Certification, NamesThatAreNotThereAreToldApart) {
-    CARD_FILE_INFO info{};
+    CARD_FILE_INFO infos[3] = {};  // One for each call: the version in it is written.
     CONTAINER_INFO container{};
     expectAll({
         {"no such file", [&] { return card.readFile("mscp", "unknown").status; }, fileNotFound},
@@ -245,11 +245,12 @@ TEST_P(Certification, NamesThatAreNotThereAreToldApart) {
          directoryNotFound},
         {"no name of a directory", [&] { return card.listFiles("").status; }, invalidParameter},
         {"no such file to tell of",
-         [&] { return data.pfnCardGetFileInfo(&data, mscp, unknown, &info); }, fileNotFound},
+         [&] { return data.pfnCardGetFileInfo(&data, mscp, unknown, &infos[0]); }, fileNotFound},
         {"no such directory to tell of",
-         [&] { return data.pfnCardGetFileInfo(&data, unknown, map, &info); }, directoryNotFound},
-        {"no name to tell of", [&] { return data.pfnCardGetFileInfo(&data, mscp, none, &info); },
-         invalidParameter},
+         [&] { return data.pfnCardGetFileInfo(&data, unknown, map, &infos[1]); },
+         directoryNotFound},
+        {"no name to tell of",
+         [&] { return data.pfnCardGetFileInfo(&data, mscp, none, &infos[2]); }, invalidParameter},
         {"no such container",
          [&] { return data.pfnCardGetContainerInfo(&data, card.containers(), 0, &container); },
          noContainer},

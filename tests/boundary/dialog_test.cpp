@@ -91,6 +91,15 @@ TEST_F(ExternalDialog, ThatIsCancelledIsAWrongPinWithoutAVerify) {
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 
+TEST_F(ExternalDialog, ThatIsUpWhileTheCardIsResetStillLeadsToASignature) {
+    script->pins[0] = "1234";
+    card.reader.failTransmit(1, {virtual_card::Fault::Kind::ResetCard, 0});
+    EXPECT_EQ(authenticate(1), 0u);
+    EXPECT_EQ(script->calls, 1);
+    EXPECT_EQ(card.reader.reconnects(), 1u);
+    EXPECT_EQ(card.signMessage(0, "a message").status, 0u);
+}
+
 TEST_F(ExternalDialog, EndsWhenThereAreNoAttemptsLeft) {
     for (auto& pin : script->pins) pin = "4321";
     DWORD attempts = 0;

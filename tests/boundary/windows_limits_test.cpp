@@ -241,6 +241,18 @@ TEST_P(WindowsLimits, FilesOfCertificatesAreToldTwentyBytesLong) {
     }
 }
 
+TEST_P(WindowsLimits, ARecordOfAFileServesOneCall) {
+    char map[] = "cmapfile";
+    CARD_FILE_INFO info{};
+    info.dwVersion = 1;
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, map, &info), 0u);
+    EXPECT_EQ(info.dwVersion, 7u);
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, map, &info), 0x51Au);
+    info.dwVersion = 1;
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, file, &info), 0x80100024u);
+    EXPECT_EQ(info.dwVersion, 7u) << "also where there is no such file";
+}
+
 TEST_P(WindowsLimits, TheFileOfRootCertificatesIsUnexpectedAndNotMissing) {
     EXPECT_EQ(card.readFile("mscp", "msroots").status, unexpected);
     EXPECT_EQ(card.readFile("mscp", "unknown").status, 0x80100024u);

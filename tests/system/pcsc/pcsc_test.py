@@ -174,11 +174,28 @@ class EmptyReader(PcscTest):
         cardhost = settings.bin / "cardhost"
         done = programs.run(cardhost, "info", "--reader")
         self.assertEqual((done.returncode, done.stderr),
-                         (NOT_FOUND, "cardhost: no reader has a card in it\n"))
+                         (NOT_FOUND, "cardhost: no reader has a FINEID card in it; "
+                                     f"{READERS[0]}: no card; {READERS[1]}: no card\n"))
         with self.card(5, reader=1):
             done = programs.run(cardhost, "info", "--reader")
-        self.assertEqual((done.returncode, done.stderr), (OK, ""))
+        self.assertEqual((done.returncode, done.stderr),
+                         (OK, f"cardhost: passed over {READERS[0]}: no card\n"))
         self.assertRegex(done.stdout, rf"reader +{READERS[1]}\n")
+
+    def test_is_passed_over_like_one_with_a_card_of_somebody_else_s(self):
+        cardhost = settings.bin / "cardhost"
+        with programs.foreign_card_in(0, bytes.fromhex("3B021450")):
+            done = programs.run(cardhost, "info", "--reader")
+            self.assertEqual((done.returncode, done.stderr),
+                             (NOT_FOUND, "cardhost: no reader has a FINEID card in it; "
+                                         f"{READERS[0]}: a card that is no known FINEID card; "
+                                         f"{READERS[1]}: no card\n"))
+            with self.card(3, reader=1):
+                done = programs.run(cardhost, "info", "--reader")
+            self.assertEqual((done.returncode, done.stderr),
+                             (OK, f"cardhost: passed over {READERS[0]}: a card that is no known "
+                                  "FINEID card\n"))
+            self.assertRegex(done.stdout, rf"reader +{READERS[1]}\n")
 
     def test_is_not_taken_for_another(self):
         done = programs.run(settings.bin / "cardhost", "info", "--reader", "Nobody's")

@@ -114,6 +114,34 @@ def card_in(reader, virtual_card, card_type, *options):
     wait_for("an empty reader", lambda: not daemon_answers() or seen_cards().get(name) is None)
 
 
+@contextlib.contextmanager
+def foreign_card_in(reader, atr):
+    """A card of somebody else's with that ATR: it knows no command."""
+    ask_for_atr, not_supported = b"\x04", b"\x6d\x00"
+
+    def answer(driver):
+        with contextlib.suppress(OSError, EOFError):
+            while True:
+                message = _receive(driver)
+                if message == ask_for_atr:
+                    _send(driver, atr)
+                elif len(message) > 1:
+                    _send(driver, not_supported)
+
+    name = READERS[reader]
+    with socket.create_connection(("127.0.0.1", PORTS[reader]), timeout=PATIENCE) as driver:
+        driver.settimeout(None)
+        thread = threading.Thread(target=answer, args=(driver,))
+        thread.start()
+        try:
+            wait_for("a card in the reader", lambda: seen_cards().get(name))
+            yield
+        finally:
+            driver.shutdown(socket.SHUT_RDWR)
+            thread.join(PATIENCE)
+    wait_for("an empty reader", lambda: seen_cards().get(name) is None)
+
+
 class Cable:
     """The virtual card at the first reader, over a cable that tells what goes through it: what
     happens at a command happens before the card sees it."""
