@@ -12,6 +12,8 @@
 #include "files.h"
 #include "os.h"
 #include "reader_seam.h"
+#include "recording/parser.h"
+#include "recording/replay_card.h"
 #include "status_names.h"
 #include "virtual_card/winscard/virtual_reader.h"
 #include "winscard_calls.h"
@@ -97,12 +99,25 @@ public:
     /// take a while to notice that a card is gone, so its own word does not do.
     bool answers() const {
         constexpr BYTE getResponse[] = {0x00, 0xC0, 0x00, 0x00, 0x00};  // ISO/IEC 7816-4, 7.6.1
+        const auto reply = exchange(getResponse);
+        return reply.failure == 0 && reply.bytes.size() >= 2;
+    }
+
+    /// One command past the driver.
+    recording::Reply exchange(ByteView command) const {
         const SCARD_IO_REQUEST request{protocol_, sizeof(SCARD_IO_REQUEST)};
-        std::array<BYTE, longestReply> reply{};
+        Bytes reply(longestReply);
         auto length = static_cast<DWORD>(reply.size());
-        const LONG status = calls_.transmit(card_, &request, getResponse, sizeof(getResponse),
-                                            nullptr, reply.data(), &length);
-        return status == SCARD_S_SUCCESS && length >= 2;
+        const LONG status =
+            calls_.transmit(card_, &request, command.data(), static_cast<DWORD>(command.size()),
+                            nullptr, reply.data(), &length);
+        if (status != SCARD_S_SUCCESS) return {{}, static_cast<std::uint32_t>(status), {}};
+        reply.resize(std::min<std::size_t>(length, reply.size()));
+        return {reply, 0, {}};
+    }
+
+    recording::Protocol protocol() const {
+        return protocol_ == SCARD_PROTOCOL_T0 ? recording::Protocol::t0 : recording::Protocol::t1;
     }
 
     /// Empty if the card does not tell.
@@ -133,9 +148,9 @@ class VirtualSource {
 public:
     VirtualSource(const CardChoice& choice, const Trace& trace)
         : reader_(*virtual_card::findGeneration(choice.virtualType)), stateFile_(choice.stateFile) {
+        reader_.onCommand = [&trace](ByteView command) { trace.command(command); };
         reader_.onExchange = [&trace](const virtual_card::Exchange& exchange) {
-            trace.command(exchange.command);
-            trace.reply(static_cast<LONG>(exchange.code), exchange.reply);
+            trace.reply({exchange.reply, exchange.code, {}});
         };
         std::error_code ignored;
         if (stateFile_.empty() || !std::filesystem::exists(stateFile_, ignored)) return;
@@ -163,6 +178,28 @@ public:
 private:
     virtual_card::VirtualReader reader_;
     std::filesystem::path stateFile_;
+};
+
+/// A recorded card behind the seam.
+class RecordedSource {
+public:
+    RecordedSource(const std::filesystem::path& file, const Trace& trace)
+        : conversation_(readRecording(file)), card_(conversation_) {
+        card_.onExchange = [&trace](ByteView command, const recording::Reply& reply) {
+            trace.command(command);
+            trace.reply(reply);
+        };
+        trace.onCall([this](const std::string& call) { card_.beginCall(call); });
+    }
+    RecordedSource(const RecordedSource&) = delete;
+    RecordedSource& operator=(const RecordedSource&) = delete;
+
+    const CardSeam* seam() const { return card_.seam(); }
+    const std::string& mismatch() const { return card_.mismatch(); }
+
+private:
+    recording::Conversation conversation_;
+    recording::ReplayCard card_;
 };
 
 std::filesystem::path seamLibrary() {
@@ -224,6 +261,16 @@ std::string contentText(const ReaderState& reader) {
                                                generation->description);
 }
 
+recording::Conversation readRecording(const std::filesystem::path& file) {
+    const Bytes text = contentOf(file, recording::largestText);
+    try {
+        return recording::parse(
+            std::string_view(reinterpret_cast<const char*>(text.data()), text.size()));
+    } catch (const recording::FormatError& error) {
+        throw Failure(ExitCode::file, fmt::format("{}, {}", shown(file), error.what()));
+    }
+}
+
 std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder) {
     const os::Library library(os::realWinscard(driverFolder));
     const WinscardCalls calls(library);
@@ -237,10 +284,14 @@ std::vector<ReaderState> readersOf(const std::filesystem::path& driverFolder) {
 
 /// In the order of their making: each stands on those ahead of it.
 struct ConnectedCard::Parts {
+    explicit Parts(const Trace& traceOfAll) : trace(traceOfAll) {}
+
+    const Trace& trace;
     // The library whose name the driver's import resolves to is loaded first.
     std::optional<os::Library> seamLibrary;
     std::optional<os::Library> realLibrary;
     std::optional<VirtualSource> virtualSource;
+    std::optional<RecordedSource> recordedSource;
     std::optional<WinscardCalls> calls;
     std::optional<ReaderSeam> readerSeam;
     std::optional<PcscContext> pcsc;
@@ -257,9 +308,13 @@ struct ConnectedCard::Parts {
 
 ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::path& driverFolder,
                              const Trace& trace)
-    : parts_(std::make_unique<Parts>()) {
+    : parts_(std::make_unique<Parts>(trace)) {
     Parts& parts = *parts_;
-    if (!choice.reader || trace.isOn()) parts.seamLibrary.emplace(seamLibrary());
+    std::error_code ignored;
+    if (!choice.reader || trace.isOn() ||
+        (trace.isUseful() && std::filesystem::exists(seamLibrary(), ignored))) {
+        parts.seamLibrary.emplace(seamLibrary());
+    }
     if (choice.reader) {
         parts.realLibrary.emplace(os::realWinscard(driverFolder));
         parts.calls.emplace(*parts.realLibrary);
@@ -267,6 +322,10 @@ ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::pa
             parts.readerSeam.emplace(*parts.calls, trace);
             setSeam(*parts.seamLibrary, parts.readerSeam->seam());
         }
+    } else if (!choice.recording.empty()) {
+        parts.recordedSource.emplace(choice.recording, trace);
+        setSeam(*parts.seamLibrary, parts.recordedSource->seam());
+        parts.calls.emplace(*parts.seamLibrary);
     } else {
         parts.virtualSource.emplace(choice, trace);
         setSeam(*parts.seamLibrary, parts.virtualSource->seam());
@@ -281,6 +340,7 @@ ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::pa
     parts.connection->hold();
     parts.atr = parts.connection->atr();
     if (parts.atr.empty()) throw Failure(ExitCode::notFound, "the card does not tell its ATR");
+    trace.begin(parts.atr, parts.connection->protocol());
 }
 
 ConnectedCard::~ConnectedCard() = default;
@@ -298,8 +358,28 @@ const std::string& ConnectedCard::reader() const {
 }
 
 bool ConnectedCard::answers() const {
-    // A virtual card cannot go.
-    return parts_->virtualSource || parts_->connection->answers();
+    // A card in this process cannot go.
+    return parts_->virtualSource || parts_->recordedSource || parts_->connection->answers();
+}
+
+bool ConnectedCard::isRecording() const {
+    return parts_->recordedSource.has_value();
+}
+
+void ConnectedCard::checkRecording() const {
+    if (parts_->recordedSource && !parts_->recordedSource->mismatch().empty()) {
+        throw Failure(ExitCode::recording, parts_->recordedSource->mismatch());
+    }
+}
+
+recording::Reply ConnectedCard::exchange(ByteView command) const {
+    // A reader's own library is not what the trace listens at.
+    const bool isTracedHere = parts_->readerSeam.has_value();
+    if (isTracedHere) parts_->trace.command(command);
+    recording::Reply reply = parts_->connection->exchange(command);
+    if (isTracedHere) parts_->trace.reply(reply);
+    checkRecording();
+    return reply;
 }
 
 const Bytes& ConnectedCard::atr() const {

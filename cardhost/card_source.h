@@ -1,6 +1,6 @@
-// The card behind the driver: a virtual one in this process, or one in a reader. Either way the
-// program decides it by the winscard library that it loads ahead of the driver, whose import of the
-// same name then resolves to that one.
+// The card behind the driver: a virtual one in this process, a recorded one, or one in a reader.
+// Each way the program decides it by the winscard library that it loads ahead of the driver, whose
+// import of the same name then resolves to that one.
 #pragma once
 
 #include <filesystem>
@@ -17,9 +17,13 @@ namespace cardhost {
 struct CardChoice {
     int virtualType = 3;              // the generation of a virtual card, 3 to 8
     std::filesystem::path stateFile;  // where that card's tries are kept; empty for nowhere
-    std::optional<std::string>
-        reader;  // a reader's name instead, or "" for the first with such a card
+    /// A reader's name instead, or "" for the first with such a card.
+    std::optional<std::string> reader;
+    std::filesystem::path recording;  // a recorded conversation to replay instead; empty for none
 };
+
+/// A recorded conversation; throws a Failure (file) with the number of the line if it is none.
+recording::Conversation readRecording(const std::filesystem::path& file);
 
 /// A reader and what is in it.
 struct ReaderState {
@@ -51,6 +55,12 @@ public:
     /// Whether the card still answers commands, whatever its answer is.
     bool answers() const;
     const Bytes& atr() const;
+    /// Whether it is a recorded one.
+    bool isRecording() const;
+    /// Throws a Failure (recording) if a recorded card was asked what its recording has not.
+    void checkRecording() const;
+    /// Sends a command past the driver.
+    recording::Reply exchange(ByteView command) const;
 
 private:
     struct Parts;

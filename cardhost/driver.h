@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bytes.h"
+#include "card_source.h"
 #include "exit_codes.h"
 #include "file_cache.h"
 #include "os.h"
@@ -15,8 +16,6 @@
 #include "trace.h"
 
 namespace cardhost {
-
-class ConnectedCard;
 
 /// The library and its one export.
 class Driver {
@@ -35,7 +34,8 @@ private:
 
 /// CARD_DATA from CardAcquireContext to CardDeleteContext. Every operation throws a Failure
 /// (refused) that names the entry point and the status if the driver refuses, unless it says
-/// otherwise, and one (notFound) if the card has stopped answering by then.
+/// otherwise, one (notFound) if the card has stopped answering by then, and one (recording) if a
+/// recorded card was asked what its recording has not.
 class Acquisition {
 public:
     Acquisition(const Driver& driver, ConnectedCard& card, const Trace& trace);
@@ -103,6 +103,7 @@ DWORD Acquisition::call(const std::string& shown, EntryPoint entryPoint, Argumen
     trace_.entryPoint(shown);
     const DWORD status = entryPoint(&record_, std::forward<Arguments>(arguments)...);
     trace_.result(status);
+    card_.checkRecording();
     if (status != 0) requireCard(shown, status);
     return status;
 }

@@ -39,20 +39,31 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
                 "Keep the virtual card's PIN tries in this file, from command to command")
             ->type_name("FILE")
             ->group(group);
-    program
-        .add_option_function<std::string>(
-            "--reader", [&line](const std::string& name) { line.common.card.reader = name; },
-            "The card in this reader; without a name, in the first reader with a FINEID card")
-        ->expected(0, 1)
-        ->default_str("")
-        ->type_name("[NAME]")
-        ->excludes(virtualCard)
-        ->excludes(stateFile)
-        ->group(group);
+    auto* reader =
+        program
+            .add_option_function<std::string>(
+                "--reader", [&line](const std::string& name) { line.common.card.reader = name; },
+                "The card in this reader; without a name, in the first reader with a FINEID card")
+            ->expected(0, 1)
+            ->default_str("")
+            ->type_name("[NAME]")
+            ->excludes(virtualCard)
+            ->excludes(stateFile)
+            ->group(group);
     program
         .add_flag("--trace", line.common.trace,
                   "Show on standard error each entry point that is called and each command to the "
                   "card, the bytes of PINs masked")
+        ->group(group);
+    program
+        .add_option_function<std::string>(
+            "--replay",
+            [&line](const std::string& file) { line.common.card.recording = os::pathOf(file); },
+            "A recorded card, such as record or --trace writes it: says again what it said then")
+        ->type_name("FILE")
+        ->excludes(virtualCard)
+        ->excludes(stateFile)
+        ->excludes(reader)
         ->group(group);
 }
 

@@ -60,6 +60,12 @@ std::filesystem::path pathOf(const std::string& text);
 /// terminal. Nothing at the end of the input.
 std::optional<std::string> askWithoutEcho(const std::string& prompt);
 
+/// Whether the stream goes to a terminal.
+bool isTerminal(std::FILE* stream);
+
+/// Whether it does and shows colour there, which NO_COLOR in the environment forbids.
+bool wantsColour(std::FILE* stream);
+
 /// The stream for the program's own report. From then on, what anyone else in the process writes to
 /// standard output (a minidriver does) goes to standard error, so that reports can be piped.
 std::FILE* separateReport();

@@ -2,7 +2,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <iostream>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -98,6 +100,17 @@ std::optional<std::string> askWithoutEcho(const std::string& prompt) {
     const bool isRead = static_cast<bool>(std::getline(std::cin, line));
     if (isTerminal) fmt::print(stderr, "\n");
     return isRead ? std::optional(line) : std::nullopt;
+}
+
+bool isTerminal(std::FILE* stream) {
+    return isatty(fileno(stream)) == 1;
+}
+
+bool wantsColour(std::FILE* stream) {
+    const char* forbidden = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return (forbidden == nullptr || *forbidden == 0) &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb") && isTerminal(stream);
 }
 
 std::FILE* separateReport() {

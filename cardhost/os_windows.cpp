@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include <cstdlib>
 #include <iostream>
 #include <utility>
 
@@ -124,6 +125,21 @@ std::optional<std::string> askWithoutEcho(const std::string& prompt) {
     if (silent.isTerminal()) fmt::print(stderr, "\n");
     if (!line.empty() && line.back() == '\r') line.pop_back();
     return isRead ? std::optional(line) : std::nullopt;
+}
+
+bool isTerminal(std::FILE* stream) {
+    return _isatty(_fileno(stream)) != 0;
+}
+
+bool wantsColour(std::FILE* stream) {
+    const char* forbidden = std::getenv("NO_COLOR");
+    if ((forbidden != nullptr && *forbidden != 0) || !isTerminal(stream)) return false;
+    // A console shows colours once it is told to read the escape sequences.
+    constexpr DWORD escapeSequences = 4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
+    const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    DWORD mode = 0;
+    return GetConsoleMode(console, &mode) != 0 &&
+           SetConsoleMode(console, mode | escapeSequences) != 0;
 }
 
 std::FILE* separateReport() {

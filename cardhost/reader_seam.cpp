@@ -54,7 +54,10 @@ LONG ReaderSeam::transmit(SCARDHANDLE card, DWORD protocol, ByteView command, st
     const LONG status = real_.transmit(card, &send, command.data(),
                                        static_cast<DWORD>(command.size()), nullptr, reply, &length);
     *replyLength = static_cast<std::uint32_t>(length);
-    trace_.reply(status, ByteView(reply, std::min<std::size_t>(length, room)));
+    recording::Reply seen;
+    seen.failure = static_cast<std::uint32_t>(status);
+    if (seen.failure == 0) seen.bytes.assign(reply, reply + std::min<std::size_t>(length, room));
+    trace_.reply(seen);
     return status;
 }
 

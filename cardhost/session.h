@@ -16,13 +16,14 @@ struct CommonOptions {
     std::string driver;  // empty: the one beside the program
     CardChoice card;
     bool trace = false;
+    recording::Conversation* kept = nullptr;  // where the conversation goes that a command keeps
 };
 
 class Session {
 public:
     Session(const CommonOptions& options, std::FILE* reportStream)
         : report(reportStream),
-          trace(options.trace),
+          trace(options.trace, options.kept),
           card(options.card, driverFile(options).parent_path(), trace),
           driver(driverFile(options)),
           acquisition(driver, card, trace) {}

@@ -61,12 +61,17 @@ constexpr StatusName statusNames[] = {
 
 }  // namespace
 
-std::string statusText(DWORD status) {
+std::string statusMeaning(DWORD status) {
     const auto number = static_cast<std::uint32_t>(status);
     const auto* row = std::find_if(std::begin(statusNames), std::end(statusNames),
                                    [&](const StatusName& name) { return name.status == number; });
-    if (row == std::end(statusNames)) return fmt::format("{:#010x}", number);
-    return fmt::format("{:#010x} {} ({})", number, row->name, row->meaning);
+    return row == std::end(statusNames) ? "" : fmt::format("{} ({})", row->name, row->meaning);
+}
+
+std::string statusText(DWORD status) {
+    const std::string meaning = statusMeaning(status);
+    return fmt::format("{:#010x}{}{}", static_cast<std::uint32_t>(status),
+                       meaning.empty() ? "" : " ", meaning);
 }
 
 }  // namespace cardhost

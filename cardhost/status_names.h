@@ -10,4 +10,7 @@ namespace cardhost {
 /// "0x8010006B SCARD_W_WRONG_CHV (the PIN is wrong)"; the number alone for one without a name.
 std::string statusText(DWORD status);
 
+/// The same without the number; empty for one without a name.
+std::string statusMeaning(DWORD status);
+
 }  // namespace cardhost

@@ -1,123 +1,119 @@
 #include "trace.h"
 
-#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
+#include "progress.h"
+#include "recording/writer.h"
 #include "status_names.h"
+#include "terminal.h"
 
 namespace cardhost {
 
 namespace {
 
-constexpr std::size_t headerLength = 5;  // CLA INS P1 P2 Lc (ISO/IEC 7816-4, 5.1)
-constexpr std::size_t bytesPerLine = 24;
-constexpr std::size_t nameWidth = 26;
+using Clock = std::chrono::steady_clock;
 
-struct Instruction {
-    std::uint8_t ins;
-    const char* name;
-    bool carriesPin;
-};
-
-// ISO/IEC 7816-4, 5.4.2 and ISO/IEC 7816-8, 5.
-constexpr Instruction instructions[] = {
-    {0x20, "VERIFY", true},
-    {0x22, "MSE", false},
-    {0x24, "CHANGE REFERENCE DATA", true},
-    {0x2A, "PSO", false},
-    {0x2C, "RESET RETRY COUNTER", true},
-    {0x84, "GET CHALLENGE", false},
-    {0xA4, "SELECT", false},
-    {0xB0, "READ BINARY", false},
-    {0xB2, "READ RECORD", false},
-    {0xC0, "GET RESPONSE", false},
-    {0xCA, "GET DATA", false},
-    {0xCB, "GET DATA", false},
-};
-
-const Instruction* instructionOf(ByteView command) {
-    if (command.size() < 2) return nullptr;
-    const auto* row =
-        std::find_if(std::begin(instructions), std::end(instructions),
-                     [&](const Instruction& instruction) { return instruction.ins == command[1]; });
-    return row == std::end(instructions) ? nullptr : row;
+recording::Duration since(Clock::time_point start) {
+    return std::chrono::duration_cast<recording::Duration>(Clock::now() - start);
 }
 
-std::string nameOf(ByteView command) {
-    const Instruction* instruction = instructionOf(command);
-    std::string name = instruction == nullptr ? "command" : instruction->name;
-    if (command.size() >= 4 && command[1] == 0x2A) {
-        switch (command[2] << 8 | command[3]) {
-            case 0x90A0:
-                return name + " HASH";
-            case 0x9E9A:
-                return name + " COMPUTE SIGNATURE";
-            case 0x8086:
-                return name + (command[0] & 0x10 ? " DECIPHER, chained" : " DECIPHER");
-        }
-    }
-    if (command.size() >= 4 && command[1] == 0x22) {
-        if (command[3] == 0xB6) return name + " SET, signature";
-        if (command[3] == 0xB8) return name + " SET, confidentiality";
-    }
-    if (command.size() >= 4 && command[1] == 0xB0) {
-        return fmt::format("{} at {}", name, command[2] << 8 | command[3]);
-    }
-    if (instruction != nullptr && instruction->carriesPin && command.size() <= headerLength) {
-        return name + ", query";
-    }
-    return name;
-}
-
-/// Bytes in lines of equal length, each further line indented like the first.
-std::string wrapped(const std::string& head, ByteView bytes, std::size_t firstMasked) {
-    std::string text = head;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i > 0 && i % bytesPerLine == 0) text += "\n" + std::string(head.size(), ' ');
-        text += i < firstMasked ? fmt::format(" {:02X}", bytes[i]) : " **";
-    }
-    return text;
+/// Calls stand out; what the card and the driver refused is red.
+Style styleOf(const std::string& line) {
+    if (line.starts_with("  = 0x00000000")) return Style::plain;
+    if (line.starts_with("  = ") || line.starts_with("  < failed")) return Style::bad;
+    if (line.starts_with("  >")) return Style::faint;
+    return line.starts_with("Card") ? Style::heading : Style::plain;
 }
 
 }  // namespace
 
-std::string commandLine(ByteView command) {
-    const Instruction* instruction = instructionOf(command);
-    const bool isMasked = instruction != nullptr && instruction->carriesPin;
-    return wrapped(fmt::format("  > {:<{}}", nameOf(command), nameWidth), command,
-                   isMasked ? headerLength : command.size());
+struct Trace::State {
+    State(bool isShown, recording::Conversation* conversation)
+        : kept(conversation), progress(stderr, !isShown), terminal(stderr) {
+        if (!isShown) return;
+        writer.emplace([this](const std::string& line) {
+            fmt::print(stderr, "{}\n", terminal.styled(styleOf(line), line));
+        });
+    }
+
+    void keep(recording::Entry entry) const {
+        if (kept != nullptr) kept->entries.push_back(std::move(entry));
+    }
+
+    recording::Conversation* kept;
+    Progress progress;
+    Terminal terminal;
+    std::optional<recording::Writer> writer;
+    std::vector<std::function<void(const std::string&)>> listeners;
+    recording::WrittenCommand command;
+    Clock::time_point commandStart;
+    Clock::time_point callStart;
+    bool isBegun = false;
+};
+
+Trace::Trace(bool isShown, recording::Conversation* kept)
+    : state_(std::make_unique<State>(isShown, kept)) {}
+
+Trace::~Trace() {
+    if (state_->writer && state_->isBegun) state_->writer->end();
 }
 
-std::string replyLine(LONG status, ByteView reply) {
-    if (status != SCARD_S_SUCCESS) {
-        return fmt::format("  < {}", statusText(static_cast<DWORD>(status)));
-    }
-    if (reply.empty()) return "  < nothing";
-    const std::string head = fmt::format(
-        "  < {:<{}}", reply.size() > 2 ? fmt::format("{} bytes", reply.size() - 2) : "", nameWidth);
-    return wrapped(head, reply, reply.size());
+bool Trace::isOn() const {
+    return state_->writer || state_->kept != nullptr;
+}
+
+bool Trace::isUseful() const {
+    return isOn() || state_->progress.isOn();
+}
+
+void Trace::onCall(std::function<void(const std::string&)> listener) const {
+    state_->listeners.push_back(std::move(listener));
+}
+
+void Trace::begin(ByteView atr, recording::Protocol protocol) const {
+    state_->isBegun = true;
+    if (state_->writer) state_->writer->begin(atr, protocol);
+    if (state_->kept == nullptr) return;
+    state_->kept->atr.assign(atr.begin(), atr.end());
+    state_->kept->protocol = protocol;
 }
 
 void Trace::entryPoint(const std::string& call) const {
-    print(call);
+    for (const auto& listener : state_->listeners) listener(call);
+    if (state_->writer) state_->writer->call(call);
+    state_->keep(recording::Call{call});
+    state_->progress.begin(call);
+    state_->callStart = Clock::now();
 }
 
 void Trace::result(DWORD status) const {
-    if (status != 0) print(fmt::format("  = {}", statusText(status)));
+    const recording::Result result{static_cast<std::uint32_t>(status), since(state_->callStart)};
+    state_->progress.end();
+    if (state_->writer) {
+        state_->writer->result(result, status == 0 ? "" : statusMeaning(status));
+    }
+    state_->keep(result);
 }
 
 void Trace::command(ByteView command) const {
-    print(commandLine(command));
+    if (state_->writer) state_->writer->command(command);
+    state_->command = recording::WrittenCommand(command);
+    state_->commandStart = Clock::now();
 }
 
-void Trace::reply(LONG status, ByteView reply) const {
-    print(replyLine(status, reply));
-}
-
-void Trace::print(const std::string& line) const {
-    if (isOn_) fmt::print(stderr, "{}\n", line);
+void Trace::reply(recording::Reply reply) const {
+    if (!reply.time) reply.time = since(state_->commandStart);
+    state_->progress.step();
+    if (state_->writer) {
+        state_->writer->reply(reply, reply.failure == 0 ? "" : statusMeaning(reply.failure));
+    }
+    state_->keep(recording::Exchange{std::move(state_->command), std::move(reply), 0});
 }
 
 }  // namespace cardhost

@@ -1,36 +1,50 @@
-// What --trace shows on standard error: the entry points as they are called and the commands and
-// replies that each of them causes, with the bytes of PINs masked.
+// What goes on between the platform, the driver and the card, told to those who want to know:
+// --trace shows it on standard error as it goes, a recording keeps it. The text form is that of
+// docs/conversation-format.md; the bytes of PINs are masked.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "bytes.h"
 #include "platform/minidriver.h"
+#include "recording/conversation.h"
 
 namespace cardhost {
 
-/// The line of a command: its name and its bytes. What follows the five header bytes of a command
-/// that carries a PIN (VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER) is shown as **.
-std::string commandLine(ByteView command);
-
-/// The line of a reply, or of the status with which the transmission failed.
-std::string replyLine(LONG status, ByteView reply);
-
 class Trace {
 public:
-    explicit Trace(bool isOn) : isOn_(isOn) {}
+    /// `isShown` lets it be shown on standard error, `kept` takes what is to be kept (null for
+    /// nothing) and has to outlive the trace.
+    explicit Trace(bool isShown, recording::Conversation* kept = nullptr);
+    /// Shows the end of the conversation.
+    ~Trace();
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
 
-    bool isOn() const { return isOn_; }
+    /// Whether anyone wants to know of commands: then a seam has to stand between driver and
+    /// reader.
+    bool isOn() const;
+    /// Whether commands would help at least to tell how a long call gets on.
+    bool isUseful() const;
 
+    /// Is told of each entry point ahead of its call.
+    void onCall(std::function<void(const std::string& call)> listener) const;
+
+    /// A card was connected to.
+    void begin(ByteView atr, recording::Protocol protocol) const;
+    /// An entry point is called, and came back.
     void entryPoint(const std::string& call) const;
     void result(DWORD status) const;
+    /// A command goes to the card, and what came back for it. A reply that does not tell the time
+    /// it took took that since the command.
     void command(ByteView command) const;
-    void reply(LONG status, ByteView reply) const;
+    void reply(recording::Reply reply) const;
 
 private:
-    void print(const std::string& line) const;
-
-    bool isOn_;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace cardhost

@@ -6,11 +6,10 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
+#include "commands/key_command.h"
 #include "files.h"
 #include "key_operations.h"
 #include "openssl_hints.h"
-#include "pins.h"
-#include "session.h"
 
 namespace cardhost {
 
@@ -22,14 +21,10 @@ const std::map<std::string, Provider> providers = {{"ksp", Provider::keyStorage}
                                                    {"csp", Provider::cryptoApi}};
 
 struct SignOptions {
-    unsigned container = 0;
+    KeyOptions key;
     std::string hash = "sha256";
     std::string scheme;
     std::string provider = "ksp";
-    std::string in;
-    std::string out;
-    bool withoutPin = false;
-    PinOptions pin;
 };
 
 Scheme schemeOf(const SignOptions& options, const Container& container) {
@@ -55,25 +50,27 @@ void checkProvider(const SignOptions& options, Scheme scheme, const Hash& hash) 
 
 void sign(const SignOptions& options, const CommonOptions& common, std::FILE* stream) {
     const Hash& hash = *hashNamed(options.hash);
-    const Bytes hashValue = hashOfFile(hash, os::pathOf(options.in));
-    Session session(common, stream);
-    const Container container = containerAt(session.acquisition, options.container);
-    const Scheme scheme = schemeOf(options, container);
-    checkProvider(options, scheme, hash);
-    if (!options.withoutPin) verifyPin(session.acquisition, container.pin, options.pin);
-    const Bytes signature = signHash(session.acquisition, container, scheme,
-                                     providers.at(options.provider), hash, hashValue);
-    writeFile(os::pathOf(options.out), ByteView(signature));
-
-    Report& report = session.report;
-    report.heading("Signature");
-    report.row("file", options.in);
-    report.row(hash.name, hex(hashValue));
-    report.row("key", fmt::format("container {}, {}", container.index,
-                                  container.certificate.key.description));
-    report.row("written", fmt::format("{}, {} bytes", options.out, signature.size()));
-    report.row("check it with",
-               verifyCommand(scheme, hash, "PUBLIC-KEY.pem", options.out, options.in));
+    const Bytes hashValue = hashOfFile(hash, os::pathOf(options.key.in));
+    KeyUse use;
+    use.check = [&](const Container& container) {
+        checkProvider(options, schemeOf(options, container), hash);
+    };
+    use.work = [&](Acquisition& acquisition, const Container& container) {
+        return signHash(acquisition, container, schemeOf(options, container),
+                        providers.at(options.provider), hash, hashValue);
+    };
+    use.tell = [&](Report& report, const Container& container, const Bytes& signature) {
+        report.heading("Signature");
+        report.row("file", options.key.in);
+        report.row(hash.name, hex(hashValue));
+        report.row("key", fmt::format("container {}, {}", container.index,
+                                      container.certificate.key.description));
+        report.row("written", fmt::format("{}, {} bytes", options.key.out, signature.size()));
+        report.row("check it with",
+                   verifyCommand(schemeOf(options, container), hash, "PUBLIC-KEY.pem",
+                                 options.key.out, options.key.in));
+    };
+    useKey(options.key, common, stream, use);
 }
 
 }  // namespace
@@ -84,10 +81,6 @@ void addSign(CLI::App& program, Action& action) {
         "sign",
         "Hash a file and have the card sign the hash; the signature is one that openssl "
         "verifies");
-    command->add_option("--container", options->container, "Whose key signs")
-        ->check(CLI::Range(0, 255).description(""))
-        ->capture_default_str()
-        ->type_name("N");
     command->add_option("--hash", options->hash, "The hash function; sha224 for EC keys only")
         ->check(CLI::IsMember(hashNames()))
         ->capture_default_str()
@@ -105,13 +98,8 @@ void addSign(CLI::App& program, Action& action) {
         ->check(CLI::IsMember({"ksp", "csp"}))
         ->capture_default_str()
         ->type_name("NAME");
-    command->add_option("--in", options->in, "The file to sign")->required()->type_name("FILE");
-    command->add_option("--out", options->out, "Where the signature goes")
-        ->required()
-        ->type_name("FILE");
-    command->add_flag("--no-pin", options->withoutPin,
-                      "Do not verify the PIN first, to see what the card says to that");
-    addPinOptions(*command, options->pin);
+    addKeyOptions(*command, options->key,
+                  {"Whose key signs", "--in", "The file to sign", "Where the signature goes"});
     command->callback([options, &action] {
         action = [options](const CommonOptions& common, std::FILE* stream) {
             sign(*options, common, stream);

@@ -1,50 +1,358 @@
-// The commands of whole journeys, compared whole: no extra command is sent, nothing selected is
+// Whole journeys: what the driver asks of a card and what that says, compared byte for byte with
+// the conversations in tests/data/journeys. No extra command is sent, nothing selected is
 // remembered.
-#include "journeys.h"
+#include <botan/auto_rng.h>
+#include <botan/bigint.h>
+#include <botan/ecdh.h>
+#include <botan/pubkey.h>
+#include <botan/x509_key.h>
+#include <botan/x509cert.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
 #include "platform_side.h"
+#include "recording/parser.h"
+#include "recording/replay_card.h"
+#include "recording/writer.h"
 
 namespace boundary {
 namespace {
 
-class Journey : public ::testing::TestWithParam<int> {
-protected:
-    // Acquire, serve files and keys, verify the PIN of container 0 and sign with it.
-    std::string ofALogon() {
-        PlatformSide card(GetParam());
-        std::string text;
-        const auto note = [&](const char* title) {
-            text += std::string(title) + "\n";
-            for (const std::string& line : journey(card.reader)) text += "  " + line + "\n";
-            card.reader.clearExchanges();
+// The steps of a journey, each an entry point that has to succeed. What a step does to the card is
+// written by whoever listens at the seam.
+class Traveller {
+public:
+    /// Is told of an entry point ahead of it and behind it, and whether the card's answers to it
+    /// are another each time.
+    struct Listener {
+        std::function<void(const std::string& call, bool isRandom)> before = [](const auto&, bool) {
         };
-        card.acquireOrFail();
-        note("acquire");
-        card.readFile(nullptr, "cardid");
-        card.certificate(0);
-        card.property(WIDE_TEXT("PIN Information"), 1);
-        note("answer from memory");
-        card.openKey(0);
-        note("verify the PIN");
-        Bytes hash(32, 0x11);
-        CARD_SIGNING_INFO info{};
-        info.dwVersion = 1;
-        info.dwKeySpec = card.isEcKey(0) ? AT_ECDSA_P256 : AT_KEYEXCHANGE;
-        info.aiHashAlg = card.isEcKey(0) ? 0 : 0x800C;
-        info.pbData = hash.data();
-        info.cbData = 32;
-        EXPECT_EQ(card.sign(info).status, 0u);
-        note("sign");
-        card.openKey(1);
-        note("verify the signature PIN");
-        card.release();
-        note("delete the context");
-        return text;
-    }
-};
-INSTANTIATE_TEST_SUITE_P(EveryCard, Journey, ::testing::ValuesIn(allCardTypes));
+        std::function<void()> after = [] {};
+    };
 
-TEST_P(Journey, OfALogonIsExactlyThese) {
-    EXPECT_EQ(ofALogon(), expectedJourney(GetParam()));
+    Traveller(PlatformSide& card, Listener listener)
+        : card_(card), listener_(std::move(listener)) {}
+
+    void acquire() {
+        step("CardAcquireContext", [&] { return card_.acquire(); });
+    }
+
+    void release() {
+        step("CardDeleteContext", [&] {
+            card_.release();
+            return DWORD{0};
+        });
+    }
+
+    // What needs no command.
+    void readFromMemory() {
+        step("CardReadFile cardid", [&] { return card_.readFile(nullptr, "cardid").status; });
+        step("CardReadFile mscp/kxc00", [&] { return card_.readFile("mscp", "kxc00").status; });
+        step("CardGetProperty \"PIN Information\", flags 1",
+             [&] { return card_.property(WIDE_TEXT("PIN Information"), 1).status; });
+    }
+
+    void openKey(BYTE container) {
+        const auto role = card_.key(container).pin;
+        const PIN_ID pin = role == virtual_card::PinRole::Authentication ? 1 : 4;
+        step("CardAuthenticateEx with PIN " + std::to_string(pin),
+             [&] { return card_.authenticate(pin, card_.pin(role)); });
+    }
+
+    // A hash of 32 bytes as the older provider hands it over.
+    void sign(BYTE container) {
+        CARD_SIGNING_INFO info = signingInfo(container);
+        info.dwVersion = 1;
+        info.aiHashAlg = card_.isEcKey(container) ? 0 : 0x800C;
+        signWith(info, card_.isEcKey(container));
+    }
+
+    void signByPss(BYTE container) {
+        CARD_SIGNING_INFO info = signingInfo(container);
+        BCRYPT_PSS_PADDING_INFO padding{WIDE_TEXT("SHA256"), 32};
+        info.dwVersion = 2;
+        info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+        info.dwPaddingType = CARD_PADDING_PSS;
+        info.pPaddingInfo = &padding;
+        signWith(info, true);
+    }
+
+    void decrypt(BYTE container) {
+        const Bytes block = blockFor(container);
+        step("CardRSADecrypt with container " + std::to_string(container),
+             [&] { return card_.decrypt(container, block).status; });
+    }
+
+    void agree() {
+        Bytes blob = peerBlob();
+        CARD_DH_AGREEMENT_INFO info{};
+        info.dwVersion = 2;
+        info.dwPublicKey = static_cast<DWORD>(blob.size());
+        info.pbPublicKey = blob.data();
+        step("CardConstructDHAgreement with container 0",
+             [&] { return card_.data.pfnCardConstructDHAgreement(&card_.data, &info); });
+        const BYTE secret = info.bSecretAgreementIndex;
+        step("CardDestroyDHAgreement of secret " + std::to_string(secret),
+             [&] { return card_.data.pfnCardDestroyDHAgreement(&card_.data, secret, 0); });
+    }
+
+    BYTE containers() const {
+        return static_cast<BYTE>(card_.reader.card().generation().keys.size());
+    }
+    bool isEcKey(BYTE container) const { return card_.isEcKey(container); }
+
+private:
+    template <typename Work>
+    void step(const std::string& call, const Work& work, bool isRandom = false) {
+        listener_.before(call, isRandom);
+        EXPECT_EQ(work(), 0u) << call;
+        listener_.after();
+    }
+
+    CARD_SIGNING_INFO signingInfo(BYTE container) {
+        CARD_SIGNING_INFO info{};
+        info.bContainerIndex = container;
+        info.dwKeySpec = card_.isEcKey(container) ? AT_ECDSA_P256
+                         : container == 0         ? AT_KEYEXCHANGE
+                                                  : AT_SIGNATURE;
+        info.pbData = hash_.data();
+        info.cbData = static_cast<DWORD>(hash_.size());
+        return info;
+    }
+
+    void signWith(const CARD_SIGNING_INFO& info, bool isRandom) {
+        step(
+            "CardSignData with container " + std::to_string(info.bContainerIndex),
+            [&] { return card_.sign(info).status; }, isRandom);
+    }
+
+    std::unique_ptr<Botan::Public_Key> publicKey(BYTE container) {
+        const Bytes certificate = card_.certificate(container);
+        return Botan::X509_Certificate(certificate).load_subject_public_key();
+    }
+
+    // The same block each time: PKCS#1 v1.5 padding (RFC 8017, 7.2.1) with one value for all
+    // filler.
+    Bytes blockFor(BYTE container) {
+        const auto key = publicKey(container);
+        const std::string message = "for the card alone";
+        Bytes padded((key->key_length() + 7) / 8, 0x55);
+        padded[0] = 0;
+        padded[1] = 2;
+        *(padded.end() - static_cast<std::ptrdiff_t>(message.size()) - 1) = 0;
+        std::copy(message.begin(), message.end(),
+                  padded.end() - static_cast<std::ptrdiff_t>(message.size()));
+        const auto block = Botan::PK_Encryptor_EME(*key, random_, "Raw")
+                               .encrypt(padded.data(), padded.size(), random_);
+        return reversed({block.begin(), block.end()});
+    }
+
+    // The same key of the other party each time, as the platform hands it over.
+    Bytes peerBlob() {
+        const auto key = publicKey(0);
+        const auto& ecKey = dynamic_cast<const Botan::EC_PublicKey&>(*key);
+        const Botan::ECDH_PrivateKey peer(random_, ecKey.domain(),
+                                          Botan::BigInt(0x0123456789ABCDEF));
+        const auto point = peer.public_value();
+        Bytes blob = fromHex("45434B3100000000");
+        blob[4] = static_cast<std::uint8_t>((point.size() - 1) / 2);
+        blob.insert(blob.end(), point.begin() + 1, point.end());
+        return blob;
+    }
+
+    PlatformSide& card_;
+    Listener listener_;
+    Bytes hash_ = Bytes(32, 0x11);
+    Botan::AutoSeeded_RNG random_;
+};
+
+void logon(Traveller& traveller) {
+    traveller.acquire();
+    traveller.readFromMemory();
+    traveller.openKey(0);
+    traveller.sign(0);
+    traveller.openKey(1);
+    traveller.release();
+}
+
+void signatures(Traveller& traveller) {
+    traveller.acquire();
+    for (BYTE container = 0; container < traveller.containers(); ++container) {
+        traveller.openKey(container);
+        traveller.sign(container);
+        if (!traveller.isEcKey(container)) {
+            traveller.openKey(container);
+            traveller.signByPss(container);
+        }
+    }
+    traveller.release();
+}
+
+void decryption(Traveller& traveller) {
+    traveller.acquire();
+    for (BYTE container = 0; container < traveller.containers(); ++container) {
+        if (traveller.isEcKey(container)) continue;
+        traveller.openKey(container);
+        traveller.decrypt(container);
+    }
+    traveller.release();
+}
+
+void agreement(Traveller& traveller) {
+    traveller.acquire();
+    traveller.openKey(0);
+    traveller.agree();
+    traveller.release();
+}
+
+struct Journey {
+    const char* name;
+    int cardType;
+    void (*travel)(Traveller& traveller);
+};
+
+const Journey journeys[] = {
+    {"logon", 3, logon},           {"logon", 4, logon},           {"logon", 5, logon},
+    {"logon", 6, logon},           {"logon", 7, logon},           {"logon", 8, logon},
+    {"signatures", 3, signatures}, {"signatures", 4, signatures}, {"signatures", 5, signatures},
+    {"signatures", 6, signatures}, {"signatures", 7, signatures}, {"signatures", 8, signatures},
+    {"decryption", 3, decryption}, {"decryption", 6, decryption}, {"agreement", 4, agreement},
+    {"agreement", 5, agreement},   {"agreement", 6, agreement},   {"agreement", 7, agreement},
+    {"agreement", 8, agreement},
+};
+
+void PrintTo(const Journey& journey, std::ostream* stream) {
+    *stream << journey.name << " of card type " << journey.cardType;
+}
+
+std::string fileName(const Journey& journey) {
+    return "card-type-" + std::to_string(journey.cardType) + "-" + journey.name + ".txt";
+}
+
+// The build puts the folder beside the program (tests/boundary/CMakeLists.txt).
+std::filesystem::path folder(const char* name) {
+    return std::filesystem::path(programFolder()) / name;
+}
+
+std::string kept(const Journey& journey) {
+    const auto path = folder("journeys") / fileName(journey);
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path << " cannot be read";
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The journey with the virtual card as a conversation. What a card chooses at random, the
+// signatures of EC keys and of PSS, is 00.
+std::string seen(const Journey& journey) {
+    PlatformSide card(journey.cardType);
+    std::string text;
+    bool isRandom = false;
+    recording::Writer writer([&](const std::string& line) { text += line + '\n'; });
+    writer.note("Journey of the tests: " + std::string(journey.name) + ", virtual card of type " +
+                std::to_string(journey.cardType) +
+                ".\nSignatures by ECDSA and PSS are random: 00 here.");
+    writer.begin(card.atr, card.reader.card().generation().protocol == 0 ? recording::Protocol::t0
+                                                                         : recording::Protocol::t1);
+    card.reader.onExchange = [&](const virtual_card::Exchange& exchange) {
+        writer.command(exchange.command);
+        recording::Reply reply{exchange.reply, exchange.code, {}};
+        if (isRandom && reply.bytes.size() > 2)
+            std::fill(reply.bytes.begin(), reply.bytes.end() - 2, 0);
+        writer.reply(reply);
+    };
+    Traveller::Listener listener;
+    listener.before = [&](const std::string& call, bool random) {
+        writer.call(call);
+        isRandom = random;
+    };
+    listener.after = [&] { writer.result({}); };
+    Traveller traveller(card, listener);
+    journey.travel(traveller);
+    writer.end();
+    return text;
+}
+
+// The first line in which two texts differ.
+std::string difference(const std::string& seen, const std::string& kept) {
+    std::istringstream left(seen), right(kept);
+    std::string ofSeen, ofKept;
+    for (int number = 1;; ++number) {
+        const bool hasSeen = static_cast<bool>(std::getline(left, ofSeen));
+        const bool hasKept = static_cast<bool>(std::getline(right, ofKept));
+        if (hasSeen && hasKept && ofSeen == ofKept) continue;
+        return "line " + std::to_string(number) + "\n  seen: " + (hasSeen ? ofSeen : "(end)") +
+               "\n  kept: " + (hasKept ? ofKept : "(end)");
+    }
+}
+
+class EveryJourney : public ::testing::TestWithParam<Journey> {};
+INSTANTIATE_TEST_SUITE_P(Kept, EveryJourney, ::testing::ValuesIn(journeys), [](const auto& row) {
+    return row.param.name + std::to_string(row.param.cardType);
+});
+
+TEST_P(EveryJourney, IsExactlyTheOneThatIsKept) {
+    const std::string now = seen(GetParam());
+    const std::string then = kept(GetParam());
+    if (now == then) return;
+    std::filesystem::create_directories(folder("journeys-seen"));
+    const auto path = folder("journeys-seen") / fileName(GetParam());
+    std::ofstream(path, std::ios::binary) << now;
+    FAIL() << fileName(GetParam()) << ": " << difference(now, then)
+           << "\nThe whole of what was seen: " << path;
+}
+
+TEST_P(EveryJourney, IsPlayedAgainByTheFileAlone) {
+    const auto conversation = recording::parse(kept(GetParam()));
+    recording::ReplayCard replay(conversation);
+    PlatformSide card(GetParam().cardType);  // for its PINs and keys; its reader stays idle
+    putBehindTheSeam(replay.seam());
+    card.data.hScard = replay.cardHandle();
+    card.data.hSCardCtx = replay.contextHandle();
+    Traveller::Listener listener;
+    listener.before = [&](const std::string& call, bool) { replay.beginCall(call); };
+    Traveller traveller(card, listener);
+    GetParam().travel(traveller);
+    EXPECT_EQ(replay.mismatch(), "");
+    EXPECT_TRUE(replay.isAtEnd());
+}
+
+// The PINs' bytes and padding, which no conversation holds.
+struct VerifyRow {
+    int cardType;
+    BYTE container;
+    const char* command;
+};
+
+const VerifyRow verifyRows[] = {
+    {3, 0, "002000110431323334"},
+    {3, 1, "0020009506313233343536"},
+    {4, 0, "002000110C313233340000000000000000"},
+    {4, 1, "002000820C313233343536000000000000"},
+    {5, 0, "002000110C313233340000000000000000"},
+    {5, 1, "002000820C313233343536000000000000"},
+    {6, 0, "002000810431323334"},
+    {6, 1, "0020008106313233343536"},
+    {7, 0, "002000110C313233340000000000000000"},
+    {7, 1, "002000820C313233343536000000000000"},
+    {8, 0, "002000030431323334"},
+    {8, 1, "0020000406313233343536"},
+};
+
+class PinBytes : public ::testing::TestWithParam<VerifyRow> {};
+INSTANTIATE_TEST_SUITE_P(EveryPin, PinBytes, ::testing::ValuesIn(verifyRows), [](const auto& row) {
+    return "Card" + std::to_string(row.param.cardType) + "Container" +
+           std::to_string(row.param.container);
+});
+
+TEST_P(PinBytes, AreExactlyThese) {
+    PlatformSide card(GetParam().cardType);
+    card.acquireOrFail();
+    card.openKey(GetParam().container);
+    EXPECT_EQ(toHex(card.reader.exchanges().back().command), GetParam().command);
 }
 
 }  // namespace

@@ -90,6 +90,7 @@ VirtualReader::VirtualReader(const Generation& generation)
         if (card != here.cardHandle()) return status(pcsc::invalidHandle);
         ByteView bytes(command, commandLength);
         Exchange exchange{Bytes(bytes.begin(), bytes.end()), 0, {}};
+        if (here.onCommand) here.onCommand(bytes);
         exchange.code = here.exchange(protocol, bytes, reply, replyLength, exchange.reply);
         here.exchanges_.push_back(exchange);
         if (here.onExchange) here.onExchange(here.exchanges_.back());

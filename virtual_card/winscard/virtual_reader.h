@@ -105,6 +105,8 @@ public:
     /// How many more SCardBeginTransaction than SCardEndTransaction there were.
     int openTransactions() const { return openTransactions_; }
 
+    /// Is shown each command ahead of its way to the card.
+    std::function<void(ByteView)> onCommand;
     /// Is shown each exchange as it ends.
     std::function<void(const Exchange&)> onExchange;
 

@@ -1,0 +1,53 @@
+#include "progress.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "os.h"
+
+namespace cardhost {
+
+namespace {
+
+constexpr auto patience = std::chrono::seconds(1);
+constexpr auto pace = std::chrono::milliseconds(250);
+constexpr const char* toLineStart = "\r\033[K";
+constexpr std::size_t longestName = 50;
+
+}  // namespace
+
+Progress::Progress(std::FILE* stream, bool isWanted) : now_(Clock::now) {
+    if (!isWanted || !os::isTerminal(stream)) return;
+    write_ = [stream](const std::string& text) {
+        fmt::print(stream, "{}", text);
+        std::fflush(stream);
+    };
+}
+
+Progress::Progress(std::function<void(const std::string&)> write, Now now)
+    : write_(std::move(write)), now_(std::move(now)) {}
+
+void Progress::begin(const std::string& what) {
+    what_ = what.substr(0, longestName);
+    start_ = shown_ = now_();
+    steps_ = 0;
+}
+
+void Progress::step() {
+    ++steps_;
+    if (!write_) return;
+    const auto now = now_();
+    if (now - start_ < patience || (isShown_ && now - shown_ < pace)) return;
+    const double seconds = std::chrono::duration<double>(now - start_).count();
+    write_(fmt::format("{}{}: {} commands, {:.1f} s", toLineStart, what_, steps_, seconds));
+    isShown_ = true;
+    shown_ = now;
+}
+
+void Progress::end() {
+    if (isShown_) write_(toLineStart);
+    isShown_ = false;
+}
+
+}  // namespace cardhost
