@@ -16,7 +16,7 @@ protected:
         card.data.hSCardCtx = contextHandle;
     }
     void expectService() {
-        card.acquireOrFail();
+        ASSERT_EQ(card.acquire(), 0u);
         for (BYTE container = 0; container < card.containers(); ++container) {
             EXPECT_TRUE(card.signsTruly(container)) << int(container);
         }
