@@ -7,3 +7,7 @@ add_link_options(-fstack-protector-strong -Wl,--no-insert-timestamp -Wl,--dynami
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
     add_link_options(-Wl,--high-entropy-va)
 endif()
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    # For the programs of the tests: Wine's own printf functions for ARM64 crash.
+    add_compile_definitions(__USE_MINGW_ANSI_STDIO=1)
+endif()
