@@ -136,13 +136,14 @@ def make(version, architecture, folder, msi, cards, epoch):
     moment = datetime.datetime.fromtimestamp(epoch, datetime.timezone.utc)
     at_that_time = ["faketime", "-f", f"{moment:%Y-%m-%d %H:%M:%S}"]
     environment = {**os.environ, "TZ": "UTC"}
-    # What the driver has logged goes with the folder: wixl does not know RemoveFile.
-    log_files = ("INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `FileName`, `DirProperty`,"
-                 f" `InstallMode`) VALUES ('LogFiles', 'LogFolder{architecture}', '*.*',"
-                 " 'LogFolderOfProduct', 2)")
+    # What the driver has logged goes with the folder, and the folder around it: wixl knows neither.
+    removed = [("INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `FileName`, `DirProperty`, `InstallMode`)"
+                f" VALUES ('LogFiles', 'LogFolder{architecture}', '*.*', 'LogFolderOfProduct', 2)"),
+               ("INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `DirProperty`, `InstallMode`)"
+                f" VALUES ('ProductFolderGone', 'LogFolder{architecture}', 'ProductFolder', 2)")]
     try:
         for command in (["wixl", "--arch", wixl_name, "--output", msi.resolve(), text.name],
-                        ["msibuild", msi.resolve(), "-q", log_files],
+                        ["msibuild", msi.resolve(), "-q", *removed],
                         ["msibuild", msi.resolve(), "-s", PRODUCT, MAKER, template, "{" + code + "}"]):
             subprocess.run([*at_that_time, *command], cwd=folder, env=environment, check=True)
     finally:
