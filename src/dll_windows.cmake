@@ -4,12 +4,15 @@ configure_file(platform/windows/version.rc.in "${CMAKE_CURRENT_BINARY_DIR}/versi
 set(exports "${CMAKE_CURRENT_SOURCE_DIR}/platform/windows/exports.def")
 target_link_libraries(kelmora_driver INTERFACE winscard crypt32 advapi32 bcrypt winhttp ole32 user32)
 # Names and lines for debuggers: they go to a file beside the DLL, nothing of them stays in it.
-target_compile_options(kelmora_driver PRIVATE -g1)
+target_compile_options(kelmora_driver PRIVATE -g1 ${KELMORA_STACK_PROTECTION})
 
 add_library(minidriver MODULE frame/dll_main.cpp frame/exported_function.cpp
             platform/windows/fixed_paths.cpp platform/windows/load_configuration.cpp
-            platform/windows/terminate.cpp "${CMAKE_CURRENT_BINARY_DIR}/version.rc")
-target_compile_options(minidriver PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-g1>)
+            platform/windows/terminate.cpp
+            $<$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},aarch64>:platform/windows/stack_guard.cpp>
+            "${CMAKE_CURRENT_BINARY_DIR}/version.rc")
+target_compile_options(minidriver PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-g1>
+                       $<$<COMPILE_LANGUAGE:CXX>:${KELMORA_STACK_PROTECTION}>)
 # The same once more with all that a debugger wants, and a map of what was taken from where: kept for
 # crash dumps and the bill of materials, never installed.
 add_library(minidriver_debug MODULE EXCLUDE_FROM_ALL $<TARGET_OBJECTS:minidriver>)

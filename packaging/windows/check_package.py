@@ -95,10 +95,6 @@ def code_of(msi):
     return next(line for line in text.splitlines() if line.startswith("Revision"))
 
 
-def product_of(msi):
-    return next(row["Value"] for row in msi_table(msi, "Property") if row["Property"] == "ProductCode")
-
-
 def check_refusals(checks, machine, package_folder, work, cards):
     architecture = machine.architecture
     for other in make_msi.ARCHITECTURES:
@@ -143,7 +139,7 @@ def check_life(checks, machine, folder, msi, work, cards):
     key = rf"HKLM\SOFTWARE\Microsoft\Cryptography\Calais\SmartCards\{next(iter(rows))}"
     machine.run("reg", "delete", key, "/f")
     checks.check("a file and a row are gone", machine.files() != ours and machine.database() != views)
-    checks.equal("is repaired", machine.run("msiexec", "/fa", product_of(msi), "/qn").returncode, 0)
+    checks.equal("is repaired", machine.msiexec("/i", msi, "REINSTALL=ALL", "REINSTALLMODE=amus"), 0)
     checks.check("the file and the row are back", machine.files() == ours and machine.database() == views)
 
     _, older = package(architecture, "0.0.1", folder, work, cards, b"older")

@@ -103,7 +103,6 @@ Installed OR NATIVEPROCESSOR = "{processor}"</Condition>
             <Component Id="LogFolder{architecture}" Guid="{identifier("log " + architecture)}"
                        Win64="{"yes" if native64 else "no"}">
               <CreateFolder/>
-              <RemoveFolder Id="LogFolderGone" On="uninstall"/>
             </Component>
           </Directory>
         </Directory>
@@ -136,14 +135,16 @@ def make(version, architecture, folder, msi, cards, epoch):
     moment = datetime.datetime.fromtimestamp(epoch, datetime.timezone.utc)
     at_that_time = ["faketime", "-f", f"{moment:%Y-%m-%d %H:%M:%S}"]
     environment = {**os.environ, "TZ": "UTC"}
-    # What the driver has logged goes with the folder, and the folder around it: wixl knows neither.
-    removed = [("INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `FileName`, `DirProperty`, `InstallMode`)"
-                f" VALUES ('LogFiles', 'LogFolder{architecture}', '*.*', 'LogFolderOfProduct', 2)"),
-               ("INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `DirProperty`, `InstallMode`)"
-                f" VALUES ('ProductFolderGone', 'LogFolder{architecture}', 'ProductFolder', 2)")]
+    # wixl does not know how to remove what the driver has logged, nor a folder around a folder. In the
+    # order of these rows: the log, its folder, the folder around that.
+    log = f"'LogFolder{architecture}'"
+    columns = "INSERT INTO `RemoveFile` (`FileKey`, `Component_`, `FileName`, `DirProperty`, `InstallMode`) VALUES"
+    removal = [f"{columns} ('RemoveLog1', {log}, 'KELMORA.LOG|Kelmora-ID-minidriver.log', 'LogFolderOfProduct', 2)",
+               f"{columns} ('RemoveLog2', {log}, '', 'LogFolderOfProduct', 2)",
+               f"INSERT INTO `CreateFolder` (`Directory_`, `Component_`) VALUES ('ProductFolder', {log})"]
     try:
         for command in (["wixl", "--arch", wixl_name, "--output", msi.resolve(), text.name],
-                        ["msibuild", msi.resolve(), "-q", *removed],
+                        ["msibuild", msi.resolve(), "-q", *removal],
                         ["msibuild", msi.resolve(), "-s", PRODUCT, MAKER, template, "{" + code + "}"]):
             subprocess.run([*at_that_time, *command], cwd=folder, env=environment, check=True)
     finally:

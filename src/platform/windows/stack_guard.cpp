@@ -1,0 +1,36 @@
+#include <cstdint>
+
+#include "platform/win32.h"
+
+// What the compiler's checks for overrun buffers on the stack call, where the toolchain has no
+// library of it (ARM64). The guard is random at each load; an overrun ends the process at once.
+
+#ifndef FAST_FAIL_STACK_COOKIE_CHECK_FAILURE
+constexpr unsigned FAST_FAIL_STACK_COOKIE_CHECK_FAILURE = 2;
+#endif
+
+extern "C" {
+
+extern std::uintptr_t __stack_chk_guard;
+std::uintptr_t __stack_chk_guard = 0x0BADC0DE;  // until the constructor below has run
+
+[[noreturn]] void __stack_chk_fail();
+[[noreturn]] void __stack_chk_fail() {
+    __fastfail(FAST_FAIL_STACK_COOKIE_CHECK_FAILURE);
+}
+
+}  // extern "C"
+
+namespace {
+
+// Not protected itself: it changes the guard.
+[[gnu::constructor, gnu::no_stack_protector]] void chooseGuard() {
+    std::uintptr_t random = 0;
+    BCRYPT_ALG_HANDLE const systemsOwn = nullptr;
+    if (BCryptGenRandom(systemsOwn, reinterpret_cast<PUCHAR>(&random), sizeof(random),
+                        BCRYPT_USE_SYSTEM_PREFERRED_RNG) >= 0) {
+        __stack_chk_guard = random;
+    }
+}
+
+}  // namespace
