@@ -121,7 +121,7 @@ def main():
         (folder / "debug").mkdir()
         for name, target, built in dlls:
             debug = built.with_name(built.name + ".debug")
-            if debug.exists():
+            if debug.exists():  # the forwarder has no code to tell about
                 shutil.copyfile(debug, folder / "debug" / (name.replace("/", "-") + ".debug"))
         make_sbom.make(version, date,
                        [(name, target, built.with_suffix(".map") if built.with_suffix(".map").exists() else None)
