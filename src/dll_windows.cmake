@@ -19,12 +19,15 @@ add_library(minidriver_debug MODULE EXCLUDE_FROM_ALL $<TARGET_OBJECTS:minidriver
 foreach(target IN ITEMS minidriver minidriver_debug)
     target_link_libraries(${target} PRIVATE kelmora_warnings kelmora_driver)
     set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME kelmora-id-minidriver
-                          LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}" LINKER_LANGUAGE CXX
+                          LINKER_LANGUAGE CXX
                           LINK_DEPENDS "${exports}" LINK_OPTIONS "${exports}")
 endforeach()
 target_link_options(minidriver PRIVATE -s)
-target_link_options(minidriver_debug PRIVATE "--Xlink=-map:${CMAKE_BINARY_DIR}/kelmora-id-minidriver.map")
-set_target_properties(minidriver_debug PROPERTIES SUFFIX ".dll.debug")
+set_target_properties(minidriver PROPERTIES LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+# Under the same name, which stands in the file too: every other byte of the two is the same.
+target_link_options(minidriver_debug PRIVATE
+                    "--Xlink=-map:${CMAKE_BINARY_DIR}/debug/kelmora-id-minidriver.map")
+set_target_properties(minidriver_debug PROPERTIES LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/debug")
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
     include(forwarder_windows.cmake)
 endif()

@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
-"""Installs the package of one architecture in a fresh Wine of that architecture and looks at what landed;
-repairs it, upgrades it, lets it refuse to go back and to serve other processors, and takes it away again.
+"""Installs the package of one architecture in a fresh Wine and looks at what landed; repairs it, upgrades
+it, lets it refuse to go back and to serve other processors, and takes it away again.
+
+The ARM64 package goes into an x64 Wine that is told to be an ARM64 Windows, in a copy that is marked for
+x64: Debian's ARM64 Wine has no side for 32-bit programs, so that it cannot show where the files land.
 
 Usage: packaging/windows/check_package.py [FOLDER [x64|x86|arm64]]      (build/package and x64)
 
@@ -30,6 +33,7 @@ class Machine:
 
     def __init__(self, architecture, work):
         self.architecture = architecture
+        self.wine = "x64" if architecture == "arm64" else architecture
         self.work = work
         self.prefix = ROOT / f"build/wine/package-{architecture}"
         self.windows = self.prefix / "drive_c/windows"
@@ -37,9 +41,12 @@ class Machine:
         self.prefix.with_name(self.prefix.name + ".lock").unlink(missing_ok=True)
 
     def run(self, *command):
-        return subprocess.run([ROOT / "tools/run_in_wine.sh", self.architecture, *map(str, command)], cwd=self.work,
+        return subprocess.run([ROOT / "tools/run_in_wine.sh", self.wine, *map(str, command)], cwd=self.work,
                               env={**os.environ, "WINEPREFIX": str(self.prefix)}, stdin=subprocess.DEVNULL,
                               capture_output=True)
+
+    def set_processor(self, name):
+        self.run("reg", "add", ENVIRONMENT, "/v", "PROCESSOR_ARCHITECTURE", "/d", name, "/f")
 
     def msiexec(self, how, msi, *properties):
         return self.run("msiexec", how, msi.name, *properties, "/qn").returncode
@@ -90,9 +97,16 @@ def package(architecture, version, source, work, cards, change=b""):
     return folder, msi
 
 
+def mark_for_wine(architecture, msi):
+    """An ARM64 package marked as one for x64, in place: the only difference is the template."""
+    if architecture == "arm64":
+        code = code_of(msi)
+        subprocess.run(["msibuild", msi, "-s", make_msi.PRODUCT, make_msi.MAKER, "x64;1033", code], check=True)
+
+
 def code_of(msi):
     text = subprocess.run(["msiinfo", "suminfo", msi], check=True, capture_output=True, text=True).stdout
-    return next(line for line in text.splitlines() if line.startswith("Revision"))
+    return next(line.split(": ")[1] for line in text.splitlines() if line.startswith("Revision"))
 
 
 def check_refusals(checks, machine, package_folder, work, cards):
@@ -115,11 +129,11 @@ def check_foreign_processor(checks, machine, msi):
     for other in ("ARM64", "AMD64", "x86"):
         if other == processor:
             continue
-        machine.run("reg", "add", ENVIRONMENT, "/v", "PROCESSOR_ARCHITECTURE", "/d", other, "/f")
+        machine.set_processor(other)
         code = machine.msiexec("/i", msi)
         checks.check(f"is refused where Windows' own processor is {other}", code == ERROR_FAILURE and not machine.files(),
                      f"exit code {code}")
-    machine.run("reg", "add", ENVIRONMENT, "/v", "PROCESSOR_ARCHITECTURE", "/d", processor, "/f")
+    machine.set_processor(processor)
 
 
 def check_life(checks, machine, folder, msi, work, cards):
@@ -135,7 +149,7 @@ def check_life(checks, machine, folder, msi, work, cards):
                  machine.database() == views)
     checks.equal("no log folder is made: logging stays off", machine.folders(), [])
 
-    (machine.windows / "system32" / DLL).unlink()
+    (machine.windows / "system32" / DLL).unlink(missing_ok=True)
     key = rf"HKLM\SOFTWARE\Microsoft\Cryptography\Calais\SmartCards\{next(iter(rows))}"
     machine.run("reg", "delete", key, "/f")
     checks.check("a file and a row are gone", machine.files() != ours and machine.database() != views)
@@ -143,10 +157,12 @@ def check_life(checks, machine, folder, msi, work, cards):
     checks.check("the file and the row are back", machine.files() == ours and machine.database() == views)
 
     _, older = package(architecture, "0.0.1", folder, work, cards, b"older")
+    mark_for_wine(architecture, older)
     checks.equal("an older version refuses to take its place", machine.msiexec("/i", older), ERROR_FAILURE)
     checks.check("nothing has changed by that", machine.files() == ours and machine.database() == views)
 
     newer_folder, newer = package(architecture, "99.0.0", folder, work, cards, b"newer")
+    mark_for_wine(architecture, newer)
     checks.equal("a newer version takes its place", machine.msiexec("/i", newer), 0)
     checks.check("the newer DLLs are there", machine.files() == landed(architecture, newer_folder))
     checks.check("the database is as before", machine.database() == views)
@@ -179,11 +195,17 @@ def main():
         sys.stderr.buffer.write(ready.stderr)
         return ready.returncode
 
+    machine.set_processor(make_msi.ARCHITECTURES[architecture][2])
+
     checks = Checks(f"{architecture} package")
     found = list(folder.glob(f"*-{architecture}.msi"))
     checks.equal("there is one MSI", len(found), 1)
     msi = work / "package.msi"
     shutil.copyfile(found[0], msi)
+    if architecture == "arm64":
+        checks.check("is refused as it is by a Windows that is none for ARM64",
+                     machine.msiexec("/i", msi) == ERROR_PLATFORM and not machine.files())
+    mark_for_wine(architecture, msi)
 
     _, again = package(architecture, "1.2.3", folder, work, cards)
     first = again.read_bytes()

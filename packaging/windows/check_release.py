@@ -54,6 +54,8 @@ def check_packages(checks, folder, version):
         names = {row["FileName"].split("|")[-1]: row for row in msi_table(msi, "File")}
         wanted = {name for view in make_msi.SETS[architecture] for name, _ in view}
         checks.equal(f"the {architecture} package brings its set of DLLs", set(names), wanted)
+        checks.equal(f"the {architecture} package tells the version of each file",
+                     {(row["Version"], row["Language"]) for row in names.values()}, {(version + ".0", "1033")})
         manifest = (folder / "winget/Kelmora.IDMinidriver.installer.yaml").read_text()
         entry = re.search(rf"- Architecture: {architecture}\n((?:  .*\n)+)", manifest)
         checks.check(f"the winget manifest tells the sum and the product code of the {architecture} package",

@@ -142,9 +142,12 @@ def make(version, architecture, folder, msi, cards, epoch):
     removal = [f"{columns} ('RemoveLog1', {log}, 'KELMORA.LOG|Kelmora-ID-minidriver.log', 'LogFolderOfProduct', 2)",
                f"{columns} ('RemoveLog2', {log}, '', 'LogFolderOfProduct', 2)",
                f"INSERT INTO `CreateFolder` (`Directory_`, `Component_`) VALUES ('ProductFolder', {log})"]
+    # Nor the version of a file: without it Windows would keep an older DLL, which has one, and then
+    # remove it with the older package.
+    versions = f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033'"
     try:
         for command in (["wixl", "--arch", wixl_name, "--output", msi.resolve(), text.name],
-                        ["msibuild", msi.resolve(), "-q", *removal],
+                        ["msibuild", msi.resolve(), "-q", *removal, versions],
                         ["msibuild", msi.resolve(), "-s", PRODUCT, MAKER, template, "{" + code + "}"]):
             subprocess.run([*at_that_time, *command], cwd=folder, env=environment, check=True)
     finally:

@@ -4,6 +4,7 @@ import json
 import pathlib
 import re
 import subprocess
+from urllib.parse import quote
 
 MAKER = "The Kelmora ID minidriver developers"
 GCC_LICENCE = "GPL-3.0-or-later WITH GCC-exception-3.1"
@@ -23,18 +24,17 @@ COMPONENTS = {
 OUR_OWN = r"libkelmora_driver|\w+\.cpp\.obj|version\.rc\.res|<linker-defined>|<absolute>|<common>"
 
 
-def package_version(package):
-    """Version and source version of an installed Debian package."""
-    return subprocess.run(["dpkg-query", "-W", "-f", "${source:Version}", package], check=True,
+def package_version(package, field="source:Version"):
+    return subprocess.run(["dpkg-query", "-W", "-f", f"${{{field}}}", package], check=True,
                           capture_output=True, text=True).stdout
 
 
 def upstream(version):
-    return re.sub(r"^\d+:", "", version).rsplit("-", 1)[0].split("+dfsg")[0].split("~")[0]
+    return re.sub(r"^\d+:", "", version).rsplit("-", 1)[0].split("+ds")[0].split("+dfsg")[0].split("~")[0]
 
 
 def describe(component, runtime):
-    """Version, licence, Debian source package and its version of a component."""
+    """Licence, Debian package and its version of a component."""
     versions = dict(line.split(" ", 1) for line in
                     (pathlib.Path(runtime) / "versions.txt").read_text().splitlines()) if runtime else {}
     found = {
@@ -42,7 +42,9 @@ def describe(component, runtime):
         "Botan": ("BSD-2-Clause", "botan", lambda: package_version("libbotan-2-dev")),
         "libc++": (LLVM_LICENCE, "llvm-toolchain-19", lambda: versions["llvm-toolchain-19"]),
         "compiler-rt": (LLVM_LICENCE, "llvm-toolchain-22", lambda: package_version("clang-22")),
-        "GCC runtime": (GCC_LICENCE, "gcc-mingw-w64", lambda: package_version("g++-mingw-w64-x86-64-win32")),
+        # Its source package has a number of its own: the version of the compiler is that of the binary.
+        "GCC runtime": (GCC_LICENCE, "g++-mingw-w64-x86-64-win32",
+                        lambda: package_version("g++-mingw-w64-x86-64-win32", "Version")),
         "mingw-w64 runtime": (MINGW_LICENCE, "mingw-w64", lambda: package_version("mingw-w64-common")),
     }[component]
     return found[0], found[1], found[2]()
@@ -88,7 +90,7 @@ def make(version, date, files, runtime, output):
                 "supplier": "Organization: Debian", "downloadLocation": "NOASSERTION", "filesAnalyzed": False,
                 "licenseConcluded": licence, "licenseDeclared": licence, "copyrightText": "NOASSERTION",
                 "externalRefs": [{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
-                                  "referenceLocator": f"pkg:deb/debian/{source}@{debian}?arch=source"}]}
+                                  "referenceLocator": f"pkg:deb/debian/{quote(source)}@{quote(debian)}"}]}
             relations.append((identifier, "STATIC_LINK", reference))
     document = {
         "spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT",

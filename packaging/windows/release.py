@@ -120,12 +120,13 @@ def main():
     if options.release:
         (folder / "debug").mkdir()
         for name, target, built in dlls:
-            debug = built.with_name(built.name + ".debug")
+            debug = built.parent / "debug" / DLL
             if debug.exists():  # the forwarder has no code to tell about
                 shutil.copyfile(debug, folder / "debug" / (name.replace("/", "-") + ".debug"))
+        maps = [(built.parent / "debug" / DLL).with_suffix(".map") for _, _, built in dlls]
         make_sbom.make(version, date,
-                       [(name, target, built.with_suffix(".map") if built.with_suffix(".map").exists() else None)
-                        for name, target, built in dlls],
+                       [(name, target, link_map if link_map.exists() else None)
+                        for (name, target, _), link_map in zip(dlls, maps)],
                        options.runtime, folder / f"kelmora-id-minidriver-{version}.spdx.json")
         make_winget.make(version, date, packages, options.address, folder / "winget")
         write_sums(folder)

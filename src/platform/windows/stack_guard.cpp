@@ -5,10 +5,6 @@
 // What the compiler's checks for overrun buffers on the stack call, where the toolchain has no
 // library of it (ARM64). The guard is random at each load; an overrun ends the process at once.
 
-#ifndef FAST_FAIL_STACK_COOKIE_CHECK_FAILURE
-constexpr unsigned FAST_FAIL_STACK_COOKIE_CHECK_FAILURE = 2;
-#endif
-
 extern "C" {
 
 extern std::uintptr_t __stack_chk_guard;
@@ -16,7 +12,8 @@ std::uintptr_t __stack_chk_guard = 0x0BADC0DE;  // until the constructor below h
 
 [[noreturn]] void __stack_chk_fail();
 [[noreturn]] void __stack_chk_fail() {
-    __fastfail(FAST_FAIL_STACK_COOKIE_CHECK_FAILURE);
+    asm volatile("mov w0, #2\n\tbrk #0xf003" ::: "w0");
+    __builtin_unreachable();
 }
 
 }  // extern "C"

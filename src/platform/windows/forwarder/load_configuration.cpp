@@ -2,11 +2,9 @@
 // loader's changes for the other view stand and that imports are looked for in System32 only.
 // Compiled without Windows' headers, which do not know one of the two views; theirs of this
 // toolchain also is too short to hold those places.
-#include <cstdint>
-
 struct LoadConfiguration {
-    std::uint32_t size;
-    std::uint32_t filledInByTheLinker[79];
+    unsigned size;
+    unsigned filledInByTheLinker[79];
 };
 static_assert(sizeof(LoadConfiguration) == 0x140);
 
