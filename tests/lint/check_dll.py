@@ -137,7 +137,7 @@ def checks(architecture, path):
                  if section.Characteristics & bad == bad]
         yield name, ", ".join(wrong)
 
-    wrong = [section.Name.decode() for section in file.sections if section.Name.startswith((b".debug", b"/"))]
+    wrong = [section.Name.rstrip(b"\0").decode() for section in file.sections if section.Name.startswith((b".debug", b"/"))]
     yield "holds no debug information", ", ".join(wrong)
 
     kinds = {entry.struct.Type: entry for entry in getattr(file, "DIRECTORY_ENTRY_DEBUG", [])}
