@@ -62,9 +62,11 @@ run release-make "Making dist/" packaging/windows/make_release.sh
 run release-check "Checking dist/" packaging/windows/check_release.py dist
 run release-registration "Finding the cards in what registers them" \
     packaging/windows/check_registration.py dist build/native/print_card_profiles
+run release-models "Planting faults in what registers them" \
+    python3 -m unittest discover -s packaging/windows -p '*_test.py'
 run release-signing "Signing by a throw-away authority" packaging/windows/check_signing.py
 for architecture in x64 x86 arm64; do
-    run "package-$architecture" "Installing the $architecture package in its own Wine, and more" \
+    run "package-$architecture" "Installing the $architecture package in Wine, and more" \
         packaging/windows/check_package.py dist "$architecture"
 done
 run release-reproducible "Building the release twice, in two folders" tools/check_reproducible.sh
