@@ -1,18 +1,23 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 test demo lint format fuzz package sign reproducible clean
+.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all demo lint format fuzz \
+        package release sign reproducible clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
 	@echo 'make windows       both DLLs: build/windows-x64/ and build/windows-x86/'
+	@echo 'make windows-arm64 the ARM64 DLL, and the one that stands for it and the x64 DLL'
 	@echo 'make native        the same library for this machine, over PC/SC lite: build/native/'
 	@echo 'make test          every check and test; ./test.sh installs what it needs first'
+	@echo 'make test-all      the same, ARM64 and everything of a release too: half an hour'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
-	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem'
-	@echo 'make reproducible  builds both DLLs twice, in two folders, and compares'
+	@echo 'make release       everything of a release, for three architectures: dist/'
+	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem, and more in'
+	@echo '                   docs/releasing.md'
+	@echo 'make reproducible  builds the release twice, in two folders, and compares'
 	@echo 'make clean         removes build/'
 
 native:
@@ -26,8 +31,17 @@ windows-x64:
 windows-x86:
 	KELMORA_BOTAN_X86=$$(tools/build_botan.sh i686) && export KELMORA_BOTAN_X86 && $(BUILD)
 
+windows-arm64:
+	tools/install_packages.sh arm64
+	KELMORA_ARM64_RUNTIME=$$(tools/build_arm64_runtime.sh) && export KELMORA_ARM64_RUNTIME && \
+	KELMORA_BOTAN_ARM64=$$(tools/build_botan.sh aarch64) && export KELMORA_BOTAN_ARM64 && $(BUILD)
+
 test:
 	tools/run_tests.py
+
+test-all: test windows windows-arm64
+	tools/install_packages.sh test-all
+	tools/test_release.sh
 
 demo: windows-x64
 	tools/demo.sh
@@ -46,13 +60,28 @@ package: windows
 	tools/install_packages.sh package
 	packaging/windows/make_package.sh
 
-sign: windows
-	@test -n "$(CERTIFICATE)" -a -n "$(KEY)" || { echo 'usage: make sign CERTIFICATE=file.pem KEY=file.pem'; exit 2; }
+# The address where the MSIs will be to be had, for the winget manifest: ADDRESS=https://...
+release_options = $(if $(ADDRESS),--address '$(ADDRESS)')
+signing_options = --certificate '$(CERTIFICATE)' --key '$(KEY)' \
+	$(if $(PKCS11_MODULE),--pkcs11-module '$(PKCS11_MODULE)') \
+	$(if $(PASSWORD_FILE),--password-file '$(PASSWORD_FILE)') \
+	$(if $(TIMESTAMP),--timestamp '$(TIMESTAMP)')
+
+release: windows windows-arm64
 	tools/install_packages.sh package
-	packaging/windows/make_package.sh "$(CERTIFICATE)" "$(KEY)"
+	packaging/windows/make_release.sh $(release_options)
+
+sign:
+	@test -n "$(CERTIFICATE)" -a -n "$(KEY)" || { \
+		echo 'usage: make sign CERTIFICATE=file.pem KEY=file.pem|pkcs11:object=NAME'; \
+		echo '       [PKCS11_MODULE=file.so] [PASSWORD_FILE=file] [TIMESTAMP=address]'; exit 2; }
+	$(MAKE) --no-print-directory windows windows-arm64
+	tools/install_packages.sh package
+	packaging/windows/make_release.sh $(release_options) $(signing_options)
 
 reproducible:
+	tools/install_packages.sh arm64 package
 	tools/check_reproducible.sh
 
 clean:
-	rm -rf build
+	rm -rf build dist

@@ -1,6 +1,8 @@
 #!/bin/sh
-# Builds both DLLs of the sources as they stand, each twice in two folders of different names, and
-# compares the bytes.
+# Builds the release of the sources as they stand twice, in two folders of different names, and compares
+# dist/ byte for byte. Takes the runtimes of the cross builds from where they are kept.
+#
+#   tools/check_reproducible.sh
 set -eu
 repository=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d "${TMPDIR:-/tmp}/kelmora-reproducible.XXXXXX")
@@ -8,32 +10,33 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 # Compiled anew each time.
 CCACHE_DISABLE=1
-export CCACHE_DISABLE
+KELMORA_BOTAN_X64=$("$repository/tools/build_botan.sh" x86_64)
+KELMORA_BOTAN_X86=$("$repository/tools/build_botan.sh" i686)
+KELMORA_BOTAN_ARM64=$("$repository/tools/build_botan.sh" aarch64)
+KELMORA_ARM64_RUNTIME=$("$repository/tools/build_arm64_runtime.sh")
+export CCACHE_DISABLE KELMORA_BOTAN_X64 KELMORA_BOTAN_X86 KELMORA_BOTAN_ARM64 KELMORA_ARM64_RUNTIME
 
-different=0
-for target in x86_64:x64:KELMORA_BOTAN_X64 i686:x86:KELMORA_BOTAN_X86; do
-    rest=${target#*:}
-    architecture=${rest%%:*}
-    botan=$("$repository/tools/build_botan.sh" "${target%%:*}")
-    for folder in first a/second/longer-one; do
-        copy=$work/$folder
-        if [ ! -d "$copy" ]; then
-            mkdir -p "$copy"
-            (cd "$repository" && git ls-files --cached --others --exclude-standard |
-                while IFS= read -r name; do [ ! -e "$name" ] || echo "$name"; done |
-                tar --no-recursion -T - -cf -) | tar -C "$copy" -xf -
-        fi
-        echo "Building the $architecture DLL in $copy"
-        (cd "$copy" && env "${target##*:}=$botan" cmake --preset "windows-$architecture" -DKELMORA_TESTS=OFF &&
-            cmake --build "build/windows-$architecture" --target minidriver) >"$work/log.txt" 2>&1 ||
-            { tail -n 30 "$work/log.txt"; exit 1; }
+build() { # the folder
+    for architecture in x64 x86 arm64; do
+        cmake --preset "windows-$architecture" -DKELMORA_TESTS=OFF
     done
-    dll=build/windows-$architecture/kelmora-id-minidriver.dll
-    if cmp "$work/first/$dll" "$work/a/second/longer-one/$dll"; then
-        echo "Equal: $(sha256sum <"$work/first/$dll" | cut -d' ' -f1) ($architecture)"
-    else
-        different=1
-        echo "The two $architecture DLLs differ."
-    fi
+    cmake --build build/windows-arm64 --target forwarder
+    packaging/windows/make_release.sh
+}
+
+for folder in first a/second/longer-one; do
+    copy=$work/$folder
+    mkdir -p "$copy"
+    (cd "$repository" && git ls-files --cached --others --exclude-standard |
+        while IFS= read -r name; do [ ! -e "$name" ] || echo "$name"; done |
+        tar --no-recursion -T - -cf -) | tar -C "$copy" -xf -
+    echo "Building a release in $copy"
+    (cd "$copy" && build) >"$work/log.txt" 2>&1 || { tail -n 30 "$work/log.txt"; exit 1; }
 done
-exit $different
+if diff -r "$work/first/dist" "$work/a/second/longer-one/dist"; then
+    echo "Equal, $(find "$work/first/dist" -type f | wc -l) files:"
+    cat "$work/first/dist/SHA256SUMS"
+else
+    echo "The two releases differ."
+    exit 1
+fi

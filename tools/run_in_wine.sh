@@ -1,15 +1,15 @@
 #!/bin/sh
 # Runs a Windows program in Wine and exits with its exit code. Calls may run at the same time.
 #
-#   tools/run_in_wine.sh x64|x86 PROGRAM [ARGUMENT ...]
+#   tools/run_in_wine.sh x64|x86|arm64 PROGRAM [ARGUMENT ...]
 #
-# The x86 program runs in the folder of tools/wine32_folder.sh, with this repository and the current
+# An x86 or ARM64 program runs in the folder of tools/wine_folder.sh, with this repository and the current
 # folder visible at their own paths. A winscard.dll beside the program goes before Wine's own. The Wine
 # prefix is one of the repository's build folder for each architecture, unless WINEPREFIX names another
 # (inside the repository or the current folder).
 set -eu
 
-usage() { echo "usage: $0 x64|x86 PROGRAM [ARGUMENT ...]" >&2; exit 2; }
+usage() { echo "usage: $0 x64|x86|arm64 PROGRAM [ARGUMENT ...]" >&2; exit 2; }
 [ $# -ge 2 ] || usage
 architecture=$1
 shift
@@ -29,8 +29,9 @@ x64)
     export WINEARCH
     in_wine() { wine "$@"; }
     ;;
-x86)
-    folder=$("$here/wine32_folder.sh") || exit $?
+x86 | arm64)
+    folder=$("$here/wine_folder.sh" "$architecture") || exit $?
+    [ "$architecture" = x86 ] && WINEARCH=win32 || WINEARCH=win64
     as_root=
     [ "$(id -u)" = 0 ] || as_root="sudo -n"
     # The mounts live in a namespace of their own and go with the last process in it.
@@ -48,7 +49,7 @@ x86)
             done
             exec chroot "$folder" /usr/bin/env "$@"
         ' sh "$folder" "$repository" "$PWD" \
-            -i -C "$PWD" HOME=/root PATH=/usr/bin:/bin LANG=C.UTF-8 WINEARCH=win32 \
+            -i -C "$PWD" HOME=/root PATH=/usr/bin:/bin LANG=C.UTF-8 WINEARCH="$WINEARCH" \
             WINEPREFIX="$WINEPREFIX" WINEDEBUG="$WINEDEBUG" \
             WINEDLLOVERRIDES="$WINEDLLOVERRIDES" wine "$@"
     }

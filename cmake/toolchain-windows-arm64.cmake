@@ -1,0 +1,16 @@
+# The ARM64 Windows build by Debian's clang, with the headers and libraries that
+# tools/build_arm64_runtime.sh has built (KELMORA_ARM64_RUNTIME, from the preset's environment).
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(KELMORA_ARM64_RUNTIME "" CACHE PATH "Where tools/build_arm64_runtime.sh put the runtime")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELMORA_ARM64_RUNTIME)
+set(CMAKE_C_COMPILER "${KELMORA_ARM64_RUNTIME}/bin/aarch64-w64-mingw32-clang")
+set(CMAKE_CXX_COMPILER "${KELMORA_ARM64_RUNTIME}/bin/aarch64-w64-mingw32-clang++")
+set(CMAKE_RC_COMPILER llvm-windres-22)
+set(CMAKE_RC_FLAGS_INIT "--target=aarch64-w64-mingw32 -I${KELMORA_ARM64_RUNTIME}/aarch64-w64-mingw32/include")
+set(CMAKE_AR llvm-ar-22 CACHE FILEPATH "")
+set(CMAKE_RANLIB llvm-ranlib-22 CACHE FILEPATH "")
+set(CMAKE_FIND_ROOT_PATH "${KELMORA_ARM64_RUNTIME}/aarch64-w64-mingw32")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""Checks a finished release: that it is whole, and that what its files say of each other is so.
+
+Usage: packaging/windows/check_release.py [FOLDER]        (dist)
+
+Prints one line for each check, beginning with "ok" or "not ok".
+"""
+import hashlib
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+import make_msi
+from checks import Checks
+from registration import msi_table
+from release import BUILT, DRIVER_NAMES, product_version
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+def sha256(path):
+    return hashlib.sha256(path.read_bytes()).hexdigest()
+
+
+def expected_files(version):
+    files = {f"{folder}/{name}" for folder, names in BUILT.items() for name in names}
+    files |= {"driver/" + name for name in DRIVER_NAMES.values()} | {"driver/kelmora-id-minidriver.inf"}
+    files |= {f"kelmora-id-minidriver-{version}-{architecture}.msi" for architecture in BUILT}
+    files |= {"debug/" + name.replace("/", "-") + ".debug" for name in DRIVER_NAMES
+              if not DRIVER_NAMES[name].endswith("-forwarder.dll")}
+    files |= {"winget/Kelmora.IDMinidriver" + end for end in (".yaml", ".installer.yaml", ".locale.en-US.yaml")}
+    return files | {"kelmora-id-minidriver.reg", f"kelmora-id-minidriver-{version}.spdx.json", "LICENSE",
+                    "CHANGELOG.md", "SHA256SUMS"}
+
+
+def code_of(path):
+    """The bytes of a file's code."""
+    with tempfile.TemporaryDirectory() as folder:
+        target = pathlib.Path(folder) / "text"
+        subprocess.run(["llvm-objcopy-22", f"--dump-section=.text={target}", path, "/dev/null"], check=True)
+        return target.read_bytes()
+
+
+def check_packages(checks, folder, version):
+    for architecture, (_, template, _, _) in make_msi.ARCHITECTURES.items():
+        msi = folder / f"kelmora-id-minidriver-{version}-{architecture}.msi"
+        summary = subprocess.run(["msiinfo", "suminfo", msi], check=True, capture_output=True, text=True).stdout
+        checks.check(f"the {architecture} package is marked for its architecture", f"Template: {template}" in summary)
+        properties = {row["Property"]: row["Value"] for row in msi_table(msi, "Property")}
+        checks.equal(f"the {architecture} package is of this version", properties["ProductVersion"], version)
+        names = {row["FileName"].split("|")[-1]: row for row in msi_table(msi, "File")}
+        wanted = {name for view in make_msi.SETS[architecture] for name, _ in view}
+        checks.equal(f"the {architecture} package brings its set of DLLs", set(names), wanted)
+        checks.equal(f"the {architecture} package tells the version of each file",
+                     {(row["Version"], row["Language"]) for row in names.values()}, {(version + ".0", "1033")})
+        manifest = (folder / "winget/Kelmora.IDMinidriver.installer.yaml").read_text()
+        entry = re.search(rf"- Architecture: {architecture}\n((?:  .*\n)+)", manifest)
+        checks.check(f"the winget manifest tells the sum and the product code of the {architecture} package",
+                     entry and sha256(msi).upper() in entry[1] and properties["ProductCode"] in entry[1])
+
+
+def check_bill(checks, folder, version):
+    bill = json.loads((folder / f"kelmora-id-minidriver-{version}.spdx.json").read_text())
+    wanted = {"spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo"}
+    checks.check("the bill of materials is of SPDX 2.3",
+                 wanted <= set(bill) and (bill["spdxVersion"], bill["dataLicense"]) == ("SPDX-2.3", "CC0-1.0"))
+    elements = {entry["SPDXID"]: entry for entry in bill["packages"] + bill["files"]}
+    known = set(elements) | {"SPDXRef-DOCUMENT"}
+    checks.check("its relations are between what it lists", all(
+        {relation["spdxElementId"], relation["relatedSpdxElement"]} <= known for relation in bill["relationships"]))
+    checks.check("its identifiers are well formed and unique",
+                 len(elements) == len(bill["packages"]) + len(bill["files"]) and
+                 all(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", name) for name in elements))
+    checks.check("each package has a version and a licence", all(
+        re.match(r"\d", entry["versionInfo"]) and entry["licenseDeclared"] for entry in bill["packages"]))
+    for entry in bill["files"]:
+        sums = {pair["algorithm"]: pair["checksumValue"] for pair in entry["checksums"]}
+        # The DLLs as they are in the folders, signed where they are signed.
+        checks.equal(f"the bill tells the sum of {entry['fileName'][2:]}", sums["SHA256"],
+                     sha256(folder / entry["fileName"]))
+        parts = [elements[relation["relatedSpdxElement"]]["name"] for relation in bill["relationships"]
+                 if relation["spdxElementId"] == entry["SPDXID"] and relation["relationshipType"] == "STATIC_LINK"]
+        forwarder = entry["fileName"] == "./arm64/kelmora-id-minidriver.dll"
+        checks.check(f"the bill tells what is linked into {entry['fileName'][2:]}: {', '.join(parts) or 'nothing'}",
+                     (parts == []) if forwarder else {"fmt", "mingw-w64 runtime"} <= set(parts))
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "dist").resolve()
+    version, _ = product_version()
+    checks = Checks("release")
+    files = {str(path.relative_to(folder)): path for path in folder.rglob("*") if path.is_file()}
+    checks.equal("nothing is missing and nothing is too much", sorted(set(files) ^ expected_files(version)), [])
+    sums = dict(line.split("  ")[::-1] for line in (folder / "SHA256SUMS").read_text().splitlines())
+    checks.check("the sums are those of all files",
+                 sums == {name: sha256(path) for name, path in files.items() if name != "SHA256SUMS"})
+    for name, driver_name in DRIVER_NAMES.items():
+        checks.check(f"{driver_name} is {name}", sha256(folder / name) == sha256(folder / "driver" / driver_name))
+        debug = folder / "debug" / (name.replace("/", "-") + ".debug")
+        if debug.exists():
+            checks.check(f"{debug.name} has the code of {name}", code_of(debug) == code_of(folder / name))
+            checks.check(f"{debug.name} has names and lines", b".debug_line" in debug.read_bytes())
+    check_packages(checks, folder, version)
+    check_bill(checks, folder, version)
+    return checks.exit_code()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,75 @@
+#!/bin/sh
+# What only a release needs to be tested for: the boundary suite against the ARM64 DLL, the DLL files of all
+# architectures, the packages in Wine of each, signing, the contents of dist/, and that two builds are
+# equal. 'make test-all' builds the DLLs first. Each check's output goes to build/test-logs/.
+#
+#   tools/test_release.sh
+set -eu
+cd "$(dirname "$0")/.."
+logs=build/test-logs
+mkdir -p "$logs"
+passed=0 failed=0 skipped=
+
+# run NAME TITLE COMMAND... : a command that prints lines "ok - " and "not ok - ", or none and is one check
+# itself; its exit code 3 says that this machine cannot do it.
+run() {
+    name=$1 title=$2
+    shift 2
+    printf '%s\n' "  $title"
+    code=0
+    "$@" >"$logs/$name.txt" 2>&1 || code=$?
+    good=$(grep -c '^ok - ' "$logs/$name.txt" || true)
+    bad=$(grep -c '^not ok - ' "$logs/$name.txt" || true)
+    if [ "$code" = 3 ]; then
+        skipped="$skipped
+Skipped: $title: $(tail -n 1 "$logs/$name.txt")"
+        return
+    fi
+    [ "$good$bad" != 00 ] || [ "$code" != 0 ] || good=1
+    passed=$((passed + good))
+    if [ "$code" != 0 ]; then
+        [ "$bad" != 0 ] || bad=1
+        grep '^not ok - ' "$logs/$name.txt" || tail -n 40 "$logs/$name.txt"
+    fi
+    failed=$((failed + bad))
+}
+
+build_boundary_tests() {
+    cmake --build build/windows-arm64 --target boundary_tests
+}
+
+# GoogleTest's own lines, told the way of the other checks.
+boundary_arm64() {
+    tools/run_in_wine.sh arm64 hostname || return
+    cd build/windows-arm64/tests/boundary
+    ../../../../tools/run_in_wine.sh arm64 ./boundary_tests.exe >results.txt 2>&1 && code=0 || code=$?
+    tr -d '\r' <results.txt | sed -n 's/^\[       OK \] \(.*\) (.*/ok - arm64 \1/p
+        s/^\[  FAILED  \] \(.*\) (.* ms)$/not ok - arm64 \1/p'
+    # A crash leaves the last test without a line of either kind.
+    [ "$code" = 0 ] || tail -n 20 results.txt
+    return "$code"
+}
+
+run arm64-build "Building the boundary suite for ARM64" build_boundary_tests
+run arm64-boundary "Running the boundary suite against the ARM64 DLL" boundary_arm64
+for architecture in x64 x86 arm64; do
+    run "dll-$architecture" "Checking the $architecture DLL itself" tests/lint/check_dll.py \
+        "$architecture" "build/windows-$architecture/kelmora-id-minidriver.dll"
+done
+run dll-forwarder "Checking the DLL that stands for two on ARM64" tests/lint/check_dll.py forwarder \
+    build/windows-arm64/forwarder/kelmora-id-minidriver.dll
+run release-make "Making dist/" packaging/windows/make_release.sh
+run release-check "Checking dist/" packaging/windows/check_release.py dist
+run release-registration "Finding the cards in what registers them" \
+    packaging/windows/check_registration.py dist build/native/print_card_profiles
+run release-models "Planting faults in what registers them" \
+    python3 -m unittest discover -s packaging/windows -p '*_test.py'
+run release-signing "Signing by a throw-away authority" packaging/windows/check_signing.py
+for architecture in x64 x86 arm64; do
+    run "package-$architecture" "Installing the $architecture package in Wine, and more" \
+        packaging/windows/check_package.py dist "$architecture"
+done
+run release-reproducible "Building the release twice, in two folders" tools/check_reproducible.sh
+echo "$skipped"
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ] && [ "$passed" != 0 ]
