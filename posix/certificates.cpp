@@ -1,216 +1,116 @@
-// CRYPT32's certificate contexts, the RSA public key structure and base64 text.
+// CRYPT32's certificate contexts, the RSA public key structure and base64 text, over Botan.
+#include <botan/base64.h>
+#include <botan/ber_dec.h>
+#include <botan/bigint.h>
+#include <botan/data_src.h>
+
 #include <algorithm>
 #include <cstring>
-#include <deque>
 #include <exception>
 #include <memory>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/win32.h"
-#include "posix/der_reader.h"
 
-namespace KelmoraID::platform {
 namespace {
 
-constexpr DWORD E_INVALIDARG = 0x80070057;
-constexpr DWORD CERT_V1 = 0;
-constexpr DWORD CERT_V3 = 2;
-constexpr DWORD CRYPT_STRING_NOCR = 0x80000000;
+constexpr DWORD CRYPT_E_ASN1_CORRUPT = 0x80093103;
 
 BOOL fail(DWORD error) {
     SetLastError(error);
     return FALSE;
 }
 
-// A context and all that it points to; the blobs point into the encoded bytes.
+Botan::BER_Object next(Botan::BER_Decoder& decoder, Botan::ASN1_Tag type,
+                       Botan::ASN1_Tag form = Botan::UNIVERSAL) {
+    Botan::BER_Object object = decoder.get_next_object();
+    object.assert_is_a(type, form);
+    return object;
+}
+
+// A context and all that it points to.
 struct OwnedCertificate : CERT_CONTEXT {
     CERT_INFO info{};
     std::vector<BYTE> encoded;
-    std::vector<BYTE> serial;
-    std::deque<std::string> identifiers;  // a deque: their texts stay where they are
-    std::vector<CERT_EXTENSION> extensions;
+    std::string algorithm;
+    Botan::BER_Object key;  // the content of a BIT STRING: the count of unused bits, and the bytes
 };
 
-CRYPTOAPI_BLOB blobOf(std::span<const BYTE> bytes) {
-    // The published records have no const; nobody writes through them.
-    return {static_cast<DWORD>(bytes.size()), const_cast<BYTE*>(bytes.data())};
-}
+// Certificate (RFC 5280, section 4.1), of which the bytes may hold more than the one; of its fields
+// only the public key is told.
+void readCertificate(OwnedCertificate& certificate, const BYTE* bytes, std::size_t length) {
+    Botan::DataSource_Memory source(bytes, length);
+    Botan::BER_Decoder all(source);
+    Botan::BER_Decoder parts = all.start_cons(Botan::SEQUENCE);
+    certificate.encoded.assign(bytes, bytes + source.get_bytes_read());
 
-CRYPT_BIT_BLOB bitsOf(const DerElement& element) {
-    if (element.content.empty()) throw DerError{CRYPT_E_ASN1_CORRUPT};
-    const BYTE unused = element.content[0];
-    const std::span<const BYTE> bits = element.content.subspan(1);
-    if (unused > 7 || (unused != 0 && bits.empty())) throw DerError{CRYPT_E_ASN1_CORRUPT};
-    return {static_cast<DWORD>(bits.size()), const_cast<BYTE*>(bits.data()), unused};
-}
-
-LPSTR identifierOf(OwnedCertificate& certificate, const DerElement& element) {
-    return certificate.identifiers.emplace_back(dottedIdentifier(element.content)).data();
-}
-
-// AlgorithmIdentifier (RFC 5280, section 4.1.1.2); the parameters are kept as they are encoded.
-CRYPT_ALGORITHM_IDENTIFIER algorithmOf(OwnedCertificate& certificate, const DerElement& element) {
-    DerReader fields(element.content);
-    CRYPT_ALGORITHM_IDENTIFIER algorithm{};
-    algorithm.pszObjId = identifierOf(certificate, fields.next(Tag::objectIdentifier));
-    if (!fields.atEnd()) algorithm.Parameters = blobOf(fields.next().whole);
-    fields.end();
-    return algorithm;
-}
-
-// Least significant byte first, as CERT_INFO has it, without the bytes that only repeat the sign.
-std::vector<BYTE> serialOf(const DerElement& element) {
-    std::span<const BYTE> bytes = element.content;
-    if (bytes.empty()) throw DerError{CRYPT_E_ASN1_CORRUPT};
-    while (bytes.size() > 1 &&
-           ((bytes[0] == 0x00 && bytes[1] < 0x80) || (bytes[0] == 0xFF && bytes[1] >= 0x80))) {
-        bytes = bytes.subspan(1);
+    Botan::BER_Decoder fields = parts.start_cons(Botan::SEQUENCE);
+    Botan::BER_Object field = fields.get_next_object();
+    if (field.is_a(0, Botan::ASN1_Tag(Botan::CONSTRUCTED | Botan::CONTEXT_SPECIFIC))) {
+        field = fields.get_next_object();  // behind the version, which the first form has not
     }
-    return {bytes.rbegin(), bytes.rend()};
+    field.assert_is_a(Botan::INTEGER, Botan::UNIVERSAL);  // the serial number
+    // The signature's algorithm, the issuer, the validity and the subject.
+    for (int i = 0; i < 4; ++i) next(fields, Botan::SEQUENCE, Botan::CONSTRUCTED);
+    Botan::BER_Decoder keyInfo = fields.start_cons(Botan::SEQUENCE);
+    Botan::AlgorithmIdentifier algorithm;
+    keyInfo.decode(algorithm);
+    certificate.algorithm = algorithm.get_oid().to_string();
+    certificate.key = next(keyInfo, Botan::BIT_STRING);
+    keyInfo.end_cons();
+    const Botan::BER_Object& key = certificate.key;
+    if (key.length() == 0 || key.bits()[0] > 7) throw Botan::BER_Decoding_Error("BIT STRING");
+
+    next(parts, Botan::SEQUENCE, Botan::CONSTRUCTED);  // the signature's algorithm, and itself
+    next(parts, Botan::BIT_STRING);
+    parts.end_cons();
 }
 
-DWORD versionOf(DerReader& fields) {
-    const std::optional<DerElement> tagged = fields.nextIf(0xA0);
-    if (!tagged) return CERT_V1;
-    DerReader inside(tagged->content);
-    const DerElement number = inside.next(Tag::integer);
-    inside.end();
-    if (number.content.size() != 1 || number.content[0] > CERT_V3) {
-        throw DerError{CRYPT_E_ASN1_CORRUPT};
-    }
-    return number.content[0];
+// An INTEGER above 0, whatever the sign that its first bit makes of it.
+Botan::BigInt positive(Botan::BER_Decoder& fields) {
+    const Botan::BER_Object object = next(fields, Botan::INTEGER);
+    Botan::BigInt number(object.bits(), object.length());
+    if (number.is_zero()) throw Botan::BER_Decoding_Error("no key has a 0");
+    return number;
 }
 
-void readExtensions(OwnedCertificate& certificate, const DerElement& tagged) {
-    DerReader outer(tagged.content);
-    DerReader list(outer.next(Tag::sequence).content);
-    outer.end();
-    while (!list.atEnd()) {
-        DerReader fields(list.next(Tag::sequence).content);
-        CERT_EXTENSION extension{};
-        extension.pszObjId = identifierOf(certificate, fields.next(Tag::objectIdentifier));
-        if (const auto critical = fields.nextIf(Tag::boolean)) {
-            if (critical->content.size() != 1) throw DerError{CRYPT_E_ASN1_CORRUPT};
-            extension.fCritical = critical->content[0] != 0 ? TRUE : FALSE;
-        }
-        extension.Value = blobOf(fields.next(Tag::octetString).content);
-        fields.end();
-        certificate.extensions.push_back(extension);
-    }
-}
-
-// TBSCertificate (RFC 5280, section 4.1.2).
-void readToBeSigned(OwnedCertificate& certificate, const DerElement& element) {
-    CERT_INFO& info = certificate.info;
-    DerReader fields(element.content);
-    info.dwVersion = versionOf(fields);
-    certificate.serial = serialOf(fields.next(Tag::integer));
-    info.SerialNumber = blobOf(certificate.serial);
-    info.SignatureAlgorithm = algorithmOf(certificate, fields.next(Tag::sequence));
-    info.Issuer = blobOf(fields.next(Tag::sequence).whole);
-    DerReader validity(fields.next(Tag::sequence).content);
-    info.NotBefore = fileTimeOf(validity.next());
-    info.NotAfter = fileTimeOf(validity.next());
-    validity.end();
-    info.Subject = blobOf(fields.next(Tag::sequence).whole);
-    DerReader key(fields.next(Tag::sequence).content);
-    info.SubjectPublicKeyInfo.Algorithm = algorithmOf(certificate, key.next(Tag::sequence));
-    info.SubjectPublicKeyInfo.PublicKey = bitsOf(key.next(Tag::bitString));
-    key.end();
-    if (const auto issuer = fields.nextIf(0x81)) info.IssuerUniqueId = bitsOf(*issuer);
-    if (const auto subject = fields.nextIf(0x82)) info.SubjectUniqueId = bitsOf(*subject);
-    if (const auto extensions = fields.nextIf(0xA3)) readExtensions(certificate, *extensions);
-    fields.end();
-    info.cExtension = static_cast<DWORD>(certificate.extensions.size());
-    if (info.cExtension != 0) info.rgExtension = certificate.extensions.data();
-}
-
-void readCertificate(OwnedCertificate& certificate) {
-    DerReader outer(certificate.encoded);
-    DerReader parts(outer.next(Tag::sequence).content);
-    readToBeSigned(certificate, parts.next(Tag::sequence));
-    algorithmOf(certificate, parts.next(Tag::sequence));
-    bitsOf(parts.next(Tag::bitString));
-    parts.end();
-}
-
-struct RsaPublicKey {
-    std::span<const BYTE> modulus;  // most significant byte first, which is not 0
-    DWORD exponent;
-};
-
-std::span<const BYTE> unsignedOf(const DerElement& element) {
-    std::span<const BYTE> bytes = element.content;
-    while (!bytes.empty() && bytes[0] == 0) bytes = bytes.subspan(1);
-    if (bytes.empty()) throw DerError{CRYPT_E_ASN1_CORRUPT};
-    return bytes;
-}
-
-// RSAPublicKey (RFC 8017, appendix A.1.1). What follows the structure is left alone.
-RsaPublicKey rsaPublicKeyOf(std::span<const BYTE> encoded) {
-    DerReader outer(encoded);
-    DerReader fields(outer.next(Tag::sequence).content);
-    RsaPublicKey key{unsignedOf(fields.next(Tag::integer)), 0};
-    const std::span<const BYTE> exponent = unsignedOf(fields.next(Tag::integer));
-    fields.end();
-    if (exponent.size() > sizeof(key.exponent)) throw DerError{CRYPT_E_ASN1_LARGE};
-    for (const BYTE byte : exponent) key.exponent = key.exponent << 8 | byte;
-    return key;
-}
-
-std::string base64Of(std::span<const BYTE> bytes, std::string_view lineEnd) {
-    constexpr std::string_view digits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    constexpr std::size_t bytesOfLine = 48;
-    std::string text;
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        const std::span<const BYTE> group =
-            bytes.subspan(at, std::min<std::size_t>(3, bytes.size() - at));
-        std::uint32_t value = 0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            value = value << 8 | (i < group.size() ? group[i] : BYTE{0});
-        }
-        for (std::size_t i = 0; i < 4; ++i) {
-            text += i <= group.size() ? digits[value >> (18 - 6 * i) & 0x3F] : '=';
-        }
-        if (at + 3 >= bytes.size() || (at + 3) % bytesOfLine == 0) text += lineEnd;
-    }
-    return text;
+// RSAPublicKey (RFC 8017, appendix A.1.1) as a PUBLICKEYBLOB. What follows the structure is left
+// alone.
+std::vector<BYTE> rsaPublicKeyBlob(const BYTE* bytes, std::size_t length) {
+    Botan::BER_Decoder decoder(bytes, length);
+    Botan::BER_Decoder fields = decoder.start_cons(Botan::SEQUENCE);
+    const std::vector<BYTE> modulus = Botan::BigInt::encode(positive(fields));
+    const Botan::BigInt exponent = positive(fields);
+    fields.end_cons();
+    const PUBLICKEYSTRUC header{PUBLICKEYBLOB, 2, 0, CALG_RSA_KEYX};
+    const RSAPUBKEY rsa{0x31415352, static_cast<DWORD>(modulus.size() * 8), exponent.to_u32bit()};
+    std::vector<BYTE> blob(sizeof(header) + sizeof(rsa));
+    std::memcpy(blob.data(), &header, sizeof(header));
+    std::memcpy(blob.data() + sizeof(header), &rsa, sizeof(rsa));
+    blob.insert(blob.end(), modulus.rbegin(), modulus.rend());
+    return blob;
 }
 
 }  // namespace
-}  // namespace KelmoraID::platform
 
-using namespace KelmoraID::platform;
-
-// The encoded certificate is the DER element at the front of the bytes; what stands behind it is no
-// part of it.
 PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD dwCertEncodingType,
                                                    const BYTE* pbCertEncoded,
                                                    DWORD cbCertEncoded) try {
-    if ((dwCertEncodingType & X509_ASN_ENCODING) == 0 ||
-        (pbCertEncoded == nullptr && cbCertEncoded != 0)) {
-        SetLastError(E_INVALIDARG);
-        return nullptr;
-    }
-    DerReader reader({pbCertEncoded, cbCertEncoded});
-    const std::span<const BYTE> element = reader.next(Tag::sequence).whole;
     auto certificate = std::make_unique<OwnedCertificate>();
-    certificate->encoded.assign(element.begin(), element.end());
-    readCertificate(*certificate);
+    readCertificate(*certificate, pbCertEncoded, cbCertEncoded);
     certificate->dwCertEncodingType = dwCertEncodingType;
     certificate->pbCertEncoded = certificate->encoded.data();
     certificate->cbCertEncoded = static_cast<DWORD>(certificate->encoded.size());
     certificate->pCertInfo = &certificate->info;
+    CERT_PUBLIC_KEY_INFO& info = certificate->info.SubjectPublicKeyInfo;
+    info.Algorithm.pszObjId = certificate->algorithm.data();
+    // The published records have no const; nobody writes through them.
+    auto* key = const_cast<BYTE*>(certificate->key.bits());
+    info.PublicKey = {static_cast<DWORD>(certificate->key.length() - 1), key + 1, key[0]};
     return certificate.release();
-} catch (const DerError& error) {
-    SetLastError(error.code);
-    return nullptr;
 } catch (const std::exception&) {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    SetLastError(CRYPT_E_ASN1_CORRUPT);
     return nullptr;
 }
 
@@ -220,59 +120,35 @@ BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT pCertContext) {
 }
 
 // Of the structure types only RSA_CSP_PUBLICKEYBLOB is offered.
-BOOL WINAPI CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType,
-                              const BYTE* pbEncoded, DWORD cbEncoded, DWORD dwFlags,
-                              void* pvStructInfo, DWORD* pcbStructInfo) try {
-    if ((dwCertEncodingType & X509_ASN_ENCODING) == 0 || lpszStructType != RSA_CSP_PUBLICKEYBLOB) {
-        return fail(ERROR_FILE_NOT_FOUND);
-    }
-    if (pcbStructInfo == nullptr || (pbEncoded == nullptr && cbEncoded != 0) || dwFlags != 0) {
-        return fail(E_INVALIDARG);
-    }
-    const DWORD room = pvStructInfo == nullptr ? 0 : *pcbStructInfo;
-    *pcbStructInfo = 0;
-    const RsaPublicKey key = rsaPublicKeyOf({pbEncoded, cbEncoded});
-    const auto modulusLength = static_cast<DWORD>(key.modulus.size());
-    const PUBLICKEYSTRUC header{PUBLICKEYBLOB, 2, 0, CALG_RSA_KEYX};
-    const RSAPUBKEY rsa{0x31415352, modulusLength * 8, key.exponent};
-    const auto needed = static_cast<DWORD>(sizeof(header) + sizeof(rsa)) + modulusLength;
-    *pcbStructInfo = needed;
+BOOL WINAPI CryptDecodeObject(DWORD, LPCSTR lpszStructType, const BYTE* pbEncoded, DWORD cbEncoded,
+                              DWORD, void* pvStructInfo, DWORD* pcbStructInfo) try {
+    if (lpszStructType != RSA_CSP_PUBLICKEYBLOB) return fail(ERROR_FILE_NOT_FOUND);
+    const std::vector<BYTE> blob = rsaPublicKeyBlob(pbEncoded, cbEncoded);
+    const DWORD room = *pcbStructInfo;
+    *pcbStructInfo = static_cast<DWORD>(blob.size());
     if (pvStructInfo == nullptr) return TRUE;
-    if (room < needed) return fail(ERROR_MORE_DATA);
-    auto* out = static_cast<BYTE*>(pvStructInfo);
-    std::memcpy(out, &header, sizeof(header));
-    std::memcpy(out + sizeof(header), &rsa, sizeof(rsa));
-    std::reverse_copy(key.modulus.begin(), key.modulus.end(), out + sizeof(header) + sizeof(rsa));
+    if (room < blob.size()) return fail(ERROR_MORE_DATA);
+    std::copy(blob.begin(), blob.end(), static_cast<BYTE*>(pvStructInfo));
     return TRUE;
-} catch (const DerError& error) {
-    return fail(error.code);
 } catch (const std::exception&) {
-    return fail(ERROR_NOT_ENOUGH_MEMORY);
+    *pcbStructInfo = 0;
+    return fail(CRYPT_E_ASN1_CORRUPT);
 }
 
-// Base64 in lines of 64 characters, each with its line end, or in one piece.
+// Base64 on one line. The count needed has the terminator in it; the count written has not.
 BOOL WINAPI CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags,
-                                 LPSTR pszString, DWORD* pcchString) try {
-    constexpr DWORD lineEnds = CRYPT_STRING_NOCRLF | CRYPT_STRING_NOCR;
-    if (pbBinary == nullptr || pcchString == nullptr ||
-        (dwFlags & ~lineEnds) != CRYPT_STRING_BASE64) {
+                                 LPSTR pszString, DWORD* pcchString) {
+    if (pbBinary == nullptr || dwFlags != (CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF)) {
         return fail(ERROR_INVALID_PARAMETER);
     }
-    std::string_view lineEnd = "\r\n";
-    if ((dwFlags & CRYPT_STRING_NOCR) != 0) lineEnd = "\n";
-    if ((dwFlags & CRYPT_STRING_NOCRLF) != 0) lineEnd = "";
-    const std::string text = base64Of({pbBinary, cbBinary}, lineEnd);
-    if (text.size() >= 0xFFFFFFFF) return fail(ERROR_NOT_ENOUGH_MEMORY);
+    const std::string text = Botan::base64_encode(pbBinary, cbBinary);
     const auto length = static_cast<DWORD>(text.size());
-    const DWORD room = *pcchString;
-    if (pszString == nullptr || room <= length) {
-        // The count needed has the terminator in it; the count written has not.
+    if (pszString == nullptr) {
         *pcchString = length + 1;
-        return pszString == nullptr ? TRUE : fail(ERROR_MORE_DATA);
+        return TRUE;
     }
-    std::memcpy(pszString, text.c_str(), text.size() + 1);
+    if (*pcchString <= length) return fail(ERROR_MORE_DATA);
+    std::copy_n(text.c_str(), text.size() + 1, pszString);
     *pcchString = length;
     return TRUE;
-} catch (const std::exception&) {
-    return fail(ERROR_NOT_ENOUGH_MEMORY);
 }

@@ -1,136 +1,48 @@
-// KERNEL32's code-page conversions for UTF-8 and for the ANSI page, which is windows-1252 here.
-// Flags and a page's best-fit characters are not in use and not offered.
+// KERNEL32's conversions of terminated texts, whose terminator is converted along. The ANSI page is
+// UTF-8 here, as Windows can have it too.
 #include <algorithm>
 #include <climits>
-#include <cstddef>
-#include <exception>
 #include <string>
-#include <string_view>
 
 #include "platform/win32.h"
 #include "posix/utf_text.h"
 
-namespace KelmoraID::platform {
 namespace {
 
-constexpr DWORD ERROR_INVALID_FLAGS = 1004;
+using KelmoraID::platform::utf16Of;
+using KelmoraID::platform::utf8Of;
 
-// What windows-1252 has at 80 to 9F; everything else is as in ISO 8859-1. The five places without a
-// character map to the control of the same number, as on Windows.
-constexpr char16_t windows1252[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
-};
-
-std::u16string wideOfAnsi(std::string_view text) {
-    std::u16string result;
-    result.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        result +=
-            byte >= 0x80 && byte < 0xA0 ? windows1252[byte - 0x80] : static_cast<char16_t>(byte);
+// A length of -1 says that the text is terminated; no other is in use.
+bool isOffered(UINT page, DWORD flags, const void* text, int length) {
+    if (text != nullptr && length == -1 && flags == 0 && (page == CP_ACP || page == CP_UTF8)) {
+        return true;
     }
-    return result;
-}
-
-std::string ansiOfWide(std::u16string_view text, char standIn, bool& used) {
-    std::string result;
-    result.reserve(text.size());
-    for (const char16_t unit : text) {
-        if (unit < 0x80 || (unit >= 0xA0 && unit < 0x100)) {
-            result += static_cast<char>(unit);
-            continue;
-        }
-        const auto* found = std::find(std::begin(windows1252), std::end(windows1252), unit);
-        if (found == std::end(windows1252)) {
-            used = true;
-            result += standIn;
-        } else {
-            result += static_cast<char>(0x80 + (found - std::begin(windows1252)));
-        }
-    }
-    return result;
-}
-
-// The source as the caller means it: a negative length takes the text up to its terminator and the
-// terminator with it.
-template <typename Character>
-std::basic_string_view<Character> source(const Character* text, int length) {
-    if (length >= 0) return {text, static_cast<std::size_t>(length)};
-    return {text, std::char_traits<Character>::length(text) + 1};
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return false;
 }
 
 template <typename Character>
 int deliver(const std::basic_string<Character>& result, Character* buffer, int room) {
-    if (result.size() > INT_MAX) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    if (room == 0) return static_cast<int>(result.size());
-    const std::size_t fitting = std::min(result.size(), static_cast<std::size_t>(room));
-    std::copy_n(result.begin(), fitting, buffer);
-    if (fitting < result.size()) {
+    const std::size_t count = result.size() + 1;
+    const std::size_t most = room == 0 ? INT_MAX : static_cast<std::size_t>(std::max(room, 0));
+    if (count > most) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
-    return static_cast<int>(result.size());
-}
-
-// The checks of both directions. Returns 0 or the last error.
-DWORD refusal(UINT page, DWORD flags, const void* from, int length, const void* to, int room) {
-    if (from == nullptr || length == 0 || room < 0 || (to == nullptr && room != 0) || from == to) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    if (page != CP_ACP && page != CP_UTF8) return ERROR_INVALID_PARAMETER;
-    return flags == 0 ? 0 : ERROR_INVALID_FLAGS;
+    if (room != 0) std::copy_n(result.c_str(), count, buffer);
+    return static_cast<int>(count);
 }
 
 }  // namespace
-}  // namespace KelmoraID::platform
-
-using namespace KelmoraID::platform;
 
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
-                               LPWSTR lpWideCharStr, int cchWideChar) try {
-    const DWORD refused =
-        refusal(CodePage, dwFlags, lpMultiByteStr, cbMultiByte, lpWideCharStr, cchWideChar);
-    if (refused != 0) {
-        SetLastError(refused);
-        return 0;
-    }
-    const std::string_view text = source(lpMultiByteStr, cbMultiByte);
-    return deliver(CodePage == CP_UTF8 ? utf16Of(text) : wideOfAnsi(text), lpWideCharStr,
-                   cchWideChar);
-} catch (const std::exception&) {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return 0;
+                               LPWSTR lpWideCharStr, int cchWideChar) {
+    if (!isOffered(CodePage, dwFlags, lpMultiByteStr, cbMultiByte)) return 0;
+    return deliver(utf16Of(lpMultiByteStr), lpWideCharStr, cchWideChar);
 }
 
 int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
-                               LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR lpDefaultChar,
-                               LPBOOL lpUsedDefaultChar) try {
-    const DWORD refused =
-        refusal(CodePage, dwFlags, lpWideCharStr, cchWideChar, lpMultiByteStr, cbMultiByte);
-    if (refused != 0) {
-        SetLastError(refused);
-        return 0;
-    }
-    const std::u16string_view text = source(lpWideCharStr, cchWideChar);
-    if (CodePage == CP_UTF8) {
-        // UTF-8 has every character: a stand-in may not be asked for.
-        if (lpDefaultChar != nullptr || lpUsedDefaultChar != nullptr) {
-            SetLastError(ERROR_INVALID_PARAMETER);
-            return 0;
-        }
-        return deliver(utf8Of(text), lpMultiByteStr, cbMultiByte);
-    }
-    bool used = false;
-    const std::string ansi =
-        ansiOfWide(text, lpDefaultChar == nullptr ? '?' : *lpDefaultChar, used);
-    if (lpUsedDefaultChar != nullptr) *lpUsedDefaultChar = used ? TRUE : FALSE;
-    return deliver(ansi, lpMultiByteStr, cbMultiByte);
-} catch (const std::exception&) {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return 0;
+                               LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR, LPBOOL) {
+    if (!isOffered(CodePage, dwFlags, lpWideCharStr, cchWideChar)) return 0;
+    return deliver(utf8Of(lpWideCharStr), lpMultiByteStr, cbMultiByte);
 }

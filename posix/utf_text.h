@@ -1,16 +1,33 @@
-// UTF-8 and UTF-16 text, from one to the other, as the platform's own conversions do it.
+// UTF-8 and UTF-16 text, from one to the other. What is ill-formed becomes U+FFFD.
 #pragma once
 
+#include <utf8.h>
+
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace KelmoraID::platform {
 
-/// UTF-8 as UTF-16. Each maximal part of an ill-formed sequence becomes one U+FFFD (the Unicode
-/// Standard, section 3.9).
-std::u16string utf16Of(std::string_view text);
+inline std::u16string utf16Of(std::string_view text) {
+    return utf8::utf8to16(utf8::replace_invalid(text));
+}
 
-/// UTF-16 as UTF-8. An unpaired surrogate becomes U+FFFD.
-std::string utf8Of(std::u16string_view text);
+/// Unit by unit: the library's own function ends at an unpaired surrogate.
+inline std::string utf8Of(std::u16string_view text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        char32_t character = text[at];
+        const char32_t next = at + 1 < text.size() ? text[at + 1] : u'\0';
+        if ((character & 0xFC00) == 0xD800 && (next & 0xFC00) == 0xDC00) {
+            character = 0x10000 + ((character & 0x3FF) << 10) + (next & 0x3FF);
+            ++at;
+        } else if ((character & 0xF800) == 0xD800) {
+            character = 0xFFFD;
+        }
+        utf8::append(character, result);
+    }
+    return result;
+}
 
 }  // namespace KelmoraID::platform

@@ -12,13 +12,10 @@
 #define __cdecl
 
 using BYTE = std::uint8_t;
-using UCHAR = std::uint8_t;
 using WORD = std::uint16_t;
-using USHORT = std::uint16_t;
 using DWORD = std::uint32_t;
 using UINT = std::uint32_t;
 using ULONG = std::uint32_t;
-using INT = std::int32_t;
 using LONG = std::int32_t;
 using BOOL = std::int32_t;
 using LSTATUS = std::int32_t;
@@ -27,7 +24,6 @@ using ALG_ID = std::uint32_t;
 using ULONG_PTR = std::uintptr_t;
 using DWORD_PTR = std::uintptr_t;
 using SIZE_T = std::size_t;
-using CHAR = char;
 using WCHAR = char16_t;
 using PVOID = void*;
 using LPVOID = void*;
@@ -35,10 +31,9 @@ using LPCVOID = const void*;
 using PBYTE = BYTE*;
 using LPBYTE = BYTE*;
 using LPCBYTE = const BYTE*;
-using PUCHAR = UCHAR*;
+using PUCHAR = BYTE*;
 using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
-using PULONG = ULONG*;
 using LPSTR = char*;
 using LPCSTR = const char*;
 using LPWSTR = WCHAR*;
@@ -57,12 +52,9 @@ inline constexpr BOOL TRUE = 1;
 
 inline constexpr DWORD DLL_PROCESS_DETACH = 0;
 inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
-inline constexpr DWORD DLL_THREAD_ATTACH = 2;
-inline constexpr DWORD DLL_THREAD_DETACH = 3;
 
 inline constexpr LONG ERROR_SUCCESS = 0;
 inline constexpr LONG ERROR_FILE_NOT_FOUND = 2;
-inline constexpr LONG ERROR_INVALID_HANDLE = 6;
 inline constexpr LONG ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr LONG ERROR_INVALID_PARAMETER = 87;
 inline constexpr LONG ERROR_MOD_NOT_FOUND = 126;
@@ -76,7 +68,6 @@ inline constexpr LONG ERROR_UNSUPPORTED_TYPE = 1630;
 
 using SCARDCONTEXT = ULONG_PTR;
 using SCARDHANDLE = ULONG_PTR;
-using PSCARDCONTEXT = SCARDCONTEXT*;
 using LPSCARDCONTEXT = SCARDCONTEXT*;
 using LPSCARDHANDLE = SCARDHANDLE*;
 
@@ -152,55 +143,27 @@ inline constexpr ALG_ID CALG_RSA_SIGN = 0x00002400;
 inline constexpr ALG_ID CALG_RSA_KEYX = 0x0000A400;
 inline constexpr BYTE PUBLICKEYBLOB = 0x06;
 
-struct FILETIME {
-    DWORD dwLowDateTime;
-    DWORD dwHighDateTime;
-};
-struct CRYPTOAPI_BLOB {
-    DWORD cbData;
-    BYTE* pbData;
-};
-using CRYPT_INTEGER_BLOB = CRYPTOAPI_BLOB;
-using CERT_NAME_BLOB = CRYPTOAPI_BLOB;
-using CRYPT_OBJID_BLOB = CRYPTOAPI_BLOB;
 struct CRYPT_BIT_BLOB {
     DWORD cbData;
     BYTE* pbData;
     DWORD cUnusedBits;
 };
+// Of the next records only the members in use.
 struct CRYPT_ALGORITHM_IDENTIFIER {
     LPSTR pszObjId;
-    CRYPT_OBJID_BLOB Parameters;
 };
 struct CERT_PUBLIC_KEY_INFO {
     CRYPT_ALGORITHM_IDENTIFIER Algorithm;
     CRYPT_BIT_BLOB PublicKey;
 };
-struct CERT_EXTENSION {
-    LPSTR pszObjId;
-    BOOL fCritical;
-    CRYPT_OBJID_BLOB Value;
-};
 struct CERT_INFO {
-    DWORD dwVersion;
-    CRYPT_INTEGER_BLOB SerialNumber;
-    CRYPT_ALGORITHM_IDENTIFIER SignatureAlgorithm;
-    CERT_NAME_BLOB Issuer;
-    FILETIME NotBefore;
-    FILETIME NotAfter;
-    CERT_NAME_BLOB Subject;
     CERT_PUBLIC_KEY_INFO SubjectPublicKeyInfo;
-    CRYPT_BIT_BLOB IssuerUniqueId;
-    CRYPT_BIT_BLOB SubjectUniqueId;
-    DWORD cExtension;
-    CERT_EXTENSION* rgExtension;
 };
-using PCERT_INFO = CERT_INFO*;
 struct CERT_CONTEXT {
     DWORD dwCertEncodingType;
     BYTE* pbCertEncoded;
     DWORD cbCertEncoded;
-    PCERT_INFO pCertInfo;
+    CERT_INFO* pCertInfo;
     void* hCertStore;
 };
 using PCCERT_CONTEXT = const CERT_CONTEXT*;
@@ -309,7 +272,7 @@ NTSTATUS WINAPI BCryptFinishHash(BCRYPT_HASH_HANDLE hHash, PUCHAR pbOutput, ULON
                                  ULONG dwFlags);
 NTSTATUS WINAPI BCryptDestroyHash(BCRYPT_HASH_HANDLE hHash);
 
-// --- WinHTTP: winhttp_curl.cpp ------------------------------------------------------------------
+// --- WinHTTP: winhttp.cpp -----------------------------------------------------------------------
 
 using HINTERNET = void*;
 

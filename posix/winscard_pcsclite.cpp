@@ -5,10 +5,7 @@
 
 #include <algorithm>
 #include <exception>
-#include <limits>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "platform/win32.h"
 #include "posix/utf_text.h"
@@ -44,13 +41,9 @@ namespace lite {
 #undef g_rgSCardT1Pci
 // The macros of that header name its types without their namespace.
 #undef SCARD_S_SUCCESS
-#undef SCARD_E_INVALID_PARAMETER
 #undef SCARD_E_NO_MEMORY
 #undef SCARD_E_INSUFFICIENT_BUFFER
 #undef SCARD_E_NO_SERVICE
-#undef SCARD_E_UNSUPPORTED_FEATURE
-#undef SCARD_AUTOALLOCATE
-#undef SCARD_PROTOCOL_RAW
 
 static_assert(sizeof(SCARD_IO_REQUEST) == 8 && sizeof(LONG) == 4 && sizeof(DWORD) == 4);
 static_assert(sizeof(SCARDCONTEXT) >= sizeof(lite::SCARDCONTEXT) &&
@@ -58,17 +51,6 @@ static_assert(sizeof(SCARDCONTEXT) >= sizeof(lite::SCARDCONTEXT) &&
 
 namespace KelmoraID::platform {
 namespace {
-
-constexpr LONG success = 0;
-constexpr LONG invalidParameter = static_cast<LONG>(0x80100004);
-constexpr LONG noMemory = static_cast<LONG>(0x80100006);
-constexpr LONG insufficientBuffer = static_cast<LONG>(0x80100008);
-constexpr LONG noService = static_cast<LONG>(0x8010001D);
-constexpr LONG unsupportedFeature = static_cast<LONG>(0x80100022);
-
-// A length that asks the platform for memory of its own: it would have to be freed by a call that
-// nobody here makes.
-constexpr DWORD autoAllocate = 0xFFFFFFFF;
 
 struct Calls {
     decltype(&lite::LiteEstablishContext) establishContext = nullptr;
@@ -111,26 +93,14 @@ template <typename Work>
 LONG with(Work work) {
     try {
         static const Calls calls;
-        return calls.complete ? work(calls) : noService;
+        return calls.complete ? work(calls) : SCARD_E_NO_SERVICE;
     } catch (const std::exception&) {
-        return noMemory;
+        return SCARD_E_NO_MEMORY;
     }
 }
 
 LONG codeOf(lite::LONG code) {
     return static_cast<LONG>(code);
-}
-
-// The raw protocol has another number on either side; T=0 and T=1 have not.
-constexpr DWORD ourRaw = 0x00010000;
-constexpr lite::DWORD liteRaw = 0x0004;
-
-lite::DWORD toLiteProtocols(DWORD protocols) {
-    return (protocols & ~ourRaw) | ((protocols & ourRaw) != 0 ? liteRaw : 0);
-}
-
-DWORD fromLiteProtocol(lite::DWORD protocol) {
-    return protocol == liteRaw ? ourRaw : static_cast<DWORD>(protocol);
 }
 
 // PC/SC lite gives a set of flags where WinSCard gives the furthest state alone.
@@ -146,16 +116,6 @@ DWORD fromLiteState(lite::DWORD state) {
     return 0;
 }
 
-// Hands a multi-string out by the two-call protocol; lengths count 16-bit units.
-LONG deliver(std::u16string_view text, LPWSTR buffer, DWORD* length) {
-    const DWORD room = *length;
-    *length = static_cast<DWORD>(text.size());
-    if (buffer == nullptr) return success;
-    if (room < text.size()) return insufficientBuffer;
-    std::copy(text.begin(), text.end(), buffer);
-    return success;
-}
-
 }  // namespace
 }  // namespace KelmoraID::platform
 
@@ -167,7 +127,6 @@ const SCARD_IO_REQUEST g_rgSCardT1Pci = {2, sizeof(SCARD_IO_REQUEST)};
 LONG WINAPI SCardEstablishContext(DWORD dwScope, LPCVOID pvReserved1, LPCVOID pvReserved2,
                                   LPSCARDCONTEXT phContext) {
     return with([&](const Calls& calls) {
-        if (phContext == nullptr) return invalidParameter;
         lite::SCARDCONTEXT context = 0;
         const lite::LONG code = calls.establishContext(dwScope, pvReserved1, pvReserved2, &context);
         *phContext = static_cast<SCARDCONTEXT>(context);
@@ -185,22 +144,21 @@ LONG WINAPI SCardReleaseContext(SCARDCONTEXT hContext) {
 LONG WINAPI SCardListReadersW(SCARDCONTEXT hContext, LPCWSTR, LPWSTR mszReaders,
                               LPDWORD pcchReaders) {
     return with([&](const Calls& calls) {
-        if (pcchReaders == nullptr) return invalidParameter;
-        if (*pcchReaders == autoAllocate && mszReaders != nullptr) return unsupportedFeature;
         const auto context = static_cast<lite::SCARDCONTEXT>(hContext);
-        std::string names;
-        LONG code = insufficientBuffer;
-        // A reader may come between the two calls.
-        for (int tries = 0; code == insufficientBuffer && tries < 3; ++tries) {
-            lite::DWORD length = 0;
-            code = codeOf(calls.listReaders(context, nullptr, nullptr, &length));
-            if (code != success) return code;
-            names.resize(length);
-            code = codeOf(calls.listReaders(context, nullptr, names.data(), &length));
-            names.resize(std::min<std::size_t>(names.size(), length));
-        }
-        if (code != success) return code;
-        return deliver(utf16Of(names), mszReaders, pcchReaders);
+        lite::DWORD length = 0;
+        LONG code = codeOf(calls.listReaders(context, nullptr, nullptr, &length));
+        if (code != SCARD_S_SUCCESS) return code;
+        std::string names(length, '\0');
+        code = codeOf(calls.listReaders(context, nullptr, names.data(), &length));
+        if (code != SCARD_S_SUCCESS) return code;
+        names.resize(std::min<std::size_t>(names.size(), length));
+        const std::u16string text = utf16Of(names);
+        const DWORD room = *pcchReaders;
+        *pcchReaders = static_cast<DWORD>(text.size());
+        if (mszReaders == nullptr) return SCARD_S_SUCCESS;
+        if (room < text.size()) return SCARD_E_INSUFFICIENT_BUFFER;
+        std::copy(text.begin(), text.end(), mszReaders);
+        return SCARD_S_SUCCESS;
     });
 }
 
@@ -208,16 +166,13 @@ LONG WINAPI SCardConnectW(SCARDCONTEXT hContext, LPCWSTR szReader, DWORD dwShare
                           DWORD dwPreferredProtocols, LPSCARDHANDLE phCard,
                           LPDWORD pdwActiveProtocol) {
     return with([&](const Calls& calls) {
-        if (szReader == nullptr || phCard == nullptr || pdwActiveProtocol == nullptr) {
-            return invalidParameter;
-        }
         lite::SCARDHANDLE card = 0;
         lite::DWORD protocol = 0;
         const lite::LONG code =
             calls.connect(static_cast<lite::SCARDCONTEXT>(hContext), utf8Of(szReader).c_str(),
-                          dwShareMode, toLiteProtocols(dwPreferredProtocols), &card, &protocol);
+                          dwShareMode, dwPreferredProtocols, &card, &protocol);
         *phCard = static_cast<SCARDHANDLE>(card);
-        *pdwActiveProtocol = fromLiteProtocol(protocol);
+        *pdwActiveProtocol = static_cast<DWORD>(protocol);
         return codeOf(code);
     });
 }
@@ -226,10 +181,9 @@ LONG WINAPI SCardReconnect(SCARDHANDLE hCard, DWORD dwShareMode, DWORD dwPreferr
                            DWORD dwInitialization, LPDWORD pdwActiveProtocol) {
     return with([&](const Calls& calls) {
         lite::DWORD protocol = 0;
-        const lite::LONG code =
-            calls.reconnect(static_cast<lite::SCARDHANDLE>(hCard), dwShareMode,
-                            toLiteProtocols(dwPreferredProtocols), dwInitialization, &protocol);
-        if (pdwActiveProtocol != nullptr) *pdwActiveProtocol = fromLiteProtocol(protocol);
+        const lite::LONG code = calls.reconnect(static_cast<lite::SCARDHANDLE>(hCard), dwShareMode,
+                                                dwPreferredProtocols, dwInitialization, &protocol);
+        if (pdwActiveProtocol != nullptr) *pdwActiveProtocol = static_cast<DWORD>(protocol);
         return codeOf(code);
     });
 }
@@ -252,36 +206,24 @@ LONG WINAPI SCardEndTransaction(SCARDHANDLE hCard, DWORD dwDisposition) {
     });
 }
 
-LONG WINAPI SCardStatusW(SCARDHANDLE hCard, LPWSTR mszReaderNames, LPDWORD pcchReaderLen,
-                         LPDWORD pdwState, LPDWORD pdwProtocol, LPBYTE pbAtr, LPDWORD pcbAtrLen) {
+// The reader's name is not in use.
+LONG WINAPI SCardStatusW(SCARDHANDLE hCard, LPWSTR, LPDWORD, LPDWORD pdwState, LPDWORD pdwProtocol,
+                         LPBYTE pbAtr, LPDWORD pcbAtrLen) {
     return with([&](const Calls& calls) {
-        if ((pcchReaderLen != nullptr && *pcchReaderLen == autoAllocate &&
-             mszReaderNames != nullptr) ||
-            (pcbAtrLen != nullptr && *pcbAtrLen == autoAllocate && pbAtr != nullptr)) {
-            return unsupportedFeature;
-        }
-        std::vector<char> name(MAX_READERNAME + 1);
         lite::BYTE atr[MAX_ATR_SIZE] = {};
-        lite::DWORD nameLength = MAX_READERNAME;
         lite::DWORD atrLength = sizeof(atr);
         lite::DWORD state = 0;
         lite::DWORD protocol = 0;
-        LONG code = codeOf(calls.status(static_cast<lite::SCARDHANDLE>(hCard), name.data(),
-                                        &nameLength, &state, &protocol, atr, &atrLength));
-        if (code != success) return code;
+        const LONG code = codeOf(calls.status(static_cast<lite::SCARDHANDLE>(hCard), nullptr,
+                                              nullptr, &state, &protocol, atr, &atrLength));
+        if (code != SCARD_S_SUCCESS) return code;
         if (pdwState != nullptr) *pdwState = fromLiteState(state);
-        if (pdwProtocol != nullptr) *pdwProtocol = fromLiteProtocol(protocol);
-        if (pcchReaderLen != nullptr) {
-            std::u16string names = utf16Of(name.data());
-            names.append(2, u'\0');
-            code = deliver(names, mszReaderNames, pcchReaderLen);
-        }
-        if (pcbAtrLen != nullptr) {
-            const DWORD room = *pcbAtrLen;
-            *pcbAtrLen = static_cast<DWORD>(std::min<lite::DWORD>(atrLength, sizeof(atr)));
-            if (pbAtr != nullptr && room < *pcbAtrLen) return insufficientBuffer;
-            if (pbAtr != nullptr) std::copy_n(atr, *pcbAtrLen, pbAtr);
-        }
+        if (pdwProtocol != nullptr) *pdwProtocol = static_cast<DWORD>(protocol);
+        if (pbAtr == nullptr) return code;
+        const DWORD room = *pcbAtrLen;
+        *pcbAtrLen = static_cast<DWORD>(std::min<lite::DWORD>(atrLength, sizeof(atr)));
+        if (room < *pcbAtrLen) return SCARD_E_INSUFFICIENT_BUFFER;
+        std::copy_n(atr, *pcbAtrLen, pbAtr);
         return code;
     });
 }
@@ -290,14 +232,8 @@ LONG WINAPI SCardTransmit(SCARDHANDLE hCard, LPCSCARD_IO_REQUEST pioSendPci, LPC
                           DWORD cbSendLength, LPSCARD_IO_REQUEST pioRecvPci, LPBYTE pbRecvBuffer,
                           LPDWORD pcbRecvLength) {
     return with([&](const Calls& calls) {
-        if (pioSendPci == nullptr || pbSendBuffer == nullptr || pbRecvBuffer == nullptr ||
-            pcbRecvLength == nullptr) {
-            return invalidParameter;
-        }
-        if (*pcbRecvLength == autoAllocate) return unsupportedFeature;
-        const lite::SCARD_IO_REQUEST send{toLiteProtocols(pioSendPci->dwProtocol),
-                                          sizeof(lite::SCARD_IO_REQUEST)};
-        lite::SCARD_IO_REQUEST receive{send.dwProtocol, sizeof(lite::SCARD_IO_REQUEST)};
+        const lite::SCARD_IO_REQUEST send{pioSendPci->dwProtocol, sizeof(send)};
+        lite::SCARD_IO_REQUEST receive = send;
         // The service hangs up on a caller that names more room than the longest reply needs.
         lite::DWORD length = std::min<lite::DWORD>(*pcbRecvLength, MAX_BUFFER_SIZE_EXTENDED);
         const lite::LONG code =
@@ -305,7 +241,7 @@ LONG WINAPI SCardTransmit(SCARDHANDLE hCard, LPCSCARD_IO_REQUEST pioSendPci, LPC
                            &receive, pbRecvBuffer, &length);
         *pcbRecvLength = static_cast<DWORD>(length);
         if (pioRecvPci != nullptr) {
-            *pioRecvPci = {fromLiteProtocol(receive.dwProtocol), sizeof(SCARD_IO_REQUEST)};
+            *pioRecvPci = {static_cast<DWORD>(receive.dwProtocol), sizeof(SCARD_IO_REQUEST)};
         }
         return codeOf(code);
     });

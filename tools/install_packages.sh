@@ -6,7 +6,7 @@
 set -eu
 
 build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
-       libcurl4-openssl-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+       libutfcpp-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
        g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 lld-22
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"

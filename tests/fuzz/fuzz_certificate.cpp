@@ -10,35 +10,12 @@
 
 namespace {
 
-void read(const CRYPTOAPI_BLOB& blob) {
-    fuzz::readAll(blob.pbData, blob.cbData);
-}
-
-void read(const CRYPT_BIT_BLOB& blob) {
-    fuzz::require(blob.cUnusedBits < 8, "fewer than eight bits of a byte are unused");
-    fuzz::readAll(blob.pbData, blob.cbData);
-}
-
-void read(LPCSTR text) {
-    if (text != nullptr) fuzz::readAll(text, std::strlen(text));
-}
-
 void readCertificate(const CERT_CONTEXT& certificate) {
-    const CERT_INFO& info = *certificate.pCertInfo;
     fuzz::readAll(certificate.pbCertEncoded, certificate.cbCertEncoded);
-    for (const auto* blob : {&info.SerialNumber, &info.Issuer, &info.Subject}) read(*blob);
-    for (const auto* algorithm : {&info.SignatureAlgorithm, &info.SubjectPublicKeyInfo.Algorithm}) {
-        read(algorithm->pszObjId);
-        read(algorithm->Parameters);
-    }
-    for (const auto* bits :
-         {&info.SubjectPublicKeyInfo.PublicKey, &info.IssuerUniqueId, &info.SubjectUniqueId}) {
-        read(*bits);
-    }
-    for (DWORD at = 0; at < info.cExtension; ++at) {
-        read(info.rgExtension[at].pszObjId);
-        read(info.rgExtension[at].Value);
-    }
+    const CERT_PUBLIC_KEY_INFO& info = certificate.pCertInfo->SubjectPublicKeyInfo;
+    fuzz::readAll(info.Algorithm.pszObjId, std::strlen(info.Algorithm.pszObjId));
+    fuzz::require(info.PublicKey.cUnusedBits < 8, "fewer than eight bits of a byte are unused");
+    fuzz::readAll(info.PublicKey.pbData, info.PublicKey.cbData);
 }
 
 // An RSA key by the platform's rules, in a buffer of any size and in the product's.

@@ -50,14 +50,13 @@ LAST_CHUNK = b"0\r\n\r\n"
 
 class LoopbackServer:
     """answer is given a connection's socket after its request was read, and sends what it likes;
-    bytes are sent as they are, and None answers nothing until the server closes."""
+    bytes are sent as they are."""
 
     def __init__(self, answer=reply(b""), wrap=None):
         self.answer = answer
         self.wrap = wrap or (lambda connection: connection)
         self.requests = []
         self.connections = 0
-        self.closing = threading.Event()
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
         threading.Thread(target=self._accept, daemon=True).start()
@@ -66,7 +65,6 @@ class LoopbackServer:
         return self
 
     def __exit__(self, *_):
-        self.closing.set()
         self.listener.close()
 
     def url(self, scheme="http"):
@@ -88,9 +86,7 @@ class LoopbackServer:
                 if request is None:
                     return
                 self.requests.append(request)
-                if self.answer is None:
-                    self.closing.wait()
-                elif callable(self.answer):
+                if callable(self.answer):
                     self.answer(wrapped)
                 else:
                     wrapped.sendall(self.answer)

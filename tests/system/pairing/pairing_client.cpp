@@ -1,6 +1,5 @@
 // The directory client as a program, so that a test can let it meet real servers. Writes its log to
-// minidriver.log and, where there is no registry, reads its setting from settings.ini, both in the
-// current folder.
+// minidriver.log in the current folder.
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -13,10 +12,6 @@
 
 const char* logFilePath() {
     return "minidriver.log";
-}
-
-const char* settingsFilePath() {
-    return "settings.ini";
 }
 
 namespace {

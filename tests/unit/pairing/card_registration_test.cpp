@@ -73,16 +73,36 @@ TEST_F(RegisterCardTest, StopsAtTheFirstServiceThatAccepts) {
 
 TEST_F(RegisterCardTest, GoesOnToTheNextServiceUntilOneAccepts) {
     setAddresses("http://first:80;http://second:80;http://third:80");
-    service.unreachable = {"first"};
+    service.failing = {{"first", ScriptedService::unreachable}};
     RegisterCard(certificate, false);
     EXPECT_EQ(hosts(), (Texts{"first", "second"}));
     expectOutput({});
     expectFile({});
 }
 
+TEST_F(RegisterCardTest, GoesOnBehindAServiceThatFailsInAnyWay) {
+    setAddresses("https://first:443;http://second:80");
+    const ScriptedService::Failure failures[] = {
+        {"WinHttpSendRequest", 12002},         // takes no connection in time
+        {"WinHttpSendRequest", 12175},         // nobody vouches for its certificate
+        {"WinHttpReceiveResponse", 12002},     // does not answer
+        {"WinHttpReceiveResponse", 12156},     // sends elsewhere, where it may not
+        {"WinHttpQueryDataAvailable", 12030},  // goes within its reply
+    };
+    for (const ScriptedService::Failure& failure : failures) {
+        service.exchanges.clear();
+        service.failing = {{"first", failure}};
+        RegisterCard(certificate, false);
+        EXPECT_EQ(hosts(), (Texts{"first", "second"})) << failure.call << ' ' << failure.error;
+    }
+    expectOutput({});
+    expectFile({});
+}
+
 TEST_F(RegisterCardTest, ReturnsQuietlyWhenNoneAccepts) {
     setAddresses("http://first:80;http://second:80");
-    service.unreachable = {"first", "second"};
+    service.failing = {{"first", ScriptedService::unreachable},
+                       {"second", ScriptedService::unreachable}};
     RegisterCard(certificate, false);
     EXPECT_EQ(hosts(), (Texts{"first", "second"}));
     expectOutput({});
@@ -98,7 +118,8 @@ TEST_F(RegisterCardTest, GoesOnBehindAnAddressThatItCannotParse) {
 
 TEST_F(RegisterCardTest, SkipsBlankPartsAndTrimsTheOthers) {
     setAddresses(" ;\thttp://first:80 \r\n;;http://second:80;");
-    service.unreachable = {"first", "second"};
+    service.failing = {{"first", ScriptedService::unreachable},
+                       {"second", ScriptedService::unreachable}};
     RegisterCard(certificate, false);
     EXPECT_EQ(hosts(), (Texts{"first", "second"}));
     expectOutput({});

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "text/text_conversion.h"
@@ -13,8 +12,6 @@ namespace {
 const HINTERNET session = reinterpret_cast<HINTERNET>(0x51);
 const HINTERNET connection = reinterpret_cast<HINTERNET>(0x52);
 const HINTERNET request = reinterpret_cast<HINTERNET>(0x53);
-
-constexpr DWORD cannotConnect = 12029;
 
 std::string utf8(LPCWSTR text) {
     return wideToUtf8(text).c_str();
@@ -91,21 +88,17 @@ ScriptedService::ScriptedService() {
         exchange.body.assign(static_cast<const char*>(body), bodyLength);
         exchange.bodyLength = bodyLength;
         exchange.totalLength = totalLength;
-        if (std::find(unreachable.begin(), unreachable.end(), exchange.host) == unreachable.end()) {
-            return TRUE;
-        }
-        SetLastError(cannotConnect);
-        return FALSE;
+        return !fails("WinHttpSendRequest");
     };
-    calls.WinHttpReceiveResponse = [](HINTERNET handle, LPVOID reserved) -> BOOL {
+    calls.WinHttpReceiveResponse = [this](HINTERNET handle, LPVOID reserved) -> BOOL {
         EXPECT_EQ(handle, request);
         EXPECT_EQ(reserved, nullptr);
-        return TRUE;
+        return !fails("WinHttpReceiveResponse");
     };
     calls.WinHttpQueryDataAvailable = [this](HINTERNET handle, LPDWORD count) -> BOOL {
         EXPECT_EQ(handle, request);
         *count = next_ < reply.size() ? reply[next_].announced : 0;
-        return TRUE;
+        return !fails("WinHttpQueryDataAvailable");
     };
     calls.WinHttpReadData = [this](HINTERNET handle, LPVOID buffer, DWORD count,
                                    LPDWORD bytesRead) -> BOOL {
@@ -127,6 +120,13 @@ ScriptedService::ScriptedService() {
                                                 : "something else");
         return TRUE;
     };
+}
+
+bool ScriptedService::fails(const std::string& call) const {
+    const auto failure = failing.find(exchanges.back().host);
+    if (failure == failing.end() || failure->second.call != call) return false;
+    SetLastError(failure->second.error);
+    return true;
 }
 
 }  // namespace KelmoraID::testing

@@ -2,7 +2,7 @@
 // answers with chosen chunks, and records the order in which the handles close.
 #pragma once
 
-#include <deque>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,10 +39,17 @@ public:
     std::vector<Exchange> exchanges;
     /// The handles in the order of their closing, by kind: "request", "connection", "session".
     std::vector<std::string> closed;
-    /// The hosts whose connection is refused: WinHttpSendRequest fails with 12029.
-    std::vector<std::string> unreachable;
+    /// The call that fails in an exchange with a host, and the last error that it leaves.
+    struct Failure {
+        const char* call;
+        DWORD error;
+    };
+    static constexpr Failure unreachable{"WinHttpSendRequest", 12029};
+    std::map<std::string, Failure> failing;
 
 private:
+    bool fails(const std::string& call) const;
+
     std::size_t next_ = 0;
 };
 

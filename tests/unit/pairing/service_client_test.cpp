@@ -235,7 +235,7 @@ TEST_F(SendServiceRequest, LetsTheExceptionsOfThePortPass) {
 }
 
 TEST_F(SendServiceRequest, TellsTheFailureOfTheExchange) {
-    service.unreachable = {"host"};
+    service.failing = {{"host", ScriptedService::unreachable}};
     EXPECT_FALSE(sendServiceRequest("Post", "http://host:80", "b", true));
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "AdAttributeService: Query (length 1): 'b'."},

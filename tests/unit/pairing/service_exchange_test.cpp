@@ -210,21 +210,57 @@ TEST_F(PostToService, StartsTheTimeAtTheSending) {
     EXPECT_TRUE(postToService(ServiceScheme::http, utf8ToWide("host"), 80, "body", false, clock));
 }
 
+// Each call may take its time-out, and the reply has what is left of their sum.
+TEST_F(PostToService, CountsTheTimeThatTheCallsTake) {
+    addChunk(1);
+    service.endless = true;
+    steady_clock::time_point time{};
+    const auto slow = [&time](auto& call, milliseconds duration) {
+        call = [&time, duration, real = call](auto... arguments) {
+            time += duration;
+            return real(arguments...);
+        };
+    };
+    slow(platformCalls().WinHttpOpen, milliseconds(60000));  // Not counted: ahead of the sending.
+    slow(platformCalls().WinHttpSendRequest, milliseconds(9999));
+    slow(platformCalls().WinHttpReceiveResponse, milliseconds(5999));
+    slow(platformCalls().WinHttpReadData, milliseconds(1));
+    const auto clock = [&time] { return time; };
+    EXPECT_FALSE(postToService(ServiceScheme::http, utf8ToWide("host"), 80, "body", false, clock));
+    EXPECT_EQ(platformCalls().counts["WinHttpReadData"], 2) << "at 15,998 and 15,999 ms";
+    expectRefusedAsAnomalous();
+}
+
 TEST_F(PostToService, DoesNotExamineTheResultOfTheTimeOuts) {
     platformCalls().failCall("WinHttpSetTimeouts");
     EXPECT_TRUE(post(true));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
+// How the platform tells what may go wrong on the way: by the call that fails, its time of the
+// calls of that name, and the published code.
 struct FailingCall {
-    const char* name;
-    LogLines output;
-    LogLines file;
+    const char* what;
+    const char* call;
+    int nth;
+    DWORD error;
     Names closed;
 };
 
 class PostToServiceFailing : public PostToService,
-                             public ::testing::WithParamInterface<FailingCall> {};
+                             public ::testing::WithParamInterface<FailingCall> {
+protected:
+    // A chunk comes well before the second call of a name.
+    void SetUp() override {
+        service.reply = {{5, "hello"}, {5, "again"}};
+        platformCalls().failCall(GetParam().call, GetParam().nth, GetParam().error);
+    }
+    // A read is filed; so is nothing else.
+    LogLines expectedFile() const {
+        if (std::string(GetParam().call) != "WinHttpReadData") return {};
+        return {{"AdAttributeService", "Could not read data from the server's response. Abort."}};
+    }
+};
 
 // Lets the calls that follow a failing one spoil the last error.
 void spoilLastErrorOnClose() {
@@ -236,64 +272,58 @@ void spoilLastErrorOnClose() {
 }
 
 TEST_P(PostToServiceFailing, TellsTheLastErrorAndClosesWhatIsOpen) {
-    service.reply = {{5, "hello"}};
     spoilLastErrorOnClose();
-    platformCalls().failCall(GetParam().name, 1, 12002);
     EXPECT_FALSE(post(true));
-    EXPECT_EQ(log.output(), GetParam().output);
-    EXPECT_EQ(log.file(), GetParam().file);
+    LogLines output;
+    if (GetParam().nth == 2) {
+        output = {{"DEBUG", "AdAttributeService: Dada size: '5'; total: '5'."},
+                  {"DEBUG", "AdAttributeService: Dada: 'hello'"}};
+    }
+    const std::string call = GetParam().call;
+    const bool aborts = call == "WinHttpQueryDataAvailable" || call == "WinHttpReadData";
+    output.push_back({"DEBUG", "AdAttributeService: " + call + " error: '" +
+                                   std::to_string(GetParam().error) + "'." +
+                                   (aborts ? " Abort." : "")});
+    EXPECT_EQ(log.output(), output);
+    EXPECT_EQ(log.file(), expectedFile());
     EXPECT_EQ(service.closed, GetParam().closed);
+    EXPECT_EQ(platformCalls().order.back(),
+              GetParam().closed.empty() ? call : "WinHttpCloseHandle");
 }
 
 TEST_P(PostToServiceFailing, WritesTheFiledLineOnlyWhenNotAskedForMore) {
-    service.reply = {{5, "hello"}};
-    platformCalls().failCall(GetParam().name, 1, 12002);
     EXPECT_FALSE(post(false));
     EXPECT_EQ(log.output(), LogLines{});
-    EXPECT_EQ(log.file(), GetParam().file);
+    EXPECT_EQ(log.file(), expectedFile());
     EXPECT_EQ(service.closed, GetParam().closed);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Calls, PostToServiceFailing,
-    ::testing::Values(
-        FailingCall{
-            "WinHttpOpen", {{"DEBUG", "AdAttributeService: WinHttpOpen error: '12002'."}}, {}, {}},
-        FailingCall{"WinHttpConnect",
-                    {{"DEBUG", "AdAttributeService: WinHttpConnect error: '12002'."}},
-                    {},
-                    {"session"}},
-        FailingCall{"WinHttpOpenRequest",
-                    {{"DEBUG", "AdAttributeService: WinHttpOpenRequest error: '12002'."}},
-                    {},
-                    {"connection", "session"}},
-        FailingCall{"WinHttpSendRequest",
-                    {{"DEBUG", "AdAttributeService: WinHttpSendRequest error: '12002'."}},
-                    {},
-                    {"request", "connection", "session"}},
-        FailingCall{"WinHttpReceiveResponse",
-                    {{"DEBUG", "AdAttributeService: WinHttpReceiveResponse error: '12002'."}},
-                    {},
-                    {"request", "connection", "session"}},
-        FailingCall{
-            "WinHttpQueryDataAvailable",
-            {{"DEBUG", "AdAttributeService: WinHttpQueryDataAvailable error: '12002'. Abort."}},
-            {},
-            {"request", "connection", "session"}},
-        FailingCall{
-            "WinHttpReadData",
-            {{"DEBUG", "AdAttributeService: WinHttpReadData error: '12002'. Abort."}},
-            {{"AdAttributeService", "Could not read data from the server's response. Abort."}},
-            {"request", "connection", "session"}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(PostToService, FailsWhenALaterQueryFails) {
-    service.reply = {{5, "hello"}};
-    platformCalls().failCall("WinHttpQueryDataAvailable", 2, 12030);
-    EXPECT_FALSE(post(false));
-    EXPECT_EQ(log.output(), LogLines{});
-    expectAllClosed();
-}
+const Names all{"request", "connection", "session"};
+const FailingCall failingCalls[] = {
+    {"NoWinHttp", "WinHttpOpen", 1, 120, {}},
+    {"HostThatIsNone", "WinHttpConnect", 1, 12005, {"session"}},
+    {"RequestThatCannotBe", "WinHttpOpenRequest", 1, 87, {"connection", "session"}},
+    {"NameWithoutAnAddress", "WinHttpSendRequest", 1, 12007, all},
+    {"NobodyListens", "WinHttpSendRequest", 1, 12029, all},
+    {"ConnectionNotMadeInTime", "WinHttpSendRequest", 1, 12002, all},
+    {"CutWhileSending", "WinHttpSendRequest", 1, 12030, all},
+    {"CertificateNobodyVouchesFor", "WinHttpSendRequest", 1, 12175, all},
+    {"NoTlsBehindHttps", "WinHttpSendRequest", 1, 12157, all},
+    {"NoReplyInTime", "WinHttpReceiveResponse", 1, 12002, all},
+    {"CutBeforeTheReply", "WinHttpReceiveResponse", 1, 12030, all},
+    {"ReplyThatIsNoHttp", "WinHttpReceiveResponse", 1, 12152, all},
+    {"HeaderWithoutEnd", "WinHttpReceiveResponse", 1, 12182, all},
+    {"RedirectThatFails", "WinHttpReceiveResponse", 1, 12156, all},
+    {"NoBodyInTime", "WinHttpQueryDataAvailable", 1, 12002, all},
+    {"CutBeforeTheBody", "WinHttpQueryDataAvailable", 1, 12030, all},
+    {"SilentWithinTheBody", "WinHttpQueryDataAvailable", 2, 12002, all},
+    {"CutWithinTheBody", "WinHttpQueryDataAvailable", 2, 12030, all},
+    {"FirstReadNotInTime", "WinHttpReadData", 1, 12002, all},
+    {"CutWithinTheFirstRead", "WinHttpReadData", 1, 12030, all},
+    {"CutWithinALaterRead", "WinHttpReadData", 2, 12030, all},
+};
+INSTANTIATE_TEST_SUITE_P(Calls, PostToServiceFailing, ::testing::ValuesIn(failingCalls),
+                         [](const auto& info) { return std::string(info.param.what); });
 
 TEST_F(PostToService, FailsWhenNoByteIsRead) {
     service.reply = {{5, ""}};

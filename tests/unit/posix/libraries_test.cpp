@@ -49,15 +49,9 @@ TEST(Libraries, TellThatALibraryIsMissing) {
     SetLastError(0);
     EXPECT_EQ(LoadLibraryExW(u"C:\\no\\such\\library.dll", nullptr, 8), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
-}
-
-TEST(Libraries, RefuseWrongArguments) {
     SetLastError(0);
-    EXPECT_EQ(LoadLibraryExW(nullptr, nullptr, 0), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
-    SetLastError(0);
-    EXPECT_EQ(FreeLibrary(nullptr), FALSE);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(LoadLibraryExW(u"", nullptr, 8), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
 }
 
 TEST(Libraries, TellThatAFunctionIsMissing) {
@@ -65,15 +59,6 @@ TEST(Libraries, TellThatAFunctionIsMissing) {
     ASSERT_NE(module, nullptr);
     SetLastError(0);
     EXPECT_EQ(GetProcAddress(module, "promptCodeEntryDefault"), nullptr);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_PROC_NOT_FOUND});
-    FreeLibrary(module);
-}
-
-TEST(Libraries, GiveNoFunctionThatOnlyANeededLibraryHas) {
-    const HMODULE module = LoadLibraryExW(mathLibrary, nullptr, 0);
-    ASSERT_NE(module, nullptr);
-    SetLastError(0);
-    EXPECT_EQ(GetProcAddress(module, "getppid"), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_PROC_NOT_FOUND});
     FreeLibrary(module);
 }
@@ -97,9 +82,6 @@ TEST(Libraries, TellThatAFolderIsMissing) {
     EXPECT_EQ(SetCurrentDirectoryW(u"\\no\\such\\folder"), FALSE);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(fs::current_path(), before);
-    SetLastError(0);
-    EXPECT_EQ(SetCurrentDirectoryW(u"\\etc\\passwd"), FALSE);
-    EXPECT_EQ(GetLastError(), 267U);
 }
 
 TEST(Libraries, KeepTheLastErrorOfEachThreadApart) {

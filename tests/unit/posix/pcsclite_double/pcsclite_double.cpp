@@ -15,7 +15,6 @@ PcscliteDouble& state() {
 
 constexpr SCARDCONTEXT theContext = 0x7FEDCBA9;
 constexpr SCARDHANDLE theCard = 0x6ABCDEF0;
-constexpr char readerName[] = "L\xC3\xA4ser 00";
 constexpr BYTE theAtr[] = {0x3B, 0x7F, 0x96};
 
 }  // namespace
@@ -44,11 +43,7 @@ LONG SCardListReaders(SCARDCONTEXT hContext, LPCSTR, LPSTR mszReaders, LPDWORD p
     if (now.code != 0) return now.code;
     const DWORD room = *pcchReaders;
     *pcchReaders = now.readersSize;
-    if (mszReaders == nullptr) {
-        if (now.growing > 0) *pcchReaders = 2;
-        return SCARD_S_SUCCESS;
-    }
-    if (now.growing > 0) --now.growing;
+    if (mszReaders == nullptr) return SCARD_S_SUCCESS;
     if (room < now.readersSize) return SCARD_E_INSUFFICIENT_BUFFER;
     std::memcpy(mszReaders, now.readers, now.readersSize);
     return SCARD_S_SUCCESS;
@@ -94,16 +89,12 @@ LONG SCardEndTransaction(SCARDHANDLE hCard, DWORD dwDisposition) {
     return state().code;
 }
 
-LONG SCardStatus(SCARDHANDLE hCard, LPSTR szReaderName, LPDWORD pcchReaderLen, LPDWORD pdwState,
-                 LPDWORD pdwProtocol, LPBYTE pbAtr, LPDWORD pcbAtrLen) {
+LONG SCardStatus(SCARDHANDLE hCard, LPSTR, LPDWORD, LPDWORD pdwState, LPDWORD pdwProtocol,
+                 LPBYTE pbAtr, LPDWORD pcbAtrLen) {
     PcscliteDouble& now = state();
     now.card = static_cast<unsigned long>(hCard);
     if (now.code != 0) return now.code;
-    if (*pcchReaderLen < sizeof(readerName) || *pcbAtrLen < sizeof(theAtr)) {
-        return SCARD_E_INSUFFICIENT_BUFFER;
-    }
-    std::memcpy(szReaderName, readerName, sizeof(readerName));
-    *pcchReaderLen = sizeof(readerName);
+    if (*pcbAtrLen < sizeof(theAtr)) return SCARD_E_INSUFFICIENT_BUFFER;
     *pdwState = now.state;
     *pdwProtocol = now.protocol;
     std::memcpy(pbAtr, theAtr, sizeof(theAtr));

@@ -6,7 +6,6 @@ struct PcscliteDouble {
     long code = 0;                  ///< of every call
     const char* readers = "";       ///< the multi-string of the readers
     unsigned long readersSize = 1;  ///< with the last terminator
-    int growing = 0;                ///< how many listings find one reader more than was told before
     unsigned long state = 0;
     unsigned long protocol = 0;
     unsigned char reply[4] = {};
