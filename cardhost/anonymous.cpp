@@ -7,11 +7,12 @@
 #include <botan/bigint.h>
 #include <botan/ec_group.h>
 
+#include "tlv.h"
+
 namespace cardhost {
 
 namespace {
 
-using recording::Bytes;
 using recording::Exchange;
 using Span = std::span<std::uint8_t>;
 
@@ -45,30 +46,18 @@ struct Element {
 };
 
 bool readElement(Span bytes, Element& element) {
-    if (bytes.size() < 2) return false;
-    std::size_t header = 2;
-    std::size_t length = bytes[1];
-    if (length > 0x80) {
-        const std::size_t count = length - 0x80;
-        if (count > 3 || bytes.size() < 2 + count) return false;
-        length = 0;
-        for (std::size_t i = 0; i < count; ++i) length = length << 8 | bytes[2 + i];
-        header += count;
-    } else if (length == 0x80) {
-        return false;
-    }
-    element.tag = bytes[0];
-    element.isWhole = bytes.size() - header >= length;
-    element.value = bytes.subspan(header, std::min(length, bytes.size() - header));
-    element.rest = bytes.subspan(header + element.value.size());
+    const auto read = readTlv(bytes);
+    if (!read || read->tag > 0xFF) return false;
+    element = {static_cast<std::uint8_t>(read->tag),
+               bytes.subspan(read->header, read->value.size()), bytes.subspan(read->size()),
+               read->isWhole};
     return true;
 }
 
 /// Whether bytes are one whole element, and so may have elements in them.
 bool isOneElement(Span bytes) {
-    Element element;
-    return readElement(bytes, element) && element.isWhole && element.rest.empty() &&
-           element.tag != 0;
+    const auto element = readTlv(bytes);
+    return element && element->isWhole && element->size() == bytes.size();
 }
 
 class CertificateBlanker {
@@ -89,10 +78,16 @@ public:
 private:
     void blankToBeSigned(Span bytes) {
         // Version, serial number, algorithm, issuer, and the rest.
+        constexpr int serialNumber = 1;
         constexpr int issuer = 3;
         int place = !bytes.empty() && bytes[0] == (contextSpecific | constructed) ? 0 : 1;
         for (Element element; readElement(bytes, element); bytes = element.rest, ++place) {
-            if (place != issuer) blankOne(element, 0);
+            if (place == serialNumber && element.value.size() < shortestTelling) {
+                // Too short to be looked for elsewhere.
+                std::fill(element.value.begin(), element.value.end(), std::uint8_t{1});
+            } else if (place != issuer) {
+                blankOne(element, 0);
+            }
         }
     }
 

@@ -23,6 +23,7 @@ void addDecrypt(CLI::App& program, Action& action);
 void addAgree(CLI::App& program, Action& action);
 void addLogon(CLI::App& program, Action& action);
 void addRecord(CLI::App& program, Action& action);
+void addReport(CLI::App& program, Action& action);
 void addList(CLI::App& program, Action& action);
 
 }  // namespace cardhost

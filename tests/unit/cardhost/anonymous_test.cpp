@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include <botan/x509_dn.h>
 #include <botan/x509_key.h>
 #include <botan/x509cert.h>
 
@@ -93,6 +94,7 @@ TEST(Anonymous, CertificatesTellNobodyAndCanBeRead) {
             EXPECT_EQ(keyAfter->algo_name(), keyBefore->algo_name());
             EXPECT_EQ(keyAfter->key_length(), keyBefore->key_length());
             EXPECT_NE(keyAfter->public_key_bits(), keyBefore->public_key_bits());
+            EXPECT_NE(after.serial_number(), before.serial_number());
             EXPECT_NE(after.signature(), before.signature());
             EXPECT_NE(after.subject_key_id(), before.subject_key_id());
             EXPECT_EQ(after.not_before().to_string().substr(0, 7),
