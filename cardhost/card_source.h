@@ -17,13 +17,8 @@ namespace cardhost {
 struct CardChoice {
     int virtualType = 3;              // the generation of a virtual card, 3 to 8
     std::filesystem::path stateFile;  // where that card's tries are kept; empty for nowhere
-<<<<<<< HEAD
     /// A reader's name instead, or "" for the first with such a card.
     std::optional<std::string> reader;
-=======
-    std::optional<std::string>
-        reader;  // a reader's name instead, or "" for the first with such a card
->>>>>>> 400f5a1 (cardhost: a trace in the form of conversations, --replay, colour on a terminal, progress; one way to the options of a key)
     std::filesystem::path recording;  // a recorded conversation to replay instead; empty for none
 };
 
