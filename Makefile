@@ -1,11 +1,12 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 test demo lint format fuzz package sign reproducible clean
+.PHONY: help native windows windows-x64 windows-x86 test test-report demo lint format fuzz package sign reproducible clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
 	@echo 'make windows       both DLLs: build/windows-x64/ and build/windows-x86/'
 	@echo 'make native        the same library for this machine, over PC/SC lite: build/native/'
 	@echo 'make test          every check and test; ./test.sh installs what it needs first'
+	@echo 'make test-report   the page of cardhost report in headless Chromium, which it installs'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
 	@echo 'make format        clang-format over all sources'
@@ -28,6 +29,10 @@ windows-x86:
 
 test:
 	tools/run_tests.py
+
+test-report: native
+	tools/install_packages.sh browser
+	tests/system/report/report_page_test.py --cardhost build/native/cardhost --screenshots build/report
 
 demo: windows-x64
 	tools/demo.sh

@@ -2,7 +2,7 @@
 # Installs the Debian packages that are missing for a purpose; quick, and without the network, when
 # none is.
 #
-#   tools/install_packages.sh build|run|test|package ...
+#   tools/install_packages.sh build|run|test|package|browser ...
 set -eu
 
 build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev nlohmann-json3-dev libbotan-2-dev
@@ -12,6 +12,7 @@ run="wine wine64 openssl"
 test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd
       pcsc-tools nginx-light git wixl"
 package="wixl osslsigncode"
+browser="chromium fonts-dejavu-core"
 
 wanted=
 for purpose in "$@"; do
@@ -20,10 +21,11 @@ for purpose in "$@"; do
     run) wanted="$wanted $run" ;;
     test) wanted="$wanted $test" ;;
     package) wanted="$wanted $package" ;;
-    *) echo "$0: no such purpose: $purpose (build, run, test, package)" >&2; exit 2 ;;
+    browser) wanted="$wanted $browser" ;;
+    *) echo "$0: no such purpose: $purpose (build, run, test, package, browser)" >&2; exit 2 ;;
     esac
 done
-[ -n "$wanted" ] || { echo "usage: $0 build|run|test|package ..." >&2; exit 2; }
+[ -n "$wanted" ] || { echo "usage: $0 build|run|test|package|browser ..." >&2; exit 2; }
 
 missing=
 for name in $wanted; do
