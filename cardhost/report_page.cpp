@@ -151,7 +151,7 @@ private:
         add("<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
             "<meta name=\"viewport\" content=\"width=device-width,initial-scale=1\">"
             "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
-            "style-src 'unsafe-inline'\"><link rel=\"icon\" href=\"data:,\">");
+            "style-src 'unsafe-inline'; img-src data:\"><link rel=\"icon\" href=\"data:,\">");
         format("<title>{}</title><style>{}</style></head><body><main>\n", escaped(page.title),
                reportStyle);
         format("<h1>{}</h1>\n<p class=\"outcome {}\">{}</p>\n", escaped(page.title),

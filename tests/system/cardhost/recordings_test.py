@@ -239,14 +239,14 @@ class Reports(CardhostTest):
         markup = b"<script>alert(1)</script>"
         kept = (RECORDINGS / "card-type-5.txt").read_text()
         name = " ".join(f"{byte:02X}" for byte in b"KORTTINEN")
-        bad = " ".join(f"{byte:02X}" for byte in b"<b>&\"'<b>")
+        bad = " ".join(f"{byte:02X}" for byte in b"<b>&<i>&x")
         self.assertEqual(len(name), len(bad))
         self.assertIn(name, kept)
         self.write("hostile.txt", kept.replace(name, bad).encode())
         self.cardhost("--replay", "hostile.txt", "report", "--out", "r.html", "--pin", "1234")
         page = (self.folder / "r.html").read_text("utf-8")
         self.check_well_formed(page)
-        self.assertIn("&lt;b&gt;&amp;&quot;", page)
+        self.assertIn("&lt;b&gt;&amp;&lt;i&gt;&amp;x", page)
         log = self.write("log.txt", b"[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\n"
                          b"[2026-01-01 10:00:00] [CardAcquireContext] " + markup + b"\n"
                          b"[2026-01-01 10:00:01] [CardAcquireContext] Exiting the function, with "
