@@ -65,6 +65,7 @@ std::string escaped(std::string_view text) {
 
 std::string timeText(std::optional<recording::Duration> time) {
     if (!time) return {};
+    if (time->count() < 10) return "&lt; 0.01 ms";
     const double ms = static_cast<double>(time->count()) / 1000;
     return ms < 10     ? fmt::format("{:.2f} ms", ms)
            : ms < 1000 ? fmt::format("{:.0f} ms", ms)
@@ -81,10 +82,10 @@ struct CallStep {
     bool isBad() const { return result != nullptr && result->status != 0; }
 
     recording::Duration time() const {
-        if (result != nullptr && result->time) return *result->time;
+        // A recorded card's commands took what they took, however fast the call is now.
         recording::Duration sum{0};
         for (const Exchange* exchange : exchanges) sum += exchange->reply.time.value_or(sum.zero());
-        return sum;
+        return std::max(sum, result == nullptr ? sum : result->time.value_or(sum));
     }
 };
 
@@ -118,6 +119,10 @@ std::uint16_t statusWordOf(const Exchange& exchange) {
 /// Whether the card did not do what was asked. Bytes that wait are no failure.
 bool isRefused(const Exchange& exchange) {
     const std::uint16_t word = statusWordOf(exchange);
+    const auto& command = exchange.command.bytes;
+    // The query of a PIN is answered by the tries left.
+    const bool isQuery = command.size() >= 2 && command.size() <= 5 && command[1] == 0x20;
+    if (isQuery && (word & 0xFFF0) == 0x63C0) return false;
     return exchange.reply.failure != 0 || (word != 0x9000 && (word >> 8) != 0x61);
 }
 
@@ -222,9 +227,13 @@ private:
                                              step.exchanges.size() <= commandsShownAtOnce);
         format("<details class=\"call\"{}><summary class=\"row\"><span class=\"lanes\">",
                isOpen ? " open" : "");
-        if (!step.text.empty()) add("<i class=\"arrow right platform up\"></i>");
+        // What this program asks itself goes past the driver.
+        const bool isPast = step.text.starts_with("Query");
+        const char* const lane = isPast ? "past" : "card";
+        const char* const callLane = isPast ? "past" : "platform";
+        if (!step.text.empty()) format("<i class=\"arrow right {} up\"></i>", callLane);
         if (step.result != nullptr) {
-            format("<i class=\"arrow left platform down{}\"></i>", step.isBad() ? " bad" : "");
+            format("<i class=\"arrow left {} down{}\"></i>", callLane, step.isBad() ? " bad" : "");
         }
         const std::string meaning = meaningOfCall(step.text);
         format("</span><span class=\"text\"><span class=\"what\">{}</span>{}{}</span>",
@@ -232,11 +241,11 @@ private:
                meaning.empty() ? "" : "<br><span class=\"dim\">" + escaped(meaning) + "</span>",
                statusLine(step));
         format("<span class=\"side\">{}{}</span></summary>\n",
-               step.result == nullptr ? "" : timeText(step.result->time),
+               step.time().count() == 0 ? "" : timeText(step.time()),
                step.exchanges.empty() ? ""
                                       : fmt::format("<br>{} command{}", step.exchanges.size(),
                                                     step.exchanges.size() == 1 ? "" : "s"));
-        for (const Exchange* exchange : step.exchanges) command(*exchange);
+        for (const Exchange* exchange : step.exchanges) command(*exchange, lane);
         if (step.exchanges.empty() && step.log.empty()) {
             add("<div class=\"inside dim\">No command went to the card.</div>");
         }
@@ -255,15 +264,15 @@ private:
                "</span>";
     }
 
-    void command(const Exchange& exchange) {
+    void command(const Exchange& exchange, const char* lane) {
         const bool isBad = isRefused(exchange);
         const auto bytes = exchange.command.withoutPin();
         format(
             "<details class=\"command\"><summary class=\"row\"><span class=\"lanes\">"
-            "<i class=\"arrow right card up\"></i><i class=\"arrow left card down{}\"></i></span>"
+            "<i class=\"arrow right {} up\"></i><i class=\"arrow left {} down{}\"></i></span>"
             "<span class=\"text\"><span class=\"what\">{}</span><br><span class=\"{}\">{}</span>"
             "</span><span class=\"side\">{}</span></summary>\n<div class=\"inside\">",
-            isBad ? " bad" : "", escaped(recording::meaningOfCommand(bytes)),
+            lane, lane, isBad ? " bad" : "", escaped(recording::meaningOfCommand(bytes)),
             isBad ? "badtext" : "goodtext", escaped(replyWords(exchange)),
             timeText(exchange.reply.time));
         header(exchange);

@@ -5,7 +5,7 @@ namespace cardhost {
 
 inline constexpr const char* reportStyle = R"css(
 :root{color-scheme:light dark;--back:#fff;--card:#f5f6f8;--text:#1b1f24;--dim:#5a6572;--line:#c9d0d9;
---out:#0b62c4;--in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4;--lanes:9.5rem}
+--out:#0b62c4;--in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4;--lanes:12rem}
 @media(prefers-color-scheme:dark){:root{--back:#14171b;--card:#1d2127;--text:#e8ebef;--dim:#9aa6b3;
 --line:#3a424d;--out:#79b4ff;--in:#8fd07a;--bad:#ff8a80;--badback:#3a1d1b;--good:#9bd989;--goodback:#1d2f18}}
 *{box-sizing:border-box}
@@ -52,6 +52,7 @@ linear-gradient(var(--line),var(--line)) 83.34% 0/1px 100% no-repeat}
 .arrow.left::after{left:-1px;border-right-color:currentColor;border-left:0}
 .platform{left:16.66%;width:33.34%}
 .card{left:50%;width:33.34%}
+.past{left:16.66%;width:66.68%}
 .up{top:.75rem}.down{bottom:.55rem}.middle{top:50%}
 .text{padding:.3rem .2rem .3rem .7rem;min-width:0;overflow-wrap:anywhere}
 .what{font-weight:600}
@@ -69,8 +70,8 @@ linear-gradient(var(--line),var(--line)) 83.34% 0/1px 100% no-repeat}
 .log li{font:12px/1.5 ui-monospace,"DejaVu Sans Mono",monospace;color:var(--dim);overflow-wrap:anywhere}
 table{border-collapse:collapse}
 td{padding:0 .8rem 0 0;vertical-align:top}
-@media(max-width:40rem){:root{--lanes:6.6rem}body{padding:1rem .6rem 3rem;font-size:14px}
-.heads div{font-size:.66rem}.row{grid-template-columns:var(--lanes) 1fr}
+@media(max-width:40rem){:root{--lanes:7.8rem}body{padding:1rem .6rem 3rem;font-size:14px}
+.heads div{font-size:.58rem}.lanes{grid-row:1/3}.row{grid-template-columns:var(--lanes) 1fr}
 .side{grid-column:2;text-align:left;padding:0 .2rem .3rem .7rem;white-space:normal}
 .inside,.log{margin-left:1rem}}
 @media print{:root{color-scheme:light;--back:#fff;--card:#f5f6f8;--text:#000;--dim:#444;--line:#aaa;--out:#0b62c4;

@@ -43,14 +43,23 @@ Group cardGroup(Session& session) {
     return group;
 }
 
+/// A name with a blank behind each of its parts, so that it breaks there.
+std::string spaced(std::string name) {
+    for (std::size_t at = name.find("\","); at != std::string::npos;
+         at = name.find("\",", at + 1)) {
+        name.insert(at + 2, " ");
+    }
+    return name;
+}
+
 Group containerGroup(const Container& container) {
     const Certificate& certificate = container.certificate;
     return {fmt::format("Key {}{}", container.index, container.isDefault ? ", the default" : ""),
             {{"use", container.isKeyExchange ? "logon, decryption" : "signatures"},
              {"key", certificate.key.description},
              {"PIN", pinText(container.pin)},
-             {"holder", certificate.subject},
-             {"issuer", certificate.issuer},
+             {"holder", spaced(certificate.subject)},
+             {"issuer", spaced(certificate.issuer)},
              {"valid", fmt::format("{} to {}", certificate.notBefore, certificate.notAfter)}}};
 }
 

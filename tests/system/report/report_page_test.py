@@ -220,13 +220,15 @@ class ReportPage(unittest.TestCase):
             self.skipTest("no folder given for them")
         folder.mkdir(parents=True, exist_ok=True)
         self.of_recording(6)
-        self.browser.value("document.querySelectorAll('details.call')[12].open = true")
+        # The acquisition, and in it a command whose reply is shown as what it is made of.
+        self.browser.value("(() => { const call = document.querySelector('details.call');"
+                           " call.open = true; call.querySelectorAll('details')[1].open = true; })()")
         for name, look in (("light", {}), ("dark", {"scheme": "dark"}),
                            ("phone", {"width": PHONE_WIDTH, "height": 1600}),
                            ("print", {"media": "print", "width": 800, "height": 1100})):
             self.browser.look(**look)
             self.browser.screenshot(folder / f"report-{name}.png")
-            self.browser.value("document.querySelector('h2:last-of-type').scrollIntoView()")
+            self.browser.value("[...document.querySelectorAll('h2')].pop().scrollIntoView()")
             self.browser.screenshot(folder / f"report-{name}-diagram.png")
             self.browser.value("scrollTo(0, 0)")
 
