@@ -1,5 +1,5 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all demo lint format fuzz \
+.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report demo lint format fuzz \
         package release sign reproducible clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
@@ -9,6 +9,7 @@ help:
 	@echo 'make native        the same library for this machine, over PC/SC lite: build/native/'
 	@echo 'make test          every check and test; ./test.sh installs what it needs first'
 	@echo 'make test-all      the same, ARM64 and everything of a release too: half an hour'
+	@echo 'make test-report   the page of cardhost report in headless Chromium, which it installs'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
 	@echo 'make format        clang-format over all sources'
@@ -42,6 +43,10 @@ test:
 test-all: test windows windows-arm64
 	tools/install_packages.sh test-all
 	tools/test_release.sh
+
+test-report: native
+	tools/install_packages.sh browser
+	tests/system/report/report_page_test.py --cardhost build/native/cardhost --screenshots build/report
 
 demo: windows-x64
 	tools/demo.sh

@@ -99,6 +99,8 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     addDecrypt(program, line.action);
     addAgree(program, line.action);
     addExport(program, line.action);
+    addRecord(program, line.action);
+    addReport(program, line.action);
     addList(program, line.action);
     std::reverse(arguments.begin(), arguments.end());
     try {

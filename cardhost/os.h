@@ -60,6 +60,9 @@ std::filesystem::path pathOf(const std::string& text);
 /// terminal. Nothing at the end of the input.
 std::optional<std::string> askWithoutEcho(const std::string& prompt);
 
+/// Where the minidriver of this system writes its log.
+std::filesystem::path driverLogFile();
+
 /// Whether the stream goes to a terminal.
 bool isTerminal(std::FILE* stream);
 

@@ -102,6 +102,10 @@ std::optional<std::string> askWithoutEcho(const std::string& prompt) {
     return isRead ? std::optional(line) : std::nullopt;
 }
 
+std::filesystem::path driverLogFile() {
+    return "/var/log/kelmora-id-minidriver/kelmora-id-minidriver.log";
+}
+
 bool isTerminal(std::FILE* stream) {
     return isatty(fileno(stream)) == 1;
 }

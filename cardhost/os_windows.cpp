@@ -127,6 +127,10 @@ std::optional<std::string> askWithoutEcho(const std::string& prompt) {
     return isRead ? std::optional(line) : std::nullopt;
 }
 
+std::filesystem::path driverLogFile() {
+    return "C:\\Program Files\\Kelmora-ID-minidriver\\Log\\Kelmora-ID-minidriver.log";
+}
+
 bool isTerminal(std::FILE* stream) {
     return _isatty(_fileno(stream)) != 0;
 }

@@ -6,14 +6,18 @@
 
 #include <fmt/format.h>
 
+#include "terminal.h"
+
 namespace cardhost {
 
 class Report {
 public:
-    explicit Report(std::FILE* stream) : stream_(stream) {}
+    explicit Report(std::FILE* stream) : stream_(stream), terminal_(stream) {}
 
     /// A heading with an empty line ahead of it, except at the top.
-    void heading(const std::string& text) { write(isEmpty_ ? text + "\n" : "\n" + text + "\n"); }
+    void heading(const std::string& text) {
+        write((isEmpty_ ? "" : "\n") + terminal_.styled(Style::heading, text) + "\n");
+    }
 
     /// A label and its value, in columns.
     void row(const std::string& label, const std::string& value) {
@@ -35,6 +39,7 @@ private:
     }
 
     std::FILE* stream_;
+    Terminal terminal_;
     bool isEmpty_ = true;
 };
 

@@ -2,6 +2,7 @@
 // driver and the acquisition, made in the order in which the platform makes them.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -17,13 +18,14 @@ struct CommonOptions {
     CardChoice card;
     bool trace = false;
     recording::Conversation* kept = nullptr;  // where the conversation goes that a command keeps
+    std::function<void(const std::string& call)> beforeCall;  // is told of each call ahead of it
 };
 
 class Session {
 public:
     Session(const CommonOptions& options, std::FILE* reportStream)
         : report(reportStream),
-          trace(options.trace, options.kept),
+          trace(options.trace, options.kept, options.beforeCall),
           card(options.card, driverFile(options).parent_path(), trace),
           driver(driverFile(options)),
           acquisition(driver, card, trace) {}

@@ -57,8 +57,11 @@ struct Trace::State {
     bool isBegun = false;
 };
 
-Trace::Trace(bool isShown, recording::Conversation* kept)
-    : state_(std::make_unique<State>(isShown, kept)) {}
+Trace::Trace(bool isShown, recording::Conversation* kept,
+             std::function<void(const std::string&)> listener)
+    : state_(std::make_unique<State>(isShown, kept)) {
+    if (listener) onCall(std::move(listener));
+}
 
 Trace::~Trace() {
     if (state_->writer && state_->isBegun) state_->writer->end();

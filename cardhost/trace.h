@@ -16,8 +16,9 @@ namespace cardhost {
 class Trace {
 public:
     /// `isShown` lets it be shown on standard error, `kept` takes what is to be kept (null for
-    /// nothing) and has to outlive the trace.
-    explicit Trace(bool isShown, recording::Conversation* kept = nullptr);
+    /// nothing) and has to outlive the trace. The listener, if any, is the first of onCall.
+    explicit Trace(bool isShown, recording::Conversation* kept = nullptr,
+                   std::function<void(const std::string& call)> listener = {});
     /// Shows the end of the conversation.
     ~Trace();
     Trace(const Trace&) = delete;

@@ -64,6 +64,12 @@ for type in 3 4 5 6 7 8; do
         echo "The end of the driver's log of this logon ($lines lines, $folder/log.txt):"
         tail -n 6 "$folder/log-lines.txt" | sed 's/^/  /'
     fi
+    if ! (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" \
+            --virtual "$type" report --pin 1234 --out report.html >/dev/null 2>report-output.txt); then
+        cat "$folder/report-output.txt"
+        echo "The report of the logon could not be made." >&2
+        exit 1
+    fi
 done
 
 # cardhost in Wine, in a folder of its own below the work folder.
@@ -119,4 +125,6 @@ echo
 rule
 echo "OpenSSL accepted $accepted of 6 signatures; decryption: $decrypted; $agreed of 5 agreements."
 echo "Certificates, challenges, signatures, keys and logs: $work"
+echo "A page for each logon, to be opened in a browser:"
+for type in 3 4 5 6 7 8; do echo "  $work/card-type-$type/report.html"; done
 [ "$accepted" = 6 ] && [ "$decrypted" = yes ] && [ "$agreed" = 5 ]

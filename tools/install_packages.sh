@@ -2,11 +2,11 @@
 # Installs the Debian packages that are missing for a purpose; quick, and without the network, when
 # none is.
 #
-#   tools/install_packages.sh build|arm64|run|test|package|test-all ...
+#   tools/install_packages.sh build|arm64|run|test|package|browser|test-all ...
 set -eu
 
-build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
-       libutfcpp-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev nlohmann-json3-dev
+       libbotan-2-dev libpcsclite-dev libutfcpp-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
        g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 lld-22
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
@@ -16,6 +16,7 @@ test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsm
 arm64="clang-22 lld-22 llvm-22 libclang-rt-22-dev-win debootstrap qemu-user-static binfmt-support"
 package="wixl msitools faketime osslsigncode libengine-pkcs11-openssl"
 test_all="$arm64 $package softhsm2 python3-pefile"
+browser="chromium fonts-dejavu-core"
 
 wanted=
 for purpose in "$@"; do
@@ -25,11 +26,12 @@ for purpose in "$@"; do
     test) wanted="$wanted $test" ;;
     arm64) wanted="$wanted $arm64" ;;
     package) wanted="$wanted $package" ;;
+    browser) wanted="$wanted $browser" ;;
     test-all) wanted="$wanted $test_all" ;;
-    *) echo "$0: no such purpose: $purpose (build, arm64, run, test, package, test-all)" >&2; exit 2 ;;
+    *) echo "$0: no such purpose: $purpose (build, arm64, run, test, package, browser, test-all)" >&2; exit 2 ;;
     esac
 done
-[ -n "$wanted" ] || { echo "usage: $0 build|arm64|run|test|package|test-all ..." >&2; exit 2; }
+[ -n "$wanted" ] || { echo "usage: $0 build|arm64|run|test|package|browser|test-all ..." >&2; exit 2; }
 
 missing=
 for name in $wanted; do

@@ -22,6 +22,8 @@ void addSign(CLI::App& program, Action& action);
 void addDecrypt(CLI::App& program, Action& action);
 void addAgree(CLI::App& program, Action& action);
 void addLogon(CLI::App& program, Action& action);
+void addRecord(CLI::App& program, Action& action);
+void addReport(CLI::App& program, Action& action);
 void addList(CLI::App& program, Action& action);
 
 }  // namespace cardhost

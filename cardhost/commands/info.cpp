@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "card_types.h"
 #include "commands/commands.h"
@@ -226,8 +227,88 @@ void printProperties(Session& session) {
     }
 }
 
-void info(bool isVerbose, const CommonOptions& common, std::FILE* stream) {
+using Json = nlohmann::ordered_json;
+
+Json cardJson(Session& session) {
+    const CardGeneration* generation = generationOf(session.card.atr());
+    return {{"type", generation == nullptr ? Json() : Json(generation->type)},
+            {"reader", session.card.reader()},
+            {"atr", hex(session.card.atr())},
+            {"identifier", hex(session.acquisition.property("Card Identifier"))}};
+}
+
+Json filesJson(Session& session) {
+    auto files = Json::array();
+    for (const std::string directory : {"", "mscp"}) {
+        for (const std::string& name : session.acquisition.fileNames(directory)) {
+            files.push_back({{"path", (directory.empty() ? "/" : "/" + directory + "/") + name},
+                             {"bytes", session.acquisition.readFile(directory, name).size()}});
+        }
+    }
+    return files;
+}
+
+Json containersJson(Session& session) {
+    auto containers = Json::array();
+    for (const Container& container : containersOf(session.acquisition)) {
+        const Certificate& certificate = container.certificate;
+        const Bytes blob = session.acquisition.publicKeyBlob(container.index);
+        containers.push_back({{"index", container.index},
+                              {"name", container.name},
+                              {"default", container.isDefault},
+                              {"use", container.isKeyExchange ? "key exchange" : "signature"},
+                              {"key", certificate.key.description},
+                              {"keyOfCertificate", isKeyOfCertificate(blob, certificate)},
+                              {"pin", container.pin},
+                              {"file", "mscp/" + container.certificateFile},
+                              {"subject", certificate.subject},
+                              {"issuer", certificate.issuer},
+                              {"serialNumber", certificate.serialNumber},
+                              {"notBefore", certificate.notBefore},
+                              {"notAfter", certificate.notAfter},
+                              {"certificate", hex(certificate.der)}});
+    }
+    return containers;
+}
+
+Json pinsJson(Session& session) {
+    auto pins = Json::array();
+    for (PIN_ID pin = firstPin; pin <= lastPin; ++pin) {
+        const auto info = session.acquisition.propertyAs<PIN_INFO>("PIN Information", pin);
+        pins.push_back({{"pin", pin},
+                        {"purpose", pinPurposeText(info.PinPurpose)},
+                        {"asked", pinTypeText(info.PinType)},
+                        {"cache", cachePolicyText(info.PinCachePolicy.PinCachePolicyType)}});
+    }
+    return pins;
+}
+
+void printJson(Session& session, std::FILE* stream) {
+    std::vector<std::string> offered;
+    for (const Slot& slot : slotsOf(session.acquisition.record())) {
+        if (slot.isFilled) offered.emplace_back(slot.name);
+    }
+    const Json all{{"card", cardJson(session)},
+                   {"driver",
+                    {{"file", shown(session.driver.file())},
+                     {"version", session.acquisition.record().dwVersion},
+                     {"entryPoints", offered}}},
+                   {"files", filesJson(session)},
+                   {"containers", containersJson(session)},
+                   {"pins", pinsJson(session)}};
+    // What a card holds may be no UTF-8.
+    fmt::print(stream, "{}\n", all.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+struct InfoOptions {
+    bool isVerbose = false;
+    bool isJson = false;
+};
+
+void info(const InfoOptions& options, const CommonOptions& common, std::FILE* stream) {
+    const bool isVerbose = options.isVerbose;
     Session session(common, stream);
+    if (options.isJson) return printJson(session, stream);
     printCard(session);
     printDriver(session, isVerbose);
     printFiles(session, isVerbose);
@@ -239,15 +320,16 @@ void info(bool isVerbose, const CommonOptions& common, std::FILE* stream) {
 }  // namespace
 
 void addInfo(CLI::App& program, Action& action) {
-    auto isVerbose = std::make_shared<bool>(false);
+    auto options = std::make_shared<InfoOptions>();
     auto* command = program.add_subcommand(
         "info", "What the platform can learn of the card: files, keys, certificates, PINs");
-    command->add_flag("-v,--verbose", *isVerbose,
+    command->add_flag("--json", options->isJson, "For programs: the same as JSON");
+    command->add_flag("-v,--verbose", options->isVerbose,
                       "Also every entry point, what the driver says of each file, and the "
                       "properties of the card");
-    command->callback([isVerbose, &action] {
-        action = [isVerbose](const CommonOptions& common, std::FILE* stream) {
-            info(*isVerbose, common, stream);
+    command->callback([options, &action] {
+        action = [options](const CommonOptions& common, std::FILE* stream) {
+            info(*options, common, stream);
         };
     });
 }

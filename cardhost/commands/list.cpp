@@ -1,5 +1,10 @@
 // cardhost list: the readers and the cards in them.
+#include <memory>
+
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "card_types.h"
 
 #include "commands/commands.h"
 #include "session.h"
@@ -8,9 +13,23 @@ namespace cardhost {
 
 namespace {
 
-void list(const CommonOptions& options, std::FILE* stream) {
-    Report report(stream);
+void printJson(const std::vector<ReaderState>& readers, std::FILE* stream) {
+    auto all = nlohmann::ordered_json::array();
+    for (const ReaderState& reader : readers) {
+        const CardGeneration* generation = generationOf(reader.atr);
+        nlohmann::ordered_json one{{"reader", reader.name}, {"status", reader.status}};
+        one["atr"] = hex(reader.atr);
+        one["type"] = generation == nullptr ? nlohmann::ordered_json()
+                                            : nlohmann::ordered_json(generation->type);
+        all.push_back(std::move(one));
+    }
+    fmt::print(stream, "{}\n", all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+void list(bool isJson, const CommonOptions& options, std::FILE* stream) {
     const auto readers = readersOf(Session::driverFile(options).parent_path());
+    if (isJson) return printJson(readers, stream);
+    Report report(stream);
     if (readers.empty()) throw Failure(ExitCode::notFound, "no reader is connected");
     for (const ReaderState& reader : readers) {
         report.heading(reader.name);
@@ -22,8 +41,15 @@ void list(const CommonOptions& options, std::FILE* stream) {
 }  // namespace
 
 void addList(CLI::App& program, Action& action) {
-    program.add_subcommand("list", "The readers of this machine, and the cards in them")
-        ->callback([&action] { action = list; });
+    auto isJson = std::make_shared<bool>(false);
+    auto* command =
+        program.add_subcommand("list", "The readers of this machine, and the cards in them");
+    command->add_flag("--json", *isJson, "For programs: the same as JSON");
+    command->callback([isJson, &action] {
+        action = [isJson](const CommonOptions& common, std::FILE* stream) {
+            list(*isJson, common, stream);
+        };
+    });
 }
 
 }  // namespace cardhost

@@ -279,13 +279,13 @@ class Journey(PcscTest):
     def check_the_trace_shows_the_commands_with_the_pin_masked(self, card_type):
         with self.card(card_type):
             _, error = self.cardhost("verify", "--pin", PINS[AUTHENTICATION], "--trace")
-        verify = re.findall(r"^  > VERIFY +00 20 00 ([0-9A-F ]+?)((?: \*\*)+)$", error, re.M)
+        verify = re.findall(r"^  > 00 20 00 ([0-9A-F ]+?)((?: \*\*)+)  # VERIFY$", error, re.M)
         self.assertEqual(len(verify), 1, error)
         reference_and_length, masked = verify[0]
         self.assertEqual(int(reference_and_length.split()[1], 16), masked.count("**"))
         self.assertNotIn("31 32 33 34", error)
-        self.assertRegex(error, r"(?m)^  > SELECT +00 A4 ")
-        self.assertRegex(error, r"(?m)^  < +90 00$")
+        self.assertRegex(error, r"(?m)^  > 00 A4 ")
+        self.assertRegex(error, r"(?m)^  < 90 00 in ")
 
 
 class Decryption(PcscTest):
@@ -401,8 +401,8 @@ class PulledOut(PcscTest):
     def test_the_trace_shows_the_command_that_got_no_answer(self):
         done = self.run_until(VERIFY, 1, "verify", "--pin", "1234", "--trace", card_type=3)
         self.assertEqual(done.returncode, NOT_FOUND, (done.stdout, done.stderr))
-        self.assertRegex(done.stderr, r"(?m)^  > VERIFY +00 20 00 11 04 \*\* \*\* \*\* \*\*\n"
-                                      r"  < (nothing|0x8010[0-9a-f]{4} .*)$")
+        self.assertRegex(done.stderr, r"(?m)^  > 00 20 00 11 04 \*\* \*\* \*\* \*\*  # VERIFY\n"
+                                      r"  < (nothing|failed 0x8010[0-9A-F]{4}) in ")
 
     def test_together_with_the_daemon(self):
         def end_daemon():

@@ -1,0 +1,164 @@
+// cardhost record: what a card says on the usual journeys, kept as a text that can be replayed.
+#include <memory>
+
+#include <botan/hash.h>
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "anonymous.h"
+#include "card_types.h"
+#include "commands/commands.h"
+#include "files.h"
+#include "key_operations.h"
+#include "known_inputs.h"
+#include "pin_query.h"
+#include "pins.h"
+#include "recording/writer.h"
+#include "session.h"
+
+namespace cardhost {
+
+namespace {
+
+constexpr PIN_ID authenticationPin = 1;
+constexpr PIN_ID signaturePin = 4;
+
+constexpr const char* personalDataNotice =
+    "A recording holds what the card holds of its holder: certificates with a name and\n"
+    "an electronic client number, serial numbers, public keys, signatures. Give it to\n"
+    "nobody who must not have them. PINs are never written; their lengths can be seen.\n"
+    "With --anonymous all that is blanked at equal length.\n";
+
+constexpr const char* anonymousNotice =
+    "Names, numbers, keys and signatures are blanked in this recording. What stays: the\n"
+    "type of card, its files and their lengths, issuers, months of validity, and the\n"
+    "lengths of PINs. Read it before you give it away.\n";
+
+struct RecordOptions {
+    std::string out;
+    bool isAnonymous = false;
+    PinOptions pin;
+    std::vector<std::string> signaturePins;
+};
+
+void readFiles(Acquisition& acquisition) {
+    for (const std::string directory : {"", "mscp"}) {
+        for (const std::string& name : acquisition.fileNames(directory)) {
+            acquisition.readFile(directory, name);
+        }
+    }
+}
+
+void useKeyOnce(Acquisition& acquisition, const Container& container) {
+    const Hash& hash = *hashNamed("sha256");
+    const Bytes challenge = knownChallenge();
+    const auto digest = Botan::HashFunction::create_or_throw(hash.botanName)->process(challenge);
+    const bool isEc = container.certificate.key.isEc;
+    signHash(acquisition, container, isEc ? Scheme::ecdsa : Scheme::pkcs1, Provider::keyStorage,
+             hash, Bytes(digest.begin(), digest.end()));
+    if (!isEc) {
+        decipher(acquisition, container, knownBlock(container.certificate));
+    } else if (container.index == 0) {
+        agree(acquisition, container, knownPeer(container.certificate), {});
+    }
+}
+
+/// The driver's refusals are part of what the card says, and end only the step.
+void tryStep(Report& report, const std::string& label, const std::function<void()>& step) try {
+    step();
+    report.row(label, "recorded");
+} catch (const Failure& failure) {
+    if (failure.code() != ExitCode::refused) throw;
+    report.row(label, failure.what());
+}
+
+void walk(Session& session, const RecordOptions& options) {
+    Report& report = session.report;
+    Acquisition& acquisition = session.acquisition;
+    const CardGeneration* generation = generationOf(session.card.atr());
+    report.row("card", generation == nullptr
+                           ? std::string("not known by its ATR")
+                           : fmt::format("type {}, {}", generation->type, generation->description));
+    tryStep(report, "files", [&] { readFiles(acquisition); });
+    std::vector<Container> containers;
+    tryStep(report, "containers", [&] {
+        containers = containersOf(acquisition);
+        for (const Container& container : containers) acquisition.publicKeyBlob(container.index);
+    });
+    for (const PIN_ID pin : {authenticationPin, signaturePin}) {
+        acquisition.propertyAs<PIN_INFO>("PIN Information", pin);
+        const auto tries = triesLeft(session.card, pin, session.trace);
+        report.row(fmt::format("PIN {}", pin),
+                   tries ? fmt::format("{} tries left", *tries) : "tries left not told");
+    }
+    for (const Container& container : containers) {
+        PinOptions pin = options.pin;
+        if (container.pin == signaturePin) pin = {options.signaturePins, {}};
+        if (pin.pins.empty() && pin.file.empty()) continue;
+        // A wrong PIN costs a try and ends the recording: it is not tried again.
+        verifyPin(acquisition, container.pin, pin);
+        tryStep(report, fmt::format("key {}", container.index),
+                [&] { useKeyOnce(acquisition, container); });
+    }
+    acquisition.close();
+}
+
+void save(const RecordOptions& options, recording::Conversation& conversation, Report& report) {
+    if (options.isAnonymous) anonymize(conversation);
+    std::string text;
+    std::size_t commands = 0;
+    for (const recording::Entry& entry : conversation.entries) {
+        if (std::holds_alternative<recording::Exchange>(entry)) ++commands;
+    }
+    recording::Writer writer([&](const std::string& line) { text += line + '\n'; });
+    writer.note(std::string("Recorded by cardhost") + (options.isAnonymous ? ", anonymous" : "") +
+                ": see docs/conversation-format.md");
+    recording::write(conversation, writer);
+    writeFile(os::pathOf(options.out), text);
+    report.row("written", fmt::format("{}, {} commands", options.out, commands));
+}
+
+void record(const RecordOptions& options, CommonOptions common, std::FILE* stream) {
+    Report report(stream);
+    report.line(options.isAnonymous ? anonymousNotice : personalDataNotice);
+    recording::Conversation conversation;
+    common.kept = &conversation;
+    try {
+        Session session(common, stream);
+        walk(session, options);
+    } catch (const Failure&) {
+        // What was said until then is what someone has to see.
+        if (!conversation.atr.empty()) save(options, conversation, report);
+        throw;
+    }
+    save(options, conversation, report);
+}
+
+}  // namespace
+
+void addRecord(CLI::App& program, Action& action) {
+    auto options = std::make_shared<RecordOptions>();
+    auto* command = program.add_subcommand(
+        "record",
+        "Write what the card says on the usual journeys into a text that --replay takes:\n"
+        "acquisition, files, PIN tries; with PINs also verification, signatures, decryption\n"
+        "and key agreement");
+    command->add_option("-o,--out", options->out, "Where the recording goes")
+        ->required()
+        ->type_name("FILE");
+    command->add_flag("--anonymous", options->isAnonymous,
+                      "Blank what tells the card and its holder from others, at equal length");
+    addPinOptions(*command, options->pin);
+    command
+        ->add_option("--signature-pin", options->signaturePins,
+                     "The PIN of the signature keys; without it these are not used")
+        ->expected(1)
+        ->type_name("PIN");
+    command->callback([options, &action] {
+        action = [options](const CommonOptions& common, std::FILE* stream) {
+            record(*options, common, stream);
+        };
+    });
+}
+
+}  // namespace cardhost

@@ -1,0 +1,183 @@
+// cardhost report: one logon as a page to look at.
+#include <memory>
+
+#include <botan/hash.h>
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "card_types.h"
+#include "commands/commands.h"
+#include "driver_log.h"
+#include "files.h"
+#include "key_operations.h"
+#include "known_inputs.h"
+#include "pin_query.h"
+#include "pins.h"
+#include "report_page.h"
+#include "session.h"
+
+namespace cardhost {
+
+namespace {
+
+constexpr PIN_ID authenticationPin = 1;
+constexpr PIN_ID signaturePin = 4;
+
+struct ReportOptions {
+    std::string out;
+    std::string log;
+    PinOptions pin;
+};
+
+using Group = ReportPage::Group;
+
+Group cardGroup(Session& session) {
+    const CardGeneration* generation = generationOf(session.card.atr());
+    Group group{"The card", {}};
+    group.rows.emplace_back("type", generation == nullptr ? std::string("not known by its ATR")
+                                                          : fmt::format("{}, {}", generation->type,
+                                                                        generation->description));
+    group.rows.emplace_back("reader", session.card.reader());
+    group.rows.emplace_back("ATR", hexSpaced(session.card.atr()));
+    group.rows.emplace_back("identifier", hexSpaced(session.acquisition.readFile("", "cardid")));
+    return group;
+}
+
+/// A name with a blank behind each of its parts, so that it breaks there.
+std::string spaced(std::string name) {
+    for (std::size_t at = name.find("\","); at != std::string::npos;
+         at = name.find("\",", at + 1)) {
+        name.insert(at + 2, " ");
+    }
+    return name;
+}
+
+Group containerGroup(const Container& container) {
+    const Certificate& certificate = container.certificate;
+    return {fmt::format("Key {}{}", container.index, container.isDefault ? ", the default" : ""),
+            {{"use", container.isKeyExchange ? "logon, decryption" : "signatures"},
+             {"key", certificate.key.description},
+             {"PIN", pinText(container.pin)},
+             {"holder", spaced(certificate.subject)},
+             {"issuer", spaced(certificate.issuer)},
+             {"valid", fmt::format("{} to {}", certificate.notBefore, certificate.notAfter)}}};
+}
+
+Group pinGroup(Session& session) {
+    Group group{"PINs", {}};
+    for (const PIN_ID pin : {authenticationPin, signaturePin}) {
+        const auto tries = triesLeft(session.card, pin, session.trace);
+        group.rows.emplace_back("PIN " + pinText(pin), tries ? fmt::format("{} tries left", *tries)
+                                                             : "tries left not told");
+    }
+    return group;
+}
+
+void signChallenge(Acquisition& acquisition, const Container& container) {
+    const Hash& hash = *hashNamed("sha256");
+    const auto digest =
+        Botan::HashFunction::create_or_throw(hash.botanName)->process(knownChallenge());
+    const Scheme scheme = container.certificate.key.isEc ? Scheme::ecdsa : Scheme::pkcs1;
+    signHash(acquisition, container, scheme, Provider::keyStorage, hash,
+             Bytes(digest.begin(), digest.end()));
+}
+
+/// The road of a logon; gives what became of it.
+std::string walk(Session& session, const ReportOptions& options, ReportPage& page) {
+    page.found.push_back(cardGroup(session));
+    const auto containers = containersOf(session.acquisition);
+    for (const Container& container : containers) page.found.push_back(containerGroup(container));
+    session.acquisition.propertyAs<PIN_INFO>("PIN Information", authenticationPin);
+    page.found.insert(page.found.begin() + 1, pinGroup(session));
+    if (containers.empty()) return "The card has no key to log on with.";
+    const bool hasPin = !options.pin.pins.empty() || !options.pin.file.empty();
+    if (!hasPin && session.card.isRecording()) {
+        session.acquisition.close();
+        return "The card was read. No PIN was given, so nothing was signed.";
+    }
+    verifyPin(session.acquisition, containers.front().pin, options.pin);
+    signChallenge(session.acquisition, containers.front());
+    session.acquisition.close();
+    return "The logon works: the card was read, the PIN was right, the challenge was signed.";
+}
+
+void makeFromCard(const ReportOptions& options, CommonOptions common, ReportPage& page,
+                  std::optional<Failure>& failed) {
+    LogFollower log(os::driverLogFile());
+    recording::Conversation& conversation = page.conversation;
+    const auto addLog = [&] {
+        for (std::string& line : log.newLines()) {
+            conversation.entries.push_back(recording::LogLine{std::move(line)});
+        }
+    };
+    common.kept = &conversation;
+    common.beforeCall = [&](const std::string&) { addLog(); };
+    try {
+        Session session(common, stderr);
+        page.outcome = walk(session, options, page);
+    } catch (const Failure& failure) {
+        page.outcome = failure.what();
+        page.isGood = false;
+        failed = failure;
+    }
+    addLog();
+}
+
+void makeFromLog(const ReportOptions& options, ReportPage& page) {
+    page.conversation = lastLogonInLog(os::pathOf(options.log));
+    page.outcome = "Every call that the log tells of came back well.";
+    std::string call;
+    for (const recording::Entry& entry : page.conversation.entries) {
+        if (const auto* begun = std::get_if<recording::Call>(&entry)) call = begun->text;
+        const auto* result = std::get_if<recording::Result>(&entry);
+        if (result == nullptr || result->status == 0) continue;
+        page.outcome = fmt::format("{} ended with {}", call, statusText(result->status));
+        page.isGood = false;
+    }
+}
+
+void report(const ReportOptions& options, const CommonOptions& common, std::FILE* stream) {
+    ReportPage page;
+    std::optional<Failure> failed;
+    if (options.log.empty()) {
+        page.title = "A logon with a smart card";
+        makeFromCard(options, common, page, failed);
+        // Where there was no card there is nothing to look at.
+        if (failed && page.conversation.atr.empty()) throw Failure(*failed);
+    } else {
+        page.title = "The last logon in the driver's log";
+        makeFromLog(options, page);
+    }
+    writeFile(os::pathOf(options.out), htmlOf(page));
+    Report text(stream);
+    text.heading("Report");
+    text.row("outcome", page.outcome);
+    text.row("written", options.out);
+    if (failed) throw Failure(*failed);
+}
+
+}  // namespace
+
+void addReport(CLI::App& program, Action& action) {
+    auto options = std::make_shared<ReportOptions>();
+    auto* command = program.add_subcommand(
+        "report",
+        "Walk through one logon, and write it as a page to look at: every call and command, "
+        "what\nthey mean, and where the time went");
+    command->add_option("-o,--out", options->out, "Where the page goes")
+        ->required()
+        ->type_name("FILE");
+    command
+        ->add_option("--log", options->log,
+                     "Show the last logon that the driver's log tells of instead; no card is "
+                     "asked")
+        ->type_name("FILE");
+    addPinOptions(*command, options->pin);
+    command->callback([options, &action] {
+        action = [options](const CommonOptions& common, std::FILE* stream) {
+            report(*options, common, stream);
+        };
+    });
+}
+
+}  // namespace cardhost

@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+"""Looks at the page of `cardhost report` in headless Chromium.
+
+    report_page_test.py --cardhost build/native/cardhost [--screenshots FOLDER] [unittest arguments]
+
+Chromium is spoken to over its debugging pipe; nothing listens on the network.
+"""
+import argparse
+import base64
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[3]
+RECORDINGS = ROOT / "tests/data/recordings"
+CARD_TYPES = (3, 4, 5, 6, 7, 8)
+PHONE_WIDTH = 360
+PATIENCE = 60
+
+settings = argparse.Namespace(cardhost="", screenshots=None)
+
+
+class Chromium:
+    """A browser with one page, spoken to by the DevTools protocol."""
+
+    def __init__(self, folder):
+        to_browser, self.commands = os.pipe()
+        self.answers, from_browser = os.pipe()
+
+        def place_pipes():  # the browser reads from descriptor 3 and writes to 4
+            os.dup2(to_browser, 50)
+            os.dup2(from_browser, 51)
+            os.dup2(50, 3)
+            os.dup2(51, 4)
+
+        self.process = subprocess.Popen(
+            ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+             "--remote-debugging-pipe", f"--user-data-dir={folder}", "--no-first-run",
+             "--disable-background-networking", "about:blank"],
+            preexec_fn=place_pipes, close_fds=False, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(to_browser)
+        os.close(from_browser)
+        self.buffer = b""
+        self.count = 0
+        self.events = []
+        self.session = None
+        target = self.call("Target.createTarget", url="about:blank")["targetId"]
+        self.session = self.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
+        for domain in ("Page", "Runtime", "Log", "Network"):
+            self.call(f"{domain}.enable")
+
+    def close(self):
+        os.close(self.commands)
+        self.process.terminate()
+        self.process.wait(PATIENCE)
+        os.close(self.answers)
+
+    def message(self):
+        while b"\0" not in self.buffer:
+            piece = os.read(self.answers, 1 << 20)
+            if not piece:
+                raise RuntimeError("the browser has ended")
+            self.buffer += piece
+        text, self.buffer = self.buffer.split(b"\0", 1)
+        return json.loads(text)
+
+    def call(self, method, **parameters):
+        self.count += 1
+        command = {"id": self.count, "method": method, "params": parameters}
+        if self.session:
+            command["sessionId"] = self.session
+        os.write(self.commands, json.dumps(command).encode() + b"\0")
+        while True:
+            answer = self.message()
+            if answer.get("id") == self.count:
+                if "error" in answer:
+                    raise RuntimeError(f"{method}: {answer['error']}")
+                return answer["result"]
+            self.events.append(answer)
+
+    def open(self, path):
+        self.events.clear()
+        self.call("Page.navigate", url=path.as_uri())
+        while not any(event.get("method") == "Page.loadEventFired" for event in self.events):
+            self.events.append(self.message())
+
+    def value(self, expression):
+        result = self.call("Runtime.evaluate", expression=expression, returnByValue=True)
+        if "exceptionDetails" in result:
+            raise RuntimeError(result["exceptionDetails"])
+        return result["result"].get("value")
+
+    def press(self, key, code):
+        text = {"text": "\r"} if key == "Enter" else {}
+        for kind in ("keyDown", "keyUp"):
+            self.call("Input.dispatchKeyEvent", type=kind, key=key, code=key,
+                      windowsVirtualKeyCode=code, **(text if kind == "keyDown" else {}))
+
+    def look(self, width=1100, height=900, scheme="light", media=""):
+        self.call("Emulation.setDeviceMetricsOverride", width=width, height=height,
+                  deviceScaleFactor=1, mobile=width < 500)
+        self.call("Emulation.setEmulatedMedia", media=media,
+                  features=[{"name": "prefers-color-scheme", "value": scheme}])
+
+    def screenshot(self, path):
+        picture = self.call("Page.captureScreenshot", format="png")
+        path.write_bytes(base64.b64decode(picture["data"]))
+
+
+class ReportPage(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="report-"))
+        cls.browser = Chromium(cls.folder / "browser")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        shutil.rmtree(cls.folder, ignore_errors=True)
+
+    def report(self, *arguments, name="report.html"):
+        """Writes a page and opens it; gives what --trace told meanwhile."""
+        page = self.folder / name
+        done = subprocess.run([settings.cardhost, *map(str, arguments), "--out", page],
+                              capture_output=True, text=True, timeout=PATIENCE, check=False)
+        self.assertTrue(page.exists(), done.stderr[-2000:])
+        self.browser.look()
+        self.browser.open(page)
+        return done.stderr
+
+    def of_recording(self, card_type):
+        return self.report("--replay", RECORDINGS / f"card-type-{card_type}.txt", "--trace", "report",
+                           "--pin", "1234")
+
+    def check_quiet(self):
+        """No console message, and no request but for the page itself."""
+        for event in self.browser.events:
+            self.assertNotIn(event.get("method"),
+                             ("Runtime.consoleAPICalled", "Runtime.exceptionThrown", "Log.entryAdded"),
+                             event)
+            if event.get("method") == "Network.requestWillBeSent":
+                self.assertRegex(event["params"]["request"]["url"], r"^(file:.*report.*\.html|data:,)$")
+
+    def test_has_as_many_arrows_as_the_conversation_and_says_nothing(self):
+        for card_type in CARD_TYPES:
+            with self.subTest(card_type=card_type):
+                lines = self.of_recording(card_type).splitlines()
+                count = lambda pattern: sum(bool(re.match(pattern, line)) for line in lines)
+                expected = count(r"[A-Z](?!TR )") + count("  >") + count("  <") + count("  =")
+                self.assertEqual(self.browser.value("document.querySelectorAll('.arrow').length"),
+                                 expected)
+                self.check_quiet()
+
+    def test_details_open_by_keyboard(self):
+        self.of_recording(5)
+        opened = "document.querySelectorAll('details[open]').length"
+        before = self.browser.value(opened)
+        self.browser.press("Tab", 9)
+        self.assertEqual(self.browser.value("document.activeElement.tagName"), "SUMMARY")
+        was_open = self.browser.value("document.activeElement.parentElement.open")
+        self.browser.press("Enter", 13)
+        self.assertEqual(self.browser.value("document.activeElement.parentElement.open"), not was_open)
+        self.assertNotEqual(self.browser.value(opened), before)
+
+    def test_details_open_by_a_click(self):
+        self.of_recording(5)
+        self.assertTrue(self.browser.value(
+            "(() => { const d = document.querySelector('details.call:not([open])');"
+            " d.querySelector('summary').click(); return d.open; })()"))
+
+    def test_fits_a_phone(self):
+        self.of_recording(4)
+        self.browser.value("document.querySelectorAll('details').forEach(d => d.open = true)")
+        for width in (PHONE_WIDTH, 320, 1100):
+            self.browser.look(width=width)
+            self.assertLessEqual(self.browser.value("document.documentElement.scrollWidth"), width)
+
+    def test_has_enough_contrast_in_light_and_dark(self):
+        self.of_recording(3)
+        contrast = """(() => {
+            const numbers = text => text.match(/[\\d.]+/g).map(Number);
+            const light = colour => numbers(colour).slice(0, 3).map(v => v / 255)
+                .map(v => v <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4)
+                .reduce((sum, v, i) => sum + v * [0.2126, 0.7152, 0.0722][i], 0);
+            const back = element => { for (; element; element = element.parentElement) {
+                const colour = getComputedStyle(element).backgroundColor;
+                if (numbers(colour)[3] !== 0) return colour; } return 'rgb(255,255,255)'; };
+            let least = 99;
+            for (const element of document.querySelectorAll('.what,.dim,.badtext,.goodtext,dt,dd,h1,h2,.outcome,.side')) {
+                const a = light(getComputedStyle(element).color), b = light(back(element));
+                least = Math.min(least, (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05));
+            }
+            return least; })()"""
+        for scheme in ("light", "dark"):
+            self.browser.look(scheme=scheme)
+            self.assertGreaterEqual(self.browser.value(contrast), 4.5, scheme)
+
+    def test_what_a_hostile_card_says_stays_text(self):
+        kept = (RECORDINGS / "card-type-5.txt").read_text()
+        encoded = lambda text: " ".join(f"{byte:02X}" for byte in text)
+        hostile = kept.replace(encoded(b"KORTTINEN"), encoded(b"<b id=x>Z"))
+        self.assertNotEqual(hostile, kept)
+        name = self.folder / "hostile.txt"
+        name.write_text(hostile)
+        self.report("--replay", name, "report", "--pin", "1234")
+        self.assertEqual(self.browser.value("document.querySelectorAll('#x').length"), 0)
+        self.assertIn("<b id=x>Z", self.browser.value("document.body.innerText"))
+        self.check_quiet()
+
+    def test_screenshots(self):
+        folder = settings.screenshots
+        if folder is None:
+            self.skipTest("no folder given for them")
+        folder.mkdir(parents=True, exist_ok=True)
+        self.of_recording(6)
+        # The acquisition, and in it a command whose reply is shown as what it is made of.
+        self.browser.value("(() => { const call = document.querySelector('details.call');"
+                           " call.open = true; call.querySelectorAll('details')[1].open = true; })()")
+        for name, look in (("light", {}), ("dark", {"scheme": "dark"}),
+                           ("phone", {"width": PHONE_WIDTH, "height": 1600}),
+                           ("print", {"media": "print", "width": 800, "height": 1100})):
+            self.browser.look(**look)
+            self.browser.screenshot(folder / f"report-{name}.png")
+            self.browser.value("[...document.querySelectorAll('h2')].pop().scrollIntoView()")
+            self.browser.screenshot(folder / f"report-{name}-diagram.png")
+            self.browser.value("scrollTo(0, 0)")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--cardhost", required=True, help="the program that writes the page")
+    parser.add_argument("--screenshots", type=pathlib.Path, help="where pictures of it go")
+    known, rest = parser.parse_known_args()
+    settings.cardhost = str(pathlib.Path(known.cardhost).resolve())
+    settings.screenshots = known.screenshots
+    unittest.main(argv=[sys.argv[0], *rest])
+
+
+if __name__ == "__main__":
+    main()
