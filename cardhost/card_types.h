@@ -1,6 +1,8 @@
 // The generations of FINEID cards, told apart by their ATR.
 #pragma once
 
+#include <span>
+
 #include "bytes.h"
 
 namespace cardhost {
@@ -10,6 +12,9 @@ struct CardGeneration {
     const char* atr;
     const char* description;
 };
+
+/// All of them, by type.
+std::span<const CardGeneration> generations();
 
 /// The generation with this ATR, also with one further byte behind it; null for any other card.
 const CardGeneration* generationOf(ByteView atr);

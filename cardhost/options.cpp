@@ -100,6 +100,7 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     addAgree(program, line.action);
     addExport(program, line.action);
     addList(program, line.action);
+    addDoctor(program, line.action);
     std::reverse(arguments.begin(), arguments.end());
     try {
         program.parse(arguments);

@@ -5,8 +5,8 @@
 #   tools/install_packages.sh build|run|test|package ...
 set -eu
 
-build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev libbotan-2-dev libpcsclite-dev
-       libcurl4-openssl-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev nlohmann-json3-dev libbotan-2-dev
+       libpcsclite-dev libcurl4-openssl-dev googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
 test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd

@@ -23,5 +23,6 @@ void addDecrypt(CLI::App& program, Action& action);
 void addAgree(CLI::App& program, Action& action);
 void addLogon(CLI::App& program, Action& action);
 void addList(CLI::App& program, Action& action);
+void addDoctor(CLI::App& program, Action& action);
 
 }  // namespace cardhost
