@@ -1,4 +1,5 @@
-// The generations of FINEID cards, told apart by their ATR.
+// The generations of FINEID cards, told apart by their ATR: the rows of the product's one table, as the
+// program shows them.
 #pragma once
 
 #include <span>
@@ -9,7 +10,7 @@ namespace cardhost {
 
 struct CardGeneration {
     int type;  // 3 to 8
-    const char* atr;
+    ByteView atr;
     const char* description;
 };
 

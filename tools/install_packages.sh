@@ -10,7 +10,7 @@ build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
 test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd
-      pcsc-tools nginx-light git wixl"
+      pcsc-tools nginx-light git wixl osslsigncode"
 package="wixl osslsigncode"
 
 wanted=

@@ -32,8 +32,8 @@ std::size_t distance(ByteView left, ByteView right) {
     return row.back();
 }
 
-std::string differenceText(ByteView atr, const CardGeneration& generation, const Bytes& known,
-                           std::size_t away) {
+std::string differenceText(ByteView atr, const CardGeneration& generation, std::size_t away) {
+    const ByteView known = generation.atr;
     if (away > 1) return fmt::format("{} bytes away from type {}", away, generation.type);
     if (atr.size() != known.size()) {
         return fmt::format("one byte {} than type {}",
@@ -55,11 +55,10 @@ std::string nearestAtrText(ByteView atr) {
     std::size_t nearest = farthest + 1;
     std::string text;
     for (const CardGeneration& generation : generations()) {
-        const Bytes known = bytesOfHex(generation.atr);
-        const std::size_t away = distance(atr, known);
+        const std::size_t away = distance(atr, generation.atr);
         if (away >= nearest) continue;
         nearest = away;
-        text = differenceText(atr, generation, known, away);
+        text = differenceText(atr, generation, away);
     }
     return text;
 }

@@ -86,13 +86,19 @@ public:
                 reader.number<std::uint32_t>(row + 4).value_or(0)};
     }
 
+    /// The place in the file of the section with this number, from 1 on.
+    std::optional<std::uint64_t> placeOfSection(std::uint16_t number) const {
+        if (number == 0 || number > reader.number<std::uint16_t>(coff_ + 2).value_or(0)) {
+            return std::nullopt;
+        }
+        return reader.number<std::uint32_t>(sectionRow(number - 1U) + 20);
+    }
+
     /// The place in the file of what is loaded at this address.
     std::optional<std::uint64_t> placeOf(std::uint32_t address) const {
         const auto sections = reader.number<std::uint16_t>(coff_ + 2).value_or(0);
-        const std::uint64_t table =
-            optional_ + reader.number<std::uint16_t>(coff_ + 16).value_or(0);
         for (std::uint32_t i = 0; i < sections; ++i) {
-            const std::uint64_t row = table + sectionHeaderSize * std::uint64_t{i};
+            const std::uint64_t row = sectionRow(i);
             const auto start = reader.number<std::uint32_t>(row + 12);
             const auto size = reader.number<std::uint32_t>(row + 16);
             const auto place = reader.number<std::uint32_t>(row + 20);
@@ -107,6 +113,11 @@ public:
     Reader reader;
 
 private:
+    std::uint64_t sectionRow(std::uint32_t index) const {
+        return optional_ + reader.number<std::uint16_t>(coff_ + 16).value_or(0) +
+               sectionHeaderSize * std::uint64_t{index};
+    }
+
     std::uint64_t coff_ = 0;
     std::uint64_t optional_ = 0;
     bool isWide_ = false;
@@ -130,15 +141,36 @@ std::vector<std::string> exportsOf(const Image& image) {
     return names;
 }
 
-/// Whether the load configuration points to the description of a second kind of code.
+/// Whether the loader makes a file of another architecture of it on demand: among the relocations
+/// that depend on the program there are those of the symbol that stands for this.
 bool isHybrid(const Image& image) {
-    constexpr std::uint32_t hybridField = 0xC8;  // CHPEMetadataPointer
+    constexpr std::uint32_t offsetField = 0xE0;   // DynamicValueRelocTableOffset
+    constexpr std::uint32_t sectionField = 0xE4;  // DynamicValueRelocTableSection
+    constexpr std::uint64_t arm64XSymbol = 6;     // IMAGE_DYNAMIC_RELOCATION_ARM64X
+    constexpr std::uint32_t mostEntries = 64;
+    const Reader& reader = image.reader;
     if (!image.isWide()) return false;
-    const auto table = image.placeOf(image.directory(loadConfiguration).address);
-    if (!table) return false;
-    const auto size = image.reader.number<std::uint32_t>(*table).value_or(0);
-    return size >= hybridField + 8 &&
-           image.reader.number<std::uint64_t>(*table + hybridField).value_or(0) != 0;
+    const auto configuration = image.placeOf(image.directory(loadConfiguration).address);
+    if (!configuration ||
+        reader.number<std::uint32_t>(*configuration).value_or(0) < sectionField + 2) {
+        return false;
+    }
+    const auto offset = reader.number<std::uint32_t>(*configuration + offsetField).value_or(0);
+    const auto section = reader.number<std::uint16_t>(*configuration + sectionField).value_or(0);
+    const auto start = image.placeOfSection(section);
+    if (section == 0 || !start) return false;
+    const std::uint64_t table = *start + offset;
+    if (reader.number<std::uint32_t>(table) != 1) return false;  // of the version known here
+    const std::uint64_t end = table + 8 + reader.number<std::uint32_t>(table + 4).value_or(0);
+    std::uint64_t entry = table + 8;
+    for (std::uint32_t i = 0; i < mostEntries && entry < end; ++i) {
+        const auto symbol = reader.number<std::uint64_t>(entry);
+        const auto size = reader.number<std::uint32_t>(entry + 8);
+        if (!symbol || !size) return false;
+        if (*symbol == arm64XSymbol) return true;
+        entry += 12 + std::uint64_t{*size};
+    }
+    return false;
 }
 
 Architecture architectureOf(std::uint16_t machine) {

@@ -1,29 +1,12 @@
 #include "doctor/pin_tries.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include <fmt/format.h>
 
-#include "card_types.h"
+#include "profiles/card_profiles.h"
 
 namespace cardhost::doctor {
 
 namespace {
-
-/// Where a generation keeps the two PINs: the first in the root, the other in the directory of
-/// signatures, which is selected in one of two ways (ISO/IEC 7816-4, 11.2.2).
-struct PinPlaces {
-    int type;
-    std::uint8_t authenticationReference;
-    std::uint8_t signatureReference;
-    std::uint8_t directorySelection;  // P1
-};
-
-constexpr PinPlaces pinPlaces[] = {
-    {3, 0x11, 0x95, 0x01}, {4, 0x11, 0x82, 0x00}, {5, 0x11, 0x82, 0x00},
-    {6, 0x81, 0x81, 0x01}, {7, 0x11, 0x82, 0x00}, {8, 0x03, 0x04, 0x01},
-};
 
 constexpr std::uint8_t selectRoot[] = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0x3F, 0x00};
 
@@ -49,24 +32,22 @@ PinTries triesOf(int pin, const Bytes& reply) {
 std::vector<PinTries> pinTries(ByteView atr, const SendCommand& send) {
     constexpr int authenticationPin = 1;
     constexpr int signaturePin = 4;
-    const CardGeneration* generation = generationOf(atr);
-    if (generation == nullptr) return {};
-    const auto* places =
-        std::find_if(std::begin(pinPlaces), std::end(pinPlaces),
-                     [&](const PinPlaces& row) { return row.type == generation->type; });
-    if (places == std::end(pinPlaces)) return {};
+    const KelmoraID::CardProfile* card = KelmoraID::findCardByAtr(atr);
+    if (card == nullptr) return {};
     const auto query = [&](int pin, std::uint8_t reference) {
-        const std::uint8_t verify[] = {0x00, 0x20, 0x00, reference};
+        const auto p2 = static_cast<std::uint8_t>(reference + card->verifyOffset);
+        const std::uint8_t verify[] = {0x00, 0x20, 0x00, p2};
         return triesOf(pin, send(verify));
     };
     std::vector<PinTries> tries;
     send(selectRoot);
-    tries.push_back(query(authenticationPin, places->authenticationReference));
-    const std::uint8_t selectSignatures[] = {0x00, 0xA4, places->directorySelection, 0x0C, 0x02,
-                                             0x50, 0x16};
+    tries.push_back(query(authenticationPin, card->userPin));
+    // The PIN of signatures stands in a directory of its own (ISO/IEC 7816-4, 11.2.2).
+    const std::uint8_t under = card->selectsEsignUnderMasterFile ? 0x00 : 0x01;
+    const std::uint8_t selectSignatures[] = {0x00, 0xA4, under, 0x0C, 0x02, 0x50, 0x16};
     const Bytes selected = send(selectSignatures);
     if (selected.size() == 2 && selected[0] == 0x90) {
-        tries.push_back(query(signaturePin, places->signatureReference));
+        tries.push_back(query(signaturePin, card->signaturePin));
     } else {
         PinTries unknown;
         unknown.pin = signaturePin;

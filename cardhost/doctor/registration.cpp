@@ -98,7 +98,7 @@ std::vector<Probe> probes() {
     constexpr std::uint8_t furtherByte = 0xDA;
     std::vector<Probe> list;
     for (const CardGeneration& generation : generations()) {
-        Bytes atr = bytesOfHex(generation.atr);
+        Bytes atr(generation.atr.begin(), generation.atr.end());
         list.push_back({fmt::format("type {}", generation.type), atr});
         atr.push_back(furtherByte);
         list.push_back({fmt::format("type {} with a longer ATR", generation.type), atr});

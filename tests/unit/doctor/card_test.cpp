@@ -132,7 +132,7 @@ TEST(PinTries, OfAForeignCardAreNotAskedFor) {
 }
 
 TEST(PinTries, ShowAnAnswerThatIsNone) {
-    const Bytes atr = bytesOfHex(generations()[0].atr);
+    const ByteView atr = generations()[0].atr;
     for (const Bytes& reply : {Bytes(), Bytes{0x6A, 0x88}, Bytes{0x63, 0xC5, 0x00}}) {
         for (const PinTries& tries : pinTries(atr, [&](ByteView) { return reply; })) {
             EXPECT_EQ(tries.state, State::unknown);

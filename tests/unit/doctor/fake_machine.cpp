@@ -23,7 +23,7 @@ RegistryValue valueOf(RegistryValue::Kind kind) {
 void registerCards(Registry& registry) {
     registry[database];
     for (const CardGeneration& generation : generations()) {
-        Bytes atr = bytesOfHex(generation.atr);
+        Bytes atr(generation.atr.begin(), generation.atr.end());
         Bytes mask(atr.size(), 0xFF);
         const std::string name = fmt::format("Kelmora ID FINEID card type {}", generation.type);
         registry[FakeMachine::rowKey(name)] =
@@ -109,7 +109,8 @@ FakeMachine::FakeMachine() {
     for (const char* name : {"SCardSvr", "ScDeviceEnum", "CertPropSvc"}) {
         services[name] = {Service::Start::manual, true};
     }
-    readersNow.list = {{"Reader 1", SCARD_S_SUCCESS, bytesOfHex(generations()[0].atr)}};
+    readersNow.list = {{"Reader 1", SCARD_S_SUCCESS,
+                        Bytes(generations()[0].atr.begin(), generations()[0].atr.end())}};
     cardNow.acquisitionTime = std::chrono::milliseconds(700);
     cardNow.files = {{"cardid", 16}, {"mscp/cmapfile", 172}};
     CertificateFacts signing = logonCertificate();

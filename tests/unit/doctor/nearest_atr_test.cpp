@@ -37,9 +37,9 @@ TEST(NearestAtr, IsNoneForAnotherCard) {
 
 TEST(NearestAtr, FindsEveryFlippedBit) {
     for (const CardGeneration& generation : generations()) {
-        const Bytes known = bytesOfHex(generation.atr);
+        const ByteView known = generation.atr;
         for (std::size_t bit = 0; bit < 8 * known.size(); ++bit) {
-            Bytes atr = known;
+            Bytes atr(known.begin(), known.end());
             atr[bit / 8] ^= static_cast<std::uint8_t>(1U << bit % 8);
             EXPECT_TRUE(nearestAtrText(atr).starts_with("one bit away from type ")) << bit;
         }

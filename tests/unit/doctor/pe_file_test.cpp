@@ -42,10 +42,18 @@ public:
         }
     }
 
-    void addLoadConfiguration(std::uint32_t size, std::uint8_t hybridPointer) {
+    /// With a table of relocations whose second entry is of that symbol.
+    void addLoadConfiguration(std::uint32_t size, std::uint8_t symbol) {
         setDirectory(10, 0x1200, size);
         put32(0x600, size);
-        bytes[0x600 + 0xC8] = hybridPointer;
+        put32(0x600 + 0xE0, 0x100);  // the table's place in its section
+        put16(0x600 + 0xE4, 1);      // the section
+        put32(0x500, 1);             // version
+        put32(0x504, 28);            // bytes behind these eight
+        put32(0x508, 3);             // a symbol, with four bytes of its own
+        put32(0x510, 4);
+        put32(0x518, symbol);
+        put32(0x520, 0);
     }
 
     void setDirectory(std::size_t number, std::uint32_t address, std::uint32_t size) {
@@ -118,15 +126,24 @@ TEST(PeFile, TellsThatItHasASignature) {
 }
 
 TEST(PeFile, TellsAFileForTwoKindsOfProgram) {
+    constexpr std::uint8_t arm64X = 6;
     PeFile file(0xAA64, true);
-    file.addLoadConfiguration(0x140, 1);
+    file.addLoadConfiguration(0x140, arm64X);
     EXPECT_TRUE(peFacts(file.bytes).isArm64X);
-    file.addLoadConfiguration(0x140, 0);
-    EXPECT_FALSE(peFacts(file.bytes).isArm64X);
-    file.addLoadConfiguration(0xC8, 1);
-    EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "the field lies behind the table's end";
+    file.addLoadConfiguration(0x140, 5);
+    EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "a relocation for another purpose";
+    file.addLoadConfiguration(0xE4, arm64X);
+    EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "the field lies behind the configuration's end";
+    file.addLoadConfiguration(0x140, arm64X);
+    file.put32(0x500, 2);
+    EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "a table of an unknown version";
+    file.put32(0x500, 1);
+    for (const std::uint16_t section : {0, 2, 0xFFFF}) {
+        file.put16(0x600 + 0xE4, section);
+        EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "there is no section " << section;
+    }
     PeFile x64(0x8664, true);
-    x64.addLoadConfiguration(0x140, 1);
+    x64.addLoadConfiguration(0x140, arm64X);
     EXPECT_FALSE(peFacts(x64.bytes).isArm64X);
 }
 
@@ -144,7 +161,7 @@ TEST(PeFile, IsNoneOfOtherBytes) {
 TEST(PeFile, IsReadWhereverItIsCut) {
     PeFile file(0xAA64, true);
     file.addExports({"CardAcquireContext"});
-    file.addLoadConfiguration(0x140, 1);
+    file.addLoadConfiguration(0x140, 6);
     for (std::size_t length = 0; length < file.bytes.size(); ++length) {
         const Bytes cut(file.bytes.begin(),
                         file.bytes.begin() + static_cast<std::ptrdiff_t>(length));
@@ -162,7 +179,7 @@ TEST(PeFile, BoundsWhatAHostileFileStates) {
     for (int round = 0; round < 2000; ++round) {
         PeFile spoilt(0xAA64, true);
         spoilt.addExports({"CardAcquireContext"});
-        spoilt.addLoadConfiguration(0x140, 1);
+        spoilt.addLoadConfiguration(0x140, 6);
         for (int i = 0; i < 6; ++i) {
             spoilt.bytes[random() % 0x640] = static_cast<std::uint8_t>(random());
         }

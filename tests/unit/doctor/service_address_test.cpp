@@ -7,6 +7,7 @@
 
 #include <stdexcept>
 
+#include "bytes.h"
 #include "pairing/service_url.h"
 
 namespace cardhost::doctor {
