@@ -56,9 +56,7 @@ void runDoctor(const DoctorOptions& options, const CommonOptions& common, bool h
 void addDoctor(CLI::App& program, Action& action) {
     auto options = std::make_shared<DoctorOptions>();
     auto* command = program.add_subcommand(
-        "doctor",
-        "Looks at all that a working card needs on this machine, and says what to do. Without "
-        "--virtual at the cards in its readers");
+        "doctor", "Why a card does not work on this machine, or what the driver's log says of it");
     command->add_flag("--json", options->asJson, "The findings as JSON");
     auto* network = command->add_flag(
         "--network", options->usesNetwork,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <botan/ber_dec.h>
 #include <botan/data_src.h>
 #include <botan/pkix_types.h>
 #include <botan/x509cert.h>
@@ -18,6 +19,27 @@ constexpr const char* cardLogonUsage = "1.3.6.1.4.1.311.20.2.2";
 constexpr const char* clientAuthenticationUsage = "1.3.6.1.5.5.7.3.2";  // RFC 5280, 4.2.1.12
 constexpr const char* anyUsage = "2.5.29.37.0";
 constexpr const char* userPrincipalName = "1.3.6.1.4.1.311.20.2.3";
+constexpr const char* subjectAlternativeName = "2.5.29.17";  // RFC 5280, 4.2.1.6
+
+/// Whether one of the alternative names is that of a user in a domain. The library passes over
+/// names of this form (otherName).
+bool hasUserPrincipalName(const Botan::Extensions& extensions) {
+    const Botan::OID extension(subjectAlternativeName);
+    if (!extensions.extension_set(extension)) return false;
+    Botan::BER_Decoder decoder(extensions.get_extension_bits(extension));
+    Botan::BER_Decoder names = decoder.start_cons(Botan::SEQUENCE);
+    while (names.more_items()) {
+        const Botan::BER_Object name = names.get_next_object();
+        const auto constructed =
+            static_cast<Botan::ASN1_Tag>(Botan::CONTEXT_SPECIFIC | Botan::CONSTRUCTED);
+        if (!name.is_a(0, constructed)) continue;
+        Botan::BER_Decoder other(name);
+        Botan::OID kind;
+        other.decode(kind);
+        if (kind.to_string() == userPrincipalName && other.more_items()) return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -42,9 +64,7 @@ CertificateFacts certificateFacts(const Bytes& der, int container, const std::st
     facts.hasExtendedUsage = !usages.empty();
     facts.allowsCardLogon = allows(cardLogonUsage);
     facts.allowsClientAuthentication = allows(clientAuthenticationUsage);
-    for (const auto& [kind, name] : certificate.subject_alt_name().get_othernames()) {
-        if (kind.to_string() == userPrincipalName) facts.hasUserPrincipalName = !name.empty();
-    }
+    facts.hasUserPrincipalName = hasUserPrincipalName(certificate.v3_extensions());
     return facts;
 } catch (const Botan::Exception& exception) {
     throw Failure(ExitCode::refused, fmt::format("{} holds no certificate that can be read: {}",

@@ -236,7 +236,10 @@ void explainLog(const LogReader& log, const std::string& name, Findings& finding
                               log.lastIsWell() ? "went well" : "among them"));
     for (const LogAcquisition& acquisition : log.troubled()) {
         findings.begin(
-            fmt::format("Acquisition of {}, until {}", acquisition.begin, acquisition.end));
+            acquisition.number == 0
+                ? fmt::format("Ahead of the first acquisition, until {}", acquisition.end)
+                : fmt::format("Acquisition {} of {}: {} to {}", acquisition.number,
+                              log.acquisitions(), acquisition.begin, acquisition.end));
         if (acquisition.isMixed) {
             findings.note("log.mixed", "mixed",
                           "several acquisitions were open at once, of one process or of several: "

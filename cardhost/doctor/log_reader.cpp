@@ -78,7 +78,6 @@ void LogReader::take(const LogLine& line) {
 }
 
 void LogReader::enter(const LogLine& line) {
-    ++current_->calls;
     if (line.scope == release) {
         if (open_ > 0) --open_;
         return;
@@ -111,9 +110,8 @@ void LogReader::beginAcquisition(const LogLine& line) {
     endGroup(false);
     current_.emplace();
     current_->begin = current_->end = line.time;
-    current_->calls = 1;
     current_->isMixed = isMixed;
-    ++acquisitions_;
+    current_->number = ++acquisitions_;
     ++open_;
 }
 

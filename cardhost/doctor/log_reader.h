@@ -31,9 +31,9 @@ struct LogIncident {
 };
 
 struct LogAcquisition {
+    std::uint64_t number = 0;  // in the log, from 1 on; 0 for what stands ahead of the first
     std::string begin;
     std::string end;
-    std::uint64_t calls = 0;
     bool isMixed = false;  // others were open at the same time
     bool isCut = false;    // the log begins or ends within it
     bool wasRead = false;  // the driver came past the reading of the card

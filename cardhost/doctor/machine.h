@@ -54,6 +54,8 @@ struct FileFacts {
 
 struct Service {
     enum class Start { automatic, manual, disabled, unknown };
+    bool exists = false;
+    std::string unreadable;  // why nothing can be said of it; empty where it can
     Start start = Start::unknown;
     bool isRunning = false;
 };
@@ -78,6 +80,7 @@ struct LogPlace {
 };
 
 struct Readers {
+    bool areReal = true;  // of this machine's service, and not a card in this process
     std::string failure;  // why the readers cannot be listed; empty where they were
     std::vector<ReaderState> list;
 };
@@ -103,8 +106,7 @@ public:
     /// The driver that this program itself loads.
     virtual std::string driverFile() const = 0;
 
-    /// Nothing where there is no such service.
-    virtual std::optional<Service> service(const std::string& name) = 0;
+    virtual Service service(const std::string& name) = 0;
     virtual Readers readers() = 0;
     /// Has the driver acquire the card in that reader, and looks at all that it shows.
     virtual CardFacts card(const std::string& reader) = 0;

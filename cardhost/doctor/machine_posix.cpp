@@ -28,7 +28,7 @@ public:
         return std::nullopt;
     }
     std::string systemFolder(View) const override { return {}; }
-    std::optional<Service> service(const std::string&) override { return std::nullopt; }
+    Service service(const std::string&) override { return {}; }
     AddressAnswer ask(bool, const std::string&, std::uint16_t) override { return {}; }
 
     FileFacts file(const std::string& path) override {

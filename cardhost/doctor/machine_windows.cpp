@@ -334,13 +334,21 @@ public:
         return facts;
     }
 
-    std::optional<Service> service(const std::string& name) override {
+    Service service(const std::string& name) override {
+        Service service;
         const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-        if (!manager) return std::nullopt;
+        if (!manager) {
+            service.unreadable = reasonOf(GetLastError());
+            return service;
+        }
         const ServiceHandle handle(OpenServiceW(manager.get(), wide(name).c_str(),
                                                 SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
-        if (!handle) return std::nullopt;
-        Service service;
+        if (!handle) {
+            const DWORD error = GetLastError();
+            if (error != ERROR_SERVICE_DOES_NOT_EXIST) service.unreadable = reasonOf(error);
+            return service;
+        }
+        service.exists = true;
         DWORD needed = 0;
         QueryServiceConfigW(handle.get(), nullptr, 0, &needed);
         std::vector<std::max_align_t> block(needed / sizeof(std::max_align_t) + 1);

@@ -43,15 +43,17 @@ void checkService(Examination& examination, const NeededService& needed) {
             findings.note(id, subject, text, advice);
         }
     };
-    const auto service = examination.machine.service(needed.name);
-    if (!service) {
+    const Service service = examination.machine.service(needed.name);
+    if (!service.unreadable.empty()) {
+        findings.unknown("platform.service", subject, "cannot be asked: " + service.unreadable);
+    } else if (!service.exists) {
         complain("platform.service", "is not there", "Repair the installation of Windows.");
-    } else if (service->start == Service::Start::disabled) {
+    } else if (service.start == Service::Start::disabled) {
         complain("platform.service", "is disabled",
                  fmt::format("As administrator: sc config {} start= demand", needed.name));
     } else {
         findings.well("platform.service", subject,
-                      service->isRunning ? "runs" : "stopped; Windows starts it when it is needed");
+                      service.isRunning ? "runs" : "stopped; Windows starts it when it is needed");
     }
 }
 

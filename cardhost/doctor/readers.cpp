@@ -88,7 +88,7 @@ void checkReaders(Examination& examination) {
                                    : "Start the PC/SC daemon: systemctl start pcscd.socket");
         return;
     }
-    if (!isWindows) findings.well("readers.service", "PC/SC daemon", "answers");
+    if (!isWindows && readers.areReal) findings.well("readers.service", "PC/SC daemon", "answers");
     if (std::all_of(readers.list.begin(), readers.list.end(), isOfPlatform)) {
         findings.problem("readers.none", "readers",
                          readers.list.empty() ? "no reader is connected"

@@ -15,6 +15,7 @@ std::string RealMachine::driverFile() const {
 
 Readers RealMachine::readers() {
     Readers readers;
+    readers.areReal = !hasChosenCard_;
     const std::filesystem::path folder = Session::driverFile(options_).parent_path();
     try {
         if (hasChosenCard_) {

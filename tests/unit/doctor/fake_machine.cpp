@@ -107,7 +107,7 @@ FakeMachine::FakeMachine() {
     files[dll64] = library(Architecture::x64, "CardAcquireContext");
     files[dll32] = library(Architecture::x86, "CardAcquireContext");
     for (const char* name : {"SCardSvr", "ScDeviceEnum", "CertPropSvc"}) {
-        services[name] = {Service::Start::manual, true};
+        services[name] = {true, "", Service::Start::manual, true};
     }
     readersNow.list = {{"Reader 1", SCARD_S_SUCCESS,
                         Bytes(generations()[0].atr.begin(), generations()[0].atr.end())}};
@@ -155,9 +155,9 @@ FileFacts FakeMachine::file(const std::string& path) {
     return found == files.end() ? FileFacts{} : found->second;
 }
 
-std::optional<Service> FakeMachine::service(const std::string& name) {
+Service FakeMachine::service(const std::string& name) {
     const auto found = services.find(name);
-    return found == services.end() ? std::nullopt : std::optional(found->second);
+    return found == services.end() ? Service{} : found->second;
 }
 
 CardFacts FakeMachine::card(const std::string& reader) {

@@ -63,7 +63,7 @@ public:
     std::string systemFolder(View view) const override;
     FileFacts file(const std::string& path) override;
     std::string driverFile() const override { return "/opt/libkelmora-id-minidriver.so"; }
-    std::optional<Service> service(const std::string& name) override;
+    Service service(const std::string& name) override;
     Readers readers() override { return readersNow; }
     CardFacts card(const std::string& reader) override;
     AddressAnswer ask(bool isSecure, const std::string& host, std::uint16_t port) override;

@@ -204,6 +204,9 @@ const Sickness sicknesses[] = {
     {"ServiceDisabled",
      [](FakeMachine& m) { m.services["SCardSvr"].start = Service::Start::disabled; }, problem,
      "platform.service", "is disabled"},
+    {"ServicesNotToBeAsked",
+     [](FakeMachine& m) { m.services["SCardSvr"].unreadable = "access denied"; }, unknown,
+     "platform.service", "cannot be asked: access denied"},
     {"PropagationDisabled",
      [](FakeMachine& m) { m.services["CertPropSvc"].start = Service::Start::disabled; }, note,
      "platform.service", "user's store"},
@@ -238,7 +241,7 @@ const Sickness sicknesses[] = {
     // Readers
     {"NoReaderService",
      [](FakeMachine& m) {
-         m.readersNow = {"no smart-card service answers: 0x8010001d", {}};
+         m.readersNow = {true, "no smart-card service answers: 0x8010001d", {}};
      },
      problem, "readers.service", "0x8010001d", false},
     {"NoReader", [](FakeMachine& m) { m.readersNow.list.clear(); }, problem, "readers.none",
@@ -437,7 +440,7 @@ const Sickness sicknesses[] = {
      [](FakeMachine& m) {
          m.windows = false;
          m.files[m.driverFile()].exists = true;
-         m.readersNow = {"no smart-card service answers", {}};
+         m.readersNow = {true, "no smart-card service answers", {}};
      },
      problem, "readers.service", "no smart-card service answers", false},
 };

@@ -138,8 +138,8 @@ TEST(PeFile, TellsAFileForTwoKindsOfProgram) {
     file.put32(0x500, 2);
     EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "a table of an unknown version";
     file.put32(0x500, 1);
-    for (const std::uint16_t section : {0, 2, 0xFFFF}) {
-        file.put16(0x600 + 0xE4, section);
+    for (const int section : {0, 2, 0xFFFF}) {
+        file.put16(0x600 + 0xE4, static_cast<std::uint16_t>(section));
         EXPECT_FALSE(peFacts(file.bytes).isArm64X) << "there is no section " << section;
     }
     PeFile x64(0x8664, true);
