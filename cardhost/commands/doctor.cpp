@@ -67,7 +67,7 @@ void addDoctor(CLI::App& program, Action& action) {
         ->type_name("FILE")
         ->excludes(network);
     command->callback([options, &program, &action] {
-        const bool hasChosenCard = program.count("--virtual") > 0;
+        const bool hasChosenCard = program.count("--virtual") + program.count("--replay") > 0;
         action = [options, hasChosenCard](const CommonOptions& common, std::FILE* stream) {
             CommonOptions chosen = common;
             if (!hasChosenCard && !chosen.card.reader) chosen.card.reader = "";

@@ -28,7 +28,7 @@ CardFacts lookAtCard(const CommonOptions& options) {
     CardFacts facts;
     try {
         const std::filesystem::path file = Session::driverFile(options);
-        const Trace trace(options.trace);
+        const Trace trace(options.trace, options.kept);
         ConnectedCard card(options.card, file.parent_path(), trace);
         const Driver driver(file);
         const auto start = Clock::now();
@@ -42,6 +42,8 @@ CardFacts lookAtCard(const CommonOptions& options) {
             facts.refusal = refusal.status();
             return facts;
         }
+        // A recording has no answer to what the driver did not ask.
+        if (card.isRecording()) return facts;
         facts.pins = pinTries(card.atr(), [&](ByteView command) {
             const recording::Reply reply = card.exchange(command);
             if (reply.failure != 0) {

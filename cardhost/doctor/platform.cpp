@@ -82,16 +82,16 @@ void checkProtectedLsa(Examination& examination, const Signature& signature) {
         signature.state == Signature::State::trusted && signature.organization == platformMaker;
     if (policy.value_or(own.value_or(0)) != 0) {
         if (isMakers) {
-            findings.well("platform.lsa", subject,
-                          "on; the driver has the signature that it asks for");
+            findings.well("platform.lsa", subject, "on; the driver has Microsoft's signature");
         } else {
             findings.problem(
                 "platform.lsa", subject,
-                "on: the logon process loads only files with the platform maker's own signature, "
-                "which the driver has not. User programs work (and certutil -scinfo passes), "
-                "logon with the card fails",
-                "Install a driver signed that way, or weigh turning the protection off; README, "
-                "'Before you rely on it for logon'. In the event log: CodeIntegrity 3033, 3063.");
+                "on: the logon process loads only files that Microsoft has signed, and the "
+                "driver is none of them. User programs work (and certutil -scinfo passes), logon "
+                "with the card fails",
+                "Install a driver that Microsoft has signed, or weigh turning the protection "
+                "off; README, 'Before you rely on it for logon'. In the event log: CodeIntegrity "
+                "3033, 3063.");
         }
     } else if (!policy && !own && !isMakers &&
                windowsBuild(examination) >= firstBuildProtectedUnasked) {
