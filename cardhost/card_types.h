@@ -1,5 +1,5 @@
-// The generations of FINEID cards, told apart by their ATR: the rows of the product's one table, as the
-// program shows them.
+// The generations of FINEID cards, told apart by their ATR: the rows of the product's one table, as
+// the program shows them.
 #pragma once
 
 #include <span>

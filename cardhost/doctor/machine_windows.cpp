@@ -9,7 +9,7 @@
 #include "doctor/real_machine.h"
 #include "exit_codes.h"
 #include "files.h"
-#include "platform/win32.h"
+#include "os_windows.h"
 // These need what windows.h declares.
 #include <mscat.h>
 #include <softpub.h>
@@ -22,17 +22,6 @@ namespace {
 constexpr std::size_t largestFile = 64 << 20;
 constexpr DWORD mostRegistryBytes = 1 << 20;
 constexpr DWORD longestKeyName = 256;
-
-std::string reasonOf(DWORD error) {
-    WCHAR text[256] = {};
-    const DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
-                       0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    std::string reason = utf8(std::basic_string_view<WCHAR>(text, length));
-    while (!reason.empty() && (reason.back() <= ' ' || reason.back() == '.')) reason.pop_back();
-    return reason.empty() ? fmt::format("error {:#x}", error)
-                          : fmt::format("{} ({:#x})", reason, error);
-}
 
 REGSAM flagOf(View view) {
     return view == View::bits64 ? KEY_WOW64_64KEY : KEY_WOW64_32KEY;
@@ -147,7 +136,7 @@ Signature signatureOf(const WideText& path) {
     const LONG status = WinVerifyTrust(noWindow, &action, &data);
     Signature signature;
     signature.state = stateOf(status);
-    if (status != 0) signature.reason = reasonOf(static_cast<DWORD>(status));
+    if (status != 0) signature.reason = os::reasonOf(static_cast<DWORD>(status));
     CRYPT_PROVIDER_DATA* provider = WTHelperProvDataFromStateData(data.hWVTStateData);
     CRYPT_PROVIDER_SGNR* signer =
         provider == nullptr ? nullptr : WTHelperGetProvSignerFromChain(provider, 0, FALSE, 0);
@@ -338,14 +327,14 @@ public:
         Service service;
         const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
         if (!manager) {
-            service.unreadable = reasonOf(GetLastError());
+            service.unreadable = os::reasonOf(GetLastError());
             return service;
         }
         const ServiceHandle handle(OpenServiceW(manager.get(), wide(name).c_str(),
                                                 SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
         if (!handle) {
             const DWORD error = GetLastError();
-            if (error != ERROR_SERVICE_DOES_NOT_EXIST) service.unreadable = reasonOf(error);
+            if (error != ERROR_SERVICE_DOES_NOT_EXIST) service.unreadable = os::reasonOf(error);
             return service;
         }
         service.exists = true;
@@ -408,7 +397,7 @@ private:
         if (place.isWritable) {
             CloseHandle(handle);
         } else {
-            place.reason = reasonOf(GetLastError());
+            place.reason = os::reasonOf(GetLastError());
         }
     }
 
