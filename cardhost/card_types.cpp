@@ -1,30 +1,37 @@
 #include "card_types.h"
 
-#include <string>
+#include <algorithm>
+#include <vector>
+
+#include "profiles/card_profiles.h"
 
 namespace cardhost {
 
 namespace {
 
-constexpr CardGeneration generations[] = {
-    {3, "3bdd96008031fe450031b8640429ecc1739401808248", "one signing key"},
-    {4, "3b7f9600008031b865b085050011122460829000", "two signing keys"},
-    {5, "3b7f9600008031b865b08504021b1200f6829000", "two signing keys"},
-    {6, "3bdf96008031fe450031b8640429ecc173940180829000", "one signing key"},
-    {7, "3b7f9600008031b865b0850300ef1200f6829000", "two signing keys"},
-    {8, "3bdd96008031fe450031b8640429ecc1739401808349", "one signing key"},
-};
+std::vector<CardGeneration> madeOfProfiles() {
+    std::vector<CardGeneration> list;
+    for (const KelmoraID::CardProfile& profile : KelmoraID::supportedCards()) {
+        list.push_back({static_cast<int>(profile.type), profile.atr,
+                        profile.hasSecondSigningKey ? "two signing keys" : "one signing key"});
+    }
+    return list;
+}
 
 }  // namespace
 
+std::span<const CardGeneration> generations() {
+    static const std::vector<CardGeneration> list = madeOfProfiles();
+    return list;
+}
+
 const CardGeneration* generationOf(ByteView atr) {
-    const std::string text = hex(atr);
-    for (const std::string& key : {text, text.substr(0, text.size() < 2 ? 0 : text.size() - 2)}) {
-        for (const CardGeneration& generation : generations) {
-            if (key == generation.atr) return &generation;
-        }
-    }
-    return nullptr;
+    const KelmoraID::CardProfile* profile = KelmoraID::findCardByAtr(atr);
+    if (profile == nullptr) return nullptr;
+    const auto list = generations();
+    return &*std::find_if(list.begin(), list.end(), [&](const CardGeneration& generation) {
+        return generation.type == static_cast<int>(profile->type);
+    });
 }
 
 }  // namespace cardhost

@@ -1,5 +1,8 @@
-// The generations of FINEID cards, told apart by their ATR.
+// The generations of FINEID cards, told apart by their ATR: the rows of the product's one table, as
+// the program shows them.
 #pragma once
+
+#include <span>
 
 #include "bytes.h"
 
@@ -7,9 +10,12 @@ namespace cardhost {
 
 struct CardGeneration {
     int type;  // 3 to 8
-    const char* atr;
+    ByteView atr;
     const char* description;
 };
+
+/// All of them, by type.
+std::span<const CardGeneration> generations();
 
 /// The generation with this ATR, also with one further byte behind it; null for any other card.
 const CardGeneration* generationOf(ByteView atr);

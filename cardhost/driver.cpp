@@ -22,9 +22,14 @@ std::string shownPath(const std::string& directory, const std::string& name) {
 
 }  // namespace
 
+Refusal::Refusal(const std::string& call, DWORD status)
+    : Failure(ExitCode::refused,
+              fmt::format("the driver refused {}: {}", call, statusText(status))),
+      entryPoint_(call.substr(0, call.find(' '))),
+      status_(status) {}
+
 void refuse(const std::string& entryPoint, DWORD status) {
-    throw Failure(ExitCode::refused,
-                  fmt::format("the driver refused {}: {}", entryPoint, statusText(status)));
+    throw Refusal(entryPoint, status);
 }
 
 Driver::Driver(const std::filesystem::path& file)

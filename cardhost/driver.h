@@ -91,7 +91,21 @@ private:
     bool isOpen_ = false;
 };
 
-/// Throws the Failure (refused) of an entry point's status.
+/// An entry point's own refusal.
+class Refusal : public Failure {
+public:
+    Refusal(const std::string& call, DWORD status);
+
+    /// Its name, without the arguments.
+    const std::string& entryPoint() const { return entryPoint_; }
+    DWORD status() const { return status_; }
+
+private:
+    std::string entryPoint_;
+    DWORD status_;
+};
+
+/// Throws the Refusal of an entry point's status.
 [[noreturn]] void refuse(const std::string& entryPoint, DWORD status);
 
 template <typename EntryPoint, typename... Arguments>

@@ -15,15 +15,17 @@ enum class ExitCode : int {
     pinBlocked = 5,   // no tries remain
     file = 6,         // a file cannot be read, understood or written
     recording = 7,    // a replayed card was asked what its recording has not
+    unwell = 8,       // the doctor found what stands in the way of a card
     unexpected = 70,  // a fault of this program
 };
 
 inline constexpr const char* exitCodeHelp =
     "Exit codes: 0 done; 1 wrong usage; 2 no driver, reader or card; 3 the driver refused (its\n"
     "status is printed); 4 wrong PIN; 5 PIN blocked; 6 a file cannot be read, understood or\n"
-    "written; 7 the recording has not what was asked; 70 a fault of this program.";
+    "written; 7 the recording has not what was asked; 8 the doctor found what stands in the way;\n"
+    "70 a fault of this program.";
 
-/// Ends the command with one line on standard error and an exit code.
+/// Ends the command with an exit code and, if it has a message, one line on standard error.
 class Failure : public std::runtime_error {
 public:
     Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}

@@ -11,7 +11,7 @@
 namespace {
 
 int end(cardhost::ExitCode code, const char* message) {
-    fmt::print(stderr, "cardhost: {}\n", message);
+    if (*message != 0) fmt::print(stderr, "cardhost: {}\n", message);
     return static_cast<int>(code);
 }
 

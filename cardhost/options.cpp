@@ -102,6 +102,7 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     addRecord(program, line.action);
     addReport(program, line.action);
     addList(program, line.action);
+    addDoctor(program, line.action);
     std::reverse(arguments.begin(), arguments.end());
     try {
         program.parse(arguments);

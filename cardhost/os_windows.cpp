@@ -9,7 +9,7 @@
 
 #include "bytes.h"
 #include "exit_codes.h"
-#include "os.h"
+#include "os_windows.h"
 #include "platform/win32.h"
 // shellapi.h needs what windows.h declares.
 #include <shellapi.h>
@@ -20,16 +20,6 @@ namespace {
 
 std::string shown(const std::filesystem::path& path) {
     return utf8(path.native());
-}
-
-std::string reasonOf(DWORD error) {
-    WCHAR text[256] = {};
-    const DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
-                       0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    std::string reason = utf8(std::basic_string_view<WCHAR>(text, length));
-    while (!reason.empty() && static_cast<unsigned char>(reason.back()) <= ' ') reason.pop_back();
-    return reason.empty() ? fmt::format("error {}", error) : reason;
 }
 
 /// Echo off for the life of the object.
@@ -54,6 +44,18 @@ private:
 };
 
 }  // namespace
+
+std::string reasonOf(DWORD error) {
+    WCHAR text[256] = {};
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
+                       0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    std::string reason = utf8(std::basic_string_view<WCHAR>(text, length));
+    while (!reason.empty() && static_cast<unsigned char>(reason.back()) <= ' ') reason.pop_back();
+    if (!reason.empty()) return reason;
+    // Codes of 32 bits are known by their hexadecimal digits.
+    return error < 0x80000000 ? fmt::format("error {}", error) : fmt::format("error {:#x}", error);
+}
 
 Library::Library(const std::filesystem::path& file)
     : file_(std::filesystem::absolute(file)),

@@ -10,6 +10,7 @@ Stages, by default all of them in this order:
   wine-x64     the boundary suite against the x64 DLL, in Wine
   wine-x86     the boundary suite against the x86 DLL, in 32-bit Wine
   pairing-x64  the directory client and the x64 DLL in Wine, against servers on loopback
+  doctor-x64   cardhost doctor in Wine, on a machine that is well and on sick ones
   package      the MSI and the registration file, installed and taken away in Wine
   system       the programs together: PC/SC daemon, virtual reader, cardhost, OpenSSL
 
@@ -297,6 +298,18 @@ def pairing_in_wine(tally):
     count_unittest(tally, stage, code, output)
 
 
+def doctor_in_wine(tally):
+    stage = "doctor-x64"
+    if not (build_windows(tally, stage, "x64", ["cardhost", "minidriver"]) and
+            build_windows(tally, stage, "x86", ["minidriver"])):
+        return
+    code, output = run("Letting the doctor look at machines, in Wine",
+                       [sys.executable, "tests/system/doctor/doctor_test.py",
+                        "--cardhost", "build/windows-x64/cardhost.exe",
+                        "--launcher", "tools/run_in_wine.sh x64", "-v"], stage)
+    count_unittest(tally, stage, code, output)
+
+
 def system(tally):
     if build(tally, "system", "native"):
         run_ctest(tally, "system", ROOT / "build/native", ["-L", "system"], 1)
@@ -318,6 +331,7 @@ STAGES = {
     "wine-x64": ("The boundary suite in Wine, x64", lambda tally: in_wine(tally, "x64")),
     "wine-x86": ("The boundary suite in Wine, x86", lambda tally: in_wine(tally, "x86")),
     "pairing-x64": ("Directory pairing in Wine, x64", pairing_in_wine),
+    "doctor-x64": ("The doctor in Wine, x64", doctor_in_wine),
     "package": ("The package for Windows", package),
     "system": ("System tests", system),
 }

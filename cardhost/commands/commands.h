@@ -25,5 +25,6 @@ void addLogon(CLI::App& program, Action& action);
 void addRecord(CLI::App& program, Action& action);
 void addReport(CLI::App& program, Action& action);
 void addList(CLI::App& program, Action& action);
+void addDoctor(CLI::App& program, Action& action);
 
 }  // namespace cardhost

@@ -29,6 +29,7 @@ from programs import READERS, seen_cards  # pylint: disable=wrong-import-positio
 
 SKIPPED = 77
 OK, USAGE, NOT_FOUND, REFUSED, WRONG_PIN, BLOCKED, FILE = range(7)
+UNWELL = 8
 AUTHENTICATION, SIGNATURE = 1, 4
 PINS = {AUTHENTICATION: "1234", SIGNATURE: "123456"}
 
@@ -202,6 +203,46 @@ class EmptyReader(PcscTest):
         self.assertEqual(done.returncode, NOT_FOUND)
         self.assertEqual(done.stderr, "cardhost: no reader 'Nobody's'; there are: "
                                       f"{READERS[0]}, {READERS[1]}\n")
+
+
+# The doctor -------------------------------------------------------------------------------------
+
+class Doctor(PcscTest):
+    def doctor(self, *arguments):
+        done = programs.run(settings.bin / "cardhost", *arguments, "doctor")
+        return done.returncode, " ".join(done.stdout.split())
+
+    def test_finds_readers_and_a_card_well(self):
+        with self.card(6, reader=1):
+            code, report = self.doctor()
+        self.assertEqual(code, OK, report)
+        self.assertIn("ok PC/SC daemon: answers", report)
+        self.assertIn(f"ok {READERS[0]}: no card in it", report)
+        self.assertIn(f"ok {READERS[1]}: a FINEID card of type 6, ATR {atr_text(6)}", report)
+        self.assertRegex(report, r"ok acquisition: \d+ ms")
+        self.assertIn("ok PIN 1: 3 tries left", report)
+        self.assertIn("Nothing stands in the way.", report)
+
+    def test_names_a_reader_without_a_card(self):
+        code, report = self.doctor()
+        self.assertEqual(code, OK, report)
+        self.assertIn("note card: no FINEID card in any reader", report)
+
+    def test_names_the_nearest_card_of_somebody_else_s(self):
+        foreign = bytearray.fromhex(CARDS[4][0])
+        foreign[2] ^= 0x04
+        with programs.foreign_card_in(0, bytes(foreign)):
+            code, report = self.doctor()
+        self.assertEqual(code, UNWELL, report)
+        self.assertIn(f"PROBLEM {READERS[0]}: a card that this driver does not know", report)
+        self.assertIn("one bit away from type 4 (byte 3 is 92, there 96)", report)
+
+    def test_names_the_daemon_that_is_gone(self):
+        self.daemon.send_signal(signal.SIGTERM)
+        self.daemon.wait()
+        code, report = self.doctor()
+        self.assertEqual(code, UNWELL, report)
+        self.assertIn("PROBLEM smart-card service: no smart-card service answers", report)
 
 
 # cardhost and OpenSSL, on every card ----------------------------------------------------------

@@ -1,0 +1,79 @@
+// cardhost doctor: why a card does not work on this machine, or what the driver's log says of it.
+#include <memory>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "commands/commands.h"
+#include "doctor/checks.h"
+#include "doctor/log_explanation.h"
+#include "doctor/printing.h"
+#include "doctor/real_machine.h"
+#include "exit_codes.h"
+
+namespace cardhost {
+
+namespace {
+
+struct DoctorOptions {
+    bool asJson = false;
+    bool usesNetwork = false;
+    std::string log;
+};
+
+doctor::Findings examineMachine(const DoctorOptions& options, const CommonOptions& common,
+                                bool hasChosenCard, doctor::Printer* printer) {
+    const auto machine = doctor::realMachine(common, hasChosenCard);
+    doctor::Examination examination(*machine, options.usesNetwork);
+    doctor::examine(examination, [&] {
+        if (printer != nullptr) printer->print(examination.findings);
+    });
+    return std::move(examination.findings);
+}
+
+void runDoctor(const DoctorOptions& options, const CommonOptions& common, bool hasChosenCard,
+               std::FILE* stream) {
+    doctor::Printer printer(stream);
+    doctor::Findings findings;
+    if (options.log.empty()) {
+        findings =
+            examineMachine(options, common, hasChosenCard, options.asJson ? nullptr : &printer);
+    } else {
+        doctor::explainLogFile(os::pathOf(options.log), findings);
+    }
+    if (options.asJson) {
+        fmt::print(stream, "{}", doctor::asJson(findings));
+    } else {
+        if (!options.log.empty()) printer.print(findings);
+        printer.summarise(findings);
+    }
+    // The report has said it all.
+    if (findings.count(doctor::Verdict::problem) > 0) throw Failure(ExitCode::unwell, "");
+}
+
+}  // namespace
+
+void addDoctor(CLI::App& program, Action& action) {
+    auto options = std::make_shared<DoctorOptions>();
+    auto* command = program.add_subcommand(
+        "doctor", "Why a card does not work on this machine, or what the driver's log says of it");
+    command->add_flag("--json", options->asJson, "The findings as JSON");
+    auto* network = command->add_flag(
+        "--network", options->usesNetwork,
+        "Also ask each directory service for an answer; nothing of a card is sent");
+    command
+        ->add_option("--log", options->log,
+                     "Explain this log of the driver's instead, also one from another machine")
+        ->type_name("FILE")
+        ->excludes(network);
+    command->callback([options, &program, &action] {
+        const bool hasChosenCard = program.count("--virtual") + program.count("--replay") > 0;
+        action = [options, hasChosenCard](const CommonOptions& common, std::FILE* stream) {
+            CommonOptions chosen = common;
+            if (!hasChosenCard && !chosen.card.reader) chosen.card.reader = "";
+            runDoctor(*options, chosen, hasChosenCard, stream);
+        };
+    });
+}
+
+}  // namespace cardhost

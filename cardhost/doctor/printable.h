@@ -1,0 +1,16 @@
+// Text from outside (a log, a registry, a reader's name) made fit for a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace cardhost::doctor {
+
+/// The text with a question mark for each control character, each byte that is no UTF-8, and each
+/// character that changes the direction of writing.
+std::string printable(std::string_view text);
+
+/// How many characters the UTF-8 text has.
+std::size_t widthOf(std::string_view text);
+
+}  // namespace cardhost::doctor
