@@ -1,6 +1,6 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report demo lint format fuzz \
-        package release sign reproducible clean
+.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report check demo lint \
+        tidy format fuzz package release sign reproducible fresh clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -8,10 +8,12 @@ help:
 	@echo 'make windows-arm64 the ARM64 DLL, and the one that stands for it and the x64 DLL'
 	@echo 'make native        the same library for this machine, over PC/SC lite: build/native/'
 	@echo 'make test          every check and test; ./test.sh installs what it needs first'
+	@echo 'make check         lint, and the unit tests, after a change: half a minute'
 	@echo 'make test-all      the same, ARM64 and everything of a release too: half an hour'
 	@echo 'make test-report   the page of cardhost report in headless Chromium, which it installs'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
+	@echo 'make tidy          clang-tidy over all sources, and not only over what has changed'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
@@ -19,6 +21,7 @@ help:
 	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem, and more in'
 	@echo '                   docs/releasing.md'
 	@echo 'make reproducible  builds the release twice, in two folders, and compares'
+	@echo 'make fresh         ./demo.sh and ./test.sh of a clean clone on a bare Debian 12'
 	@echo 'make clean         removes build/'
 
 native:
@@ -26,11 +29,8 @@ native:
 
 windows: windows-x64 windows-x86
 
-windows-x64:
-	KELMORA_BOTAN_X64=$$(tools/build_botan.sh x86_64) && export KELMORA_BOTAN_X64 && $(BUILD)
-
-windows-x86:
-	KELMORA_BOTAN_X86=$$(tools/build_botan.sh i686) && export KELMORA_BOTAN_X86 && $(BUILD)
+windows-x64 windows-x86:
+	$(BUILD)
 
 windows-arm64:
 	tools/install_packages.sh arm64
@@ -48,11 +48,20 @@ test-report: native
 	tools/install_packages.sh browser
 	tests/system/report/report_page_test.py --cardhost build/native/cardhost --screenshots build/report
 
+check:
+	cmake --preset sanitized >/dev/null
+	cmake --build --preset check
+	ctest --preset check
+
 demo: windows-x64
 	tools/demo.sh
 
 lint:
 	tools/run_tests.py lint
+
+tidy:
+	cmake --preset sanitized >/dev/null
+	cmake --build build/sanitized --target tidy
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format-14 -i
@@ -87,6 +96,9 @@ sign:
 reproducible:
 	tools/install_packages.sh arm64 package
 	tools/check_reproducible.sh
+
+fresh:
+	tools/check_fresh.sh
 
 clean:
 	rm -rf build dist

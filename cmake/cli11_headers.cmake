@@ -1,4 +1,9 @@
-# CLI11, header-only, from the machine's package; copied for the reason told in fmt.cmake.
+# CLI11, header-only, from the machine's package; for cross builds copied for the reason told in fmt.cmake.
+if(NOT CMAKE_CROSSCOMPILING)
+    find_package(CLI11 REQUIRED)
+    add_library(cli11_headers ALIAS CLI11::CLI11)
+    return()
+endif()
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 file(COPY "${CLI11_INCLUDE_DIR}/CLI" DESTINATION "${CMAKE_BINARY_DIR}/third_party_cli11")
 add_library(cli11_headers INTERFACE)

@@ -2,7 +2,9 @@
 # Installs the Debian packages that are missing for a purpose; quick, and without the network, when
 # none is.
 #
-#   tools/install_packages.sh build|arm64|run|test|package|browser|test-all ...
+#   tools/install_packages.sh [--missing] build|arm64|run|test|package|browser|test-all ...
+#
+# With --missing it only prints the names of those that are missing.
 set -eu
 
 build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-dev nlohmann-json3-dev
@@ -10,7 +12,7 @@ build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-
        g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 lld-22
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
-test="clang-14 libclang-rt-14-dev clang-format-14 cppcheck debootstrap pcscd vsmartcard-vpcd
+test="clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck debootstrap pcscd vsmartcard-vpcd
       pcsc-tools nginx-light git wixl msitools faketime python3-pefile osslsigncode"
 # For the ARM64 DLL: the compiler, what its runtime is built with, and what runs it.
 arm64="clang-22 lld-22 llvm-22 libclang-rt-22-dev-win debootstrap qemu-user-static binfmt-support"
@@ -19,8 +21,10 @@ test_all="$arm64 $package softhsm2 python3-pefile"
 browser="chromium fonts-dejavu-core"
 
 wanted=
+only_tell=
 for purpose in "$@"; do
     case $purpose in
+    --missing) only_tell=yes ;;
     build) wanted="$wanted $build" ;;
     run) wanted="$wanted $run" ;;
     test) wanted="$wanted $test" ;;
@@ -39,6 +43,11 @@ for name in $wanted; do
     [ "$state" = installed ] || missing="$missing $name"
 done
 [ -n "$missing" ] || exit 0
+if [ -n "$only_tell" ]; then
+    # shellcheck disable=SC2086 # the names are words
+    printf '%s\n' $missing
+    exit 0
+fi
 
 . /etc/os-release
 if [ "${ID:-}" != debian ] || [ "${VERSION_ID:-}" != 12 ]; then

@@ -20,6 +20,9 @@ void putBehindTheSeam(const CardSeam* seam);
 enum class Setting { serviceAddresses, companionStartCommand };
 void writeSetting(Setting setting, const std::string& value);
 
+/// Tells the leak checker, where there is one, of an object that the driver leaves behind.
+void leftBehind(const void* object);
+
 /// The folder of this program, where test libraries lie.
 std::string programFolder();
 

@@ -65,6 +65,8 @@ void writeSetting(Setting setting, const std::string& value) {
     RegCloseKey(opened);
 }
 
+void leftBehind(const void*) {}
+
 std::string programFolder() {
     char path[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);

@@ -78,6 +78,8 @@ PlatformSide::~PlatformSide() {
 DWORD PlatformSide::acquire() {
     const DWORD status = acquireContextOfDriver()(&data, 0);
     acquired = status == 0;
+    // A context whose certificates the platform refused stays in the record.
+    if (!acquired && data.pvVendorSpecific != nullptr) leftBehind(data.pvVendorSpecific);
     return status;
 }
 

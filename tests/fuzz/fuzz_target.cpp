@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "platform/fixed_paths.h"
-#include "support/leak_suppressions.h"
 
 // Lines are made and written, and nothing is left behind by a run that ends badly.
 const char* logFilePath() {
@@ -13,15 +12,6 @@ const char* logFilePath() {
 
 const char* settingsFilePath() {
     return "/dev/null";
-}
-
-const char* __lsan_default_suppressions() {
-    return THROWN_POINTERS;
-}
-
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options();
-const char* __lsan_default_options() {
-    return "print_suppressions=0";
 }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -1,0 +1,30 @@
+# Suites: a test program is one test of ctest, started once, with Wine in front of it in a cross build.
+# What it says of each of its tests goes to test-results/NAME.xml, by which tools/run_tests.py counts.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+add_custom_target(unit_programs)
+add_custom_target(test_programs)
+# What a script puts ahead of a program of this build: Wine, or nothing.
+list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " KELMORA_LAUNCHER)
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/test-results")
+
+# add_suite(NAME LABEL TARGET): all tests of a GoogleTest program.
+function(add_suite name label target)
+    file(RELATIVE_PATH results "${CMAKE_CURRENT_BINARY_DIR}"
+         "${CMAKE_BINARY_DIR}/test-results/${name}.xml")
+    add_test(NAME ${name} COMMAND ${target} "--gtest_output=xml:${results}" --gtest_brief=1
+             WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+    # 3 is how tools/run_in_wine.sh says that the machine does not allow it, and why.
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600 SKIP_RETURN_CODE 3)
+    add_dependencies(test_programs ${target})
+    if(label STREQUAL "unit")
+        add_dependencies(unit_programs ${target})
+    endif()
+endfunction()
+
+# add_script(NAME LABEL SCRIPT ARGUMENT...): a Python program. Its results are counted by the lines that
+# unittest writes, or by those that begin with "ok - " or "not ok - "; without such it is one test.
+function(add_script name label script)
+    add_test(NAME ${name} COMMAND "${Python3_EXECUTABLE}" -B "${script}" ${ARGN}
+             WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}")
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 900)
+endfunction()

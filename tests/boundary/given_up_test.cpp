@@ -1,0 +1,63 @@
+// What the driver gives up and never frees: handles, counted on their way to the platform and back.
+// Only natively, where the linker puts the counting between the two.
+#include <set>
+
+#include "platform_side.h"
+#include "support/thrown_pointers.h"
+#include "virtual_card/virtual_card.h"
+
+namespace {
+
+std::set<PCCERT_CONTEXT>& liveCertificates() {
+    static std::set<PCCERT_CONTEXT> live;
+    return live;
+}
+
+}  // namespace
+
+extern "C" PCCERT_CONTEXT WINAPI __real_CertCreateCertificateContext(DWORD, const BYTE*, DWORD);
+extern "C" PCCERT_CONTEXT WINAPI __wrap_CertCreateCertificateContext(DWORD, const BYTE*, DWORD);
+extern "C" BOOL WINAPI __real_CertFreeCertificateContext(PCCERT_CONTEXT);
+extern "C" BOOL WINAPI __wrap_CertFreeCertificateContext(PCCERT_CONTEXT);
+
+extern "C" PCCERT_CONTEXT WINAPI __wrap_CertCreateCertificateContext(DWORD encoding,
+                                                                     const BYTE* bytes,
+                                                                     DWORD size) {
+    PCCERT_CONTEXT certificate = __real_CertCreateCertificateContext(encoding, bytes, size);
+    if (certificate != nullptr) liveCertificates().insert(certificate);
+    return certificate;
+}
+
+extern "C" BOOL WINAPI __wrap_CertFreeCertificateContext(PCCERT_CONTEXT certificate) {
+    liveCertificates().erase(certificate);
+    return __real_CertFreeCertificateContext(certificate);
+}
+
+namespace boundary {
+namespace {
+
+class GivenUp : public ::testing::TestWithParam<int> {};
+
+TEST_P(GivenUp, IsTheCertificateOfTheSecondSigningKeyAlone) {
+    const std::size_t before = liveCertificates().size();
+    PlatformSide platform(GetParam());
+    platform.acquireOrFail();
+    const bool hasSecondSigningKey = virtual_card::findGeneration(GetParam())->keys.size() > 2;
+    EXPECT_EQ(liveCertificates().size() - before, hasSecondSigningKey ? 3u : 2u);
+    platform.release();
+    EXPECT_EQ(liveCertificates().size() - before, hasSecondSigningKey ? 1u : 0u);
+}
+
+TEST_P(GivenUp, IsOneErrorForAVerificationThatTheCardCannotAnswer) {
+    PlatformSide platform(GetParam());
+    platform.acquireOrFail();
+    const int before = KelmoraID::testing::thrownPointers();
+    platform.reader.failTransmit(1, {virtual_card::Fault::Kind::TransportError, 0x8010002F});
+    platform.authenticate(1, platform.pin(virtual_card::PinRole::Authentication));
+    EXPECT_EQ(KelmoraID::testing::thrownPointers() - before, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(CardType, GivenUp, ::testing::ValuesIn(allCardTypes));
+
+}  // namespace
+}  // namespace boundary

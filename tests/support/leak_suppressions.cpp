@@ -1,5 +1,0 @@
-#include "support/leak_suppressions.h"
-
-const char* __lsan_default_suppressions() {
-    return THROWN_POINTERS;
-}
