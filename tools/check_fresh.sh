@@ -35,6 +35,8 @@ $as_root env http_proxy="${http_proxy:-}" https_proxy="${https_proxy:-}" deboots
     exit 1
 }
 rm -f "$folder.log"
+# The suites that this machine has, as an installed Debian has its security updates.
+"$here/debian_sources.sh" sources | sed 's/^deb-src/deb/' | $as_root tee "$folder/etc/apt/sources.list" >/dev/null
 $as_root git clone --quiet --no-hardlinks "file://$repository" "$folder/root/clone"
 
 # Everything inside runs in a mount namespace of its own, which takes its mounts with it.
