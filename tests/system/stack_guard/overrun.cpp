@@ -1,5 +1,6 @@
-// Writes as many bytes as it is told into a buffer of eight, under the DLL's own guard of the stack:
-// ends by itself with 0 where they fit. With none, sees that the guard is not the one of before loading.
+// Writes as many bytes as it is told into a buffer of eight, under the DLL's own guard of the
+// stack: ends by itself with 0 where they fit. With none, sees that the guard is not the one of
+// before loading.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -9,8 +10,8 @@ extern "C" std::uintptr_t __stack_chk_guard;
 namespace {
 
 [[gnu::noinline]] void fill(int count) {
-    char buffer[8] = {};
-    char* volatile place = buffer;
+    volatile char buffer[8] = {};
+    volatile char* volatile place = buffer;
     for (int i = 0; i < count; ++i) place[i] = 'x';
 }
 
