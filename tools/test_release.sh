@@ -50,9 +50,25 @@ boundary_arm64() {
     return "$code"
 }
 
+# A program under the DLL's own guard of the stack: goes on where nothing is overrun, and ends otherwise.
+stack_guard() {
+    cmake --build "build/windows-$1" --target overrun >/dev/null || return
+    tools/run_in_wine.sh "$1" hostname >/dev/null || return
+    for bytes in 0 8 9 200; do
+        code=0
+        said=$(tools/run_in_wine.sh "$1" "build/windows-$1/overrun.exe" "$bytes" | tr -d '\r') || code=$?
+        case $bytes:$code:$said in
+        0:0: | "8:0:went on" | 9:9: | 200:9:) echo "ok - $1 stack guard: $bytes bytes" ;;
+        *) echo "not ok - $1 stack guard: $bytes bytes: $code $said" ;;
+        esac
+    done | tee build/test-logs/stack-guard.txt
+    ! grep -q '^not ok' build/test-logs/stack-guard.txt
+}
+
 run arm64-build "Building the boundary suite for ARM64" build_boundary_tests
 run arm64-boundary "Running the boundary suite against the ARM64 DLL" boundary_arm64
 for architecture in x64 x86 arm64; do
+    run "guard-$architecture" "Overrunning a buffer under the $architecture DLL's guard" stack_guard "$architecture"
     run "dll-$architecture" "Checking the $architecture DLL itself" tests/lint/check_dll.py \
         "$architecture" "build/windows-$architecture/kelmora-id-minidriver.dll"
 done

@@ -26,9 +26,9 @@ HIGH_ENTROPY, DYNAMIC_BASE, FORCE_INTEGRITY, NX, NO_SEH, GUARD_CF = 0x20, 0x40, 
 EXECUTE, WRITE, SHARED = 0x20000000, 0x80000000, 0x10000000
 SYSTEM32_ONLY = 0x800  # LOAD_LIBRARY_SEARCH_SYSTEM32
 DEBUG_CODEVIEW, DEBUG_REPRO = 2, 16
-# What a failed check of the stack does, linked in only where something can fail: the text of GCC's
-# library, or ARM64's "mov w0, #2; brk #0xf003", the fast end of a process.
-STACK_CHECKS = (b"stack smashing detected", bytes.fromhex("4000805260003ed4"))
+# What a failed check of the stack does, linked in only where something can fail: the fast end of a
+# process, "mov ecx, 2; int 0x29" or ARM64's "mov w0, #2; brk #0xf003".
+STACK_CHECKS = (bytes.fromhex("b902000000cd29"), bytes.fromhex("4000805260003ed4"))
 # Folders of a building machine: of its users, its temporary files, this source tree.
 FOLDERS = re.compile(rb"[\x20-\x7e]*(?:/home/|/root/|/tmp/|/usr/|/build/|\.cpp\b)[\x20-\x7e]*")
 
