@@ -246,7 +246,8 @@ def lint(tally):
           ["cppcheck", "-j2", "--quiet", "--language=c++", "--std=c++20", "--platform=unix64",
            "--enable=warning,performance,portability", "--inline-suppr", "--error-exitcode=1",
            "--suppressions-list=tests/lint/cppcheck_suppressions.txt", f"--cppcheck-build-dir={kept}",
-           "-Isrc", "-I.", "src", "posix", "virtual_card", "cardhost"], "lint-cppcheck")
+           "-Isrc", "-I.", "src", "posix", "virtual_card", "cardhost",
+           "recording"], "lint-cppcheck")
 
 
 def native(tally):
