@@ -4,8 +4,9 @@ target_link_libraries(kelmora_driver PUBLIC posix)
 add_library(minidriver SHARED frame/dll_main.cpp frame/exported_function.cpp
             "${CMAKE_SOURCE_DIR}/posix/fixed_paths.cpp" "${CMAKE_SOURCE_DIR}/posix/library_load.cpp")
 target_link_libraries(minidriver PRIVATE kelmora_warnings kelmora_driver winscard)
+# Not by the precompiled header, which holds for names that stay inside.
 set_source_files_properties(frame/exported_function.cpp PROPERTIES COMPILE_OPTIONS
-                            -fvisibility=default)
+                            -fvisibility=default SKIP_PRECOMPILE_HEADERS ON)
 target_link_options(minidriver PRIVATE -Wl,--gc-sections -Wl,-z,relro,-z,now
     "-Wl,--version-script=${CMAKE_SOURCE_DIR}/posix/exports.map")
 if(NOT KELMORA_SANITIZERS)
