@@ -1,5 +1,5 @@
 // The fixed places of a build. Nothing configures them: every platform has its own, linked in from
-// platform/windows/ or platform/posix/, and tests link their own instead.
+// platform/windows/ or posix/, and tests link their own instead.
 #pragma once
 
 /// The path of the log file, in the file system's own 8-bit form.

@@ -1,5 +1,5 @@
 // The platform calls in use, by their published names. On Windows these are the real headers and
-// nothing more; elsewhere platform/posix/win32.h declares exactly the calls that the minidriver
+// nothing more; elsewhere posix/win32.h declares exactly the calls that the minidriver
 // makes, and the files beside it implement each of them on a well-kept library.
 #pragma once
 
