@@ -20,7 +20,7 @@ alignas(WCHAR) constexpr char agentText[32] = "user agent AdAttributeService";
 static_assert(sizeof(agentText) % sizeof(WCHAR) == 0);
 static_assert(agentText[sizeof(agentText) - 2] == 0 && agentText[sizeof(agentText) - 1] == 0);
 
-// quirk: charset-colon. "charset:" where RFC 9110 has "charset=": kept, as a service may compare it.
+// quirk: charset-colon. "charset:" and not "charset=" (RFC 9110): a service may compare it.
 constexpr const WCHAR* headerText =
     WIDE_TEXT("Content-Type: application/json; charset: utf-8\r\nAccept: application/json\r\n");
 constexpr DWORD headerIsTerminated = static_cast<DWORD>(-1);
