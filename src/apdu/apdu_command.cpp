@@ -14,7 +14,7 @@ ByteVector ApduCommand::encode() const {
             "possibly chaining required, if APDU supports it (CLA=10h)!",
             data.size()));
     }
-    // Meant so: exactly 256 bytes pass the check above without a word, and are left out here too.
+    // quirk: data-of-256-bytes. They pass the check above without a word, and are left out here.
     if (!data.empty() && data.size() <= 0xFF) {
         bytes.push_back(static_cast<BYTE>(data.size()));
         bytes.insert(bytes.end(), data.begin(), data.end());

@@ -19,7 +19,7 @@ void ApduResult::applyReply(std::span<const BYTE> reply) {
     SW2 = reply[reply.size() - 1];
     responseData.insert(responseData.end(), data.begin(), data.end());
     status = lookupStatusWord(Sw1Sw2());
-    // Meant so: the row's code replaces whatever the transmission gave, also with 0.
+    // quirk: row-replaces-code. With 0 too: what the card says counts for more than the transport.
     transportErrorCode = static_cast<LONG>(status.platformCode);
 }
 

@@ -58,7 +58,7 @@ std::optional<ApduRequest> GetData::handleResponse(const ApduResponse& response)
         if (!responseData_) responseData_.emplace();
         responseData_->insert(responseData_->end(), response.data->begin(), response.data->end());
     }
-    // Meant so: Le is 00 whatever SW2 says.
+    // quirk: le-of-get-data. 00, which asks for all there is, whatever SW2 says.
     if (response.SW1 == 0x61) return ApduRequest(0x00, 0xC0, 0x00, 0x00, std::nullopt, BYTE{0x00});
     return std::nullopt;
 }

@@ -7,7 +7,7 @@ constexpr BYTE hashTemplate = 0xAA;
 constexpr BYTE signatureTemplate = 0xB6;
 constexpr BYTE confidentialityTemplate = 0xB8;
 
-// The reference that follows from which key of a kind is meant.
+// The reference of the first or of the second key of a kind.
 constexpr BYTE derivedReference(BYTE selector, bool extended) {
     const bool first = selector == 1;
     if (extended) return first ? 0x91 : 0x93;
@@ -20,13 +20,14 @@ Set::Set(BYTE tag, BYTE keyRef, BYTE selector, bool extended) : P2_(tag) {
     const BYTE derivedRef = derivedReference(selector, extended);
     switch (tag) {
         case hashTemplate:
-            data_ = ByteVector{0x80, 0x01};  // Meant so: these two bytes alone.
+            // quirk: hash-template-of-two-bytes. A tag and a length, and no algorithm behind them.
+            data_ = ByteVector{0x80, 0x01};
             break;
         case signatureTemplate:
             data_ = ByteVector{0x80, 0x01, derivedRef, 0x84, 0x01, keyRef};
             break;
         case confidentialityTemplate:
-            // Meant so: the derived reference is the key's, and keyRef is not used.
+            // quirk: derived-key-reference. It stands for the key; keyRef is not used.
             data_ = ByteVector{0x80, 0x01, 0x1A, 0x84, 0x01, derivedRef};
             break;
         default:

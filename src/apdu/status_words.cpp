@@ -19,8 +19,8 @@ struct Row {
     const char* text;
 };
 
-// The order matters: of two rows of one status word the last wins. So the first row of 6982 never
-// takes effect, and stays all the same. The rows of 6100 and 6C00 end in a blank, for a number.
+// The order matters: of two rows of one status word the last wins. The rows of 6100 and 6C00 end in
+// a blank, for a number. quirk: two-rows-of-6982. The first never takes effect.
 constexpr std::array<Row, 11> rows{{
     {0x9000, "CommonError", 0, 0, "Command processed without error"},
     {0x6700, "CommonError", 3, SCARD_E_INVALID_PARAMETER, "Incorrect length. Lc > 30."},
@@ -70,7 +70,8 @@ StatusWordInfo StatusWordTable::lookup(std::uint16_t Sw1Sw2) {
     if (const Row* base = rowOf(static_cast<std::uint16_t>(SW1 << 8))) {
         info = infoOf(*base);
     } else if (hasEmptyRow_[SW1].exchange(true) && SW2 == 0) {
-        return info;  // The empty row stands in the table by now, and is found as it is.
+        // quirk: empty-status-row. It stands in the table by now, and is found without its number.
+        return info;
     }
     info.Sw1Sw2 = Sw1Sw2;
     info.text = fmt::format("{}{}", info.text, SW2);

@@ -29,13 +29,13 @@ std::optional<ApduRequest> Verify::handleResponse(const ApduResponse& response) 
     } else if (word == 0x6300) {
         // A wrong PIN, and the card does not say how many tries are left.
     } else if (word == 0x6983) {
-        attemptsRemaining_ = 0;  // Meant so: unlike 6984 it leaves blocked alone.
+        attemptsRemaining_ = 0;  // quirk: 6983-is-not-blocked. Unlike 6984.
     } else if (word == 0x6984) {
         blocked_ = true;
         attemptsRemaining_ = 0;
     } else if ((word & 0xFFF0) == 0x63C0) {
         attemptsRemaining_ = word & 0x000F;
-        // Meant so: 63C0 says blocked to a query alone; to a PIN it is one more wrong PIN.
+        // quirk: 63c0-to-a-pin. Blocked to a query alone; to a PIN it is one more wrong PIN.
         if (attemptsRemaining_ == 0 && !data_) blocked_ = true;
     } else {
         success_ = false;
@@ -44,6 +44,7 @@ std::optional<ApduRequest> Verify::handleResponse(const ApduResponse& response) 
 }
 
 ApduRequest Verify::buildRequest() {
+    // quirk: pin-copies. The request holds a copy of its own, which nobody wipes.
     return ApduRequest(0x00, 0x20, 0x00, P2_, data_, std::nullopt);
 }
 

@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
-#include <stdexcept>
 #include <system_error>
 
 #include "apdu/directory_identifiers.h"
 #include "apdu/select.h"
 #include "card/identifiers.h"
+#include "card/thrown_pointer.h"
 #include "channel/protocol_control.h"
 #include "log/logger.h"
 #include "profiles/card_profiles.h"
@@ -21,48 +21,47 @@ using FINEID::SelectMode;
 
 constexpr bool noResponse = false;
 
-// A pointer, and meant so: a handler for std::exception does not see it, and nobody frees it.
 void throwUnlessSelected(const FINEID::Apdu& select, const char* text) {
-    if (!select.success()) throw new std::runtime_error(text);
+    if (!select.success()) throwPointer(text);
 }
 
 }  // namespace
 
 CardOperations::CardOperations(SCARDHANDLE card, CardType type)
-    : hScard(card), sendPci(protocolControlOf(card)), cardType(type) {}
+    : hScard_(card), sendPci(protocolControlOf(card)), cardType_(type) {}
 
 void CardOperations::SelectFineidApplication() {
     constexpr const char* failure = "Failed to select FINEID application.";
-    // Meant so: this application alone, without the second try that file reading makes.
+    // quirk: first-application-alone. Without the second try that file reading makes.
     Select select(SelectMode::applicationIdentifier, ByteVector(FineidAid.begin(), FineidAid.end()),
                   noResponse);
     try {
-        select.Transmit(hScard, sendPci);
+        select.Transmit(hScard_, sendPci);
     } catch (const std::system_error& error) {
         logToFile("SelectFineidApplication", fmt::format("Transmit error. Exception: {}, error: {}",
                                                          error.what(), error.code().value()));
-        throw new std::runtime_error(failure);  // A pointer, as in throwUnlessSelected.
+        throwPointer(failure);
     }
     throwUnlessSelected(select, failure);
 }
 
 void CardOperations::selectRoot() {
     Select select(SelectMode::masterFile, std::nullopt, noResponse);
-    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select root.");
+    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select root.");
 }
 
 void CardOperations::selectParent() {
     Select select(SelectMode::parentDirectory, std::nullopt, noResponse);
-    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select parent.");
+    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select parent.");
 }
 
 void CardOperations::selectEsignDirectory() {
     selectRoot();
-    const SelectMode mode = profileOf(cardType).selectsEsignUnderMasterFile
+    const SelectMode mode = profileOf(cardType_).selectsEsignUnderMasterFile
                                 ? SelectMode::identifierUnderMasterFile
                                 : SelectMode::childDirectory;
     Select select(mode, ByteVector(EsignIdentifier.begin(), EsignIdentifier.end()), noResponse);
-    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select ESIGN directory.");
+    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select ESIGN directory.");
 }
 
 }  // namespace KelmoraID

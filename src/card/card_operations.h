@@ -2,9 +2,9 @@
 // objects and throws on failure; every entry point builds its own on the stack. One file holds one
 // group of its operations.
 //
-// Runtime errors of the selections, of the PIN operations and of MSE SET are thrown as pointers to
-// a new std::runtime_error that nobody frees. A handler for std::exception does not see them, and
-// so the log tells such a failure ("unknown exception") from one of the transport.
+// Runtime errors of the selections, of the PIN operations and of MSE SET are thrown as pointers
+// (thrown_pointer.h), and so the log tells such a failure ("unknown exception") from one of the
+// transport.
 #pragma once
 
 #include <optional>
@@ -58,9 +58,9 @@ public:
     ByteVector decipherEcdh(const ByteVector& data, bool hasSecondSignCert);
 
 private:
-    SCARDHANDLE hScard;
+    SCARDHANDLE hScard_;
     SCARD_IO_REQUEST sendPci;
-    CardType cardType;
+    CardType cardType_;
 };
 
 }  // namespace KelmoraID

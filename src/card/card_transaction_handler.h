@@ -59,8 +59,13 @@ public:
     /// Reads that many bytes of the selected file, in chunks of at most 127 bytes.
     ApduResult readBinary(std::uint32_t length);
 
-    /// With readPrivateKey the minimum and maximum length of the index-th PIN, else with
-    /// readCertificate the path of the index-th certificate; empty on every failure.
+    /// The minimum and maximum length of the index-th PIN, one byte each in a good directory; empty
+    /// on every failure.
+    ByteVector pinLengths(std::uint32_t index);
+    /// The path of the index-th certificate's file; empty on every failure.
+    ByteVector certificatePath(std::uint32_t index);
+    /// What both of these do: with readPrivateKey as pinLengths, else with readCertificate as
+    /// certificatePath. With neither, the ODF is read and the result is empty.
     ByteVector GetDirectories(bool readPrivateKey, bool readCertificate, std::uint32_t index);
     /// The minimum and maximum length of the index-th PIN in bytes, both 0 on failure.
     std::pair<BYTE, BYTE> GetPinMinMaxLength(std::uint32_t index);

@@ -8,7 +8,7 @@ namespace KelmoraID {
 ByteVector CardTransactionHandler::GetCertificate(std::uint32_t index) {
     selectFINEIDApplication();  // Its failure shows itself in what comes after.
     trace("GetCertificate");
-    const ByteVector path = GetDirectories(false, true, index);
+    const ByteVector path = certificatePath(index);
     trace([&] {
         return fmt::format("GetCertificate, reading cert with path: {}", bytesToLogHex(path));
     });
@@ -18,7 +18,8 @@ ByteVector CardTransactionHandler::GetCertificate(std::uint32_t index) {
     }
     const ApduResult file = ReadFile(path);
     if (!file.success()) {
-        trace("GetCertificate, ODF file read failed.");  // Meant so, for the certificate's file.
+        // quirk: odf-for-certificate. It is the certificate's own file that could not be read.
+        trace("GetCertificate, ODF file read failed.");
         return {};
     }
     trace("GetCertificate, CERT file read successfully!");

@@ -51,9 +51,9 @@ struct PinLengths {
     ByteVector stored;
 };
 
-// Of the AODF's entry. The PIN flags and the reference must be there, though neither is used. Meant
-// so: the maximum is the stored length; the standard's maximum, a third number, is not looked at.
-// The path behind them may be there or not, and is of no use here.
+// Of the AODF's entry. The PIN flags and the reference must be there, though neither is used; the
+// path behind them may be there or not, and is of no use here.
+// quirk: stored-length-is-maximum. The standard's maximum, a third number, is not looked at.
 bool pinLengthsOf(const ByteVector& directory, std::uint32_t index, PinLengths& lengths) {
     ByteVector entry;
     ByteVector attributes;
@@ -86,12 +86,21 @@ ByteVector CardTransactionHandler::GetDirectories(bool readPrivateKey, bool read
     trace("GetDirectories, ODF file read successful.");
     if (readPrivateKey) return readPinLengths(odf.responseData, index);
     if (readCertificate) return readCertificatePath(odf.responseData, index);
+    // quirk: nothing-asked-for. No caller does: certificatePath and pinLengths ask for one of them.
     trace("Not reading certificates or private keys? Error?");
     return {};
 }
 
+ByteVector CardTransactionHandler::pinLengths(std::uint32_t index) {
+    return GetDirectories(true, false, index);
+}
+
+ByteVector CardTransactionHandler::certificatePath(std::uint32_t index) {
+    return GetDirectories(false, true, index);
+}
+
 ByteVector CardTransactionHandler::readPinLengths(const ByteVector& odf, std::uint32_t index) {
-    // The texts speak of a private key file for what is the AODF, and stay so.
+    // quirk: aodf-called-private-keys. In all of these texts.
     ByteVector path;
     if (!descend(odf, {authenticationObjects, sequence, octetString}, path)) {
         trace("GetDirectories PRK, ODF file decoding failed.");
@@ -138,17 +147,17 @@ ByteVector CardTransactionHandler::readCertificatePath(const ByteVector& odf, st
         trace("GetDirectories CERT, file reading failed.");
         return {};
     }
-    ByteVector certificatePath;
-    if (certificatePathOf(cdf.responseData, index, certificatePath)) {
+    ByteVector found;
+    if (certificatePathOf(cdf.responseData, index, found)) {
         trace("GetDirectories CERT, file read successful.");
     }
     trace("GetDirectories CERT, exit file reading.");
-    return certificatePath;
+    return found;
 }
 
 std::pair<BYTE, BYTE> CardTransactionHandler::GetPinMinMaxLength(std::uint32_t index) {
     selectFINEIDApplication();  // Its failure shows itself in what comes after.
-    const ByteVector lengths = GetDirectories(true, false, index);
+    const ByteVector lengths = pinLengths(index);
     if (lengths.size() != 2) {
         trace("GetPinMinMaxLength, GetDirectories call failed.");
         return {BYTE{0}, BYTE{0}};

@@ -55,7 +55,8 @@ bool CardTransactionHandler::GetSerialNumberAndLabelFromCIAInfo(ByteVector& seri
     }
     trace("CIA file decoding successful!");
     serialNumber = info.serialNumber;
-    label = ansiBytesToUtf8(info.label);  // Meant so: read by the system's code page, not as UTF-8.
+    // quirk: label-by-code-page. By the system's, although ISO/IEC 7816-15 has UTF-8 here.
+    label = ansiBytesToUtf8(info.label);
     trace([&] {
         return fmt::format("CIA file, serialNumber: {}", bytesToLogHex(info.serialNumber));
     });

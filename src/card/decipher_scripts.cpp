@@ -7,6 +7,7 @@
 #include "apdu/set.h"
 #include "card/card_operations.h"
 #include "card/key_references.h"
+#include "card/thrown_pointer.h"
 #include "log/logger.h"
 #include "platform/minidriver.h"
 
@@ -30,8 +31,8 @@ constexpr std::size_t maximumBlockLength = 255;
 void setEnvironment(FINEID::Set&& environment, SCARDHANDLE hScard,
                     const SCARD_IO_REQUEST& sendPci) {
     if (environment.Transmit(hScard, sendPci).success()) return;
-    // A pointer, and meant to stay one; the text serves both scripts.
-    throw new std::runtime_error("Failed to Set Security Environment for Decipher.");
+    throwPointer(  // The text serves both scripts.
+        "Failed to Set Security Environment for Decipher.");
 }
 
 // Sends one block and gives the data of the response, if it has any. The data of a chained block is
@@ -64,15 +65,15 @@ void logNoData() {
 ByteVector CardOperations::decipherRsa(const ByteVector& data, std::uint16_t length,
                                        DWORD dwKeySpec) {
     const BYTE selector = dwKeySpec == AT_KEYEXCHANGE ? 1 : 2;
-    setEnvironment(FINEID::Set(confidentialityTemplate, 0, selector, false), hScard, sendPci);
+    setEnvironment(FINEID::Set(confidentialityTemplate, 0, selector, false), hScard_, sendPci);
     // The length has 16 bits and can have wrapped: it never says that there is more than there is.
     if (length < minimumRsaLength || data.size() < minimumRsaLength) {
         logTooShort();
         return {};
     }
     const auto cut = data.begin() + firstBlockLength;
-    decipher({data.begin(), cut}, firstBlockLe, true, hScard, sendPci);
-    const auto message = decipher({cut, data.end()}, lastBlockLe, false, hScard, sendPci);
+    decipher({data.begin(), cut}, firstBlockLe, true, hScard_, sendPci);
+    const auto message = decipher({cut, data.end()}, lastBlockLe, false, hScard_, sendPci);
     if (!message) {
         logNoData();
         logTooShort();
@@ -82,8 +83,8 @@ ByteVector CardOperations::decipherRsa(const ByteVector& data, std::uint16_t len
 }
 
 ByteVector CardOperations::decipherEcdh(const ByteVector& data, bool hasSecondSignCert) {
-    setEnvironment(FINEID::Set(agreementKeyReference(hasSecondSignCert)), hScard, sendPci);
-    const auto secret = decipher(data, 0x00, false, hScard, sendPci);
+    setEnvironment(FINEID::Set(agreementKeyReference(hasSecondSignCert)), hScard_, sendPci);
+    const auto secret = decipher(data, 0x00, false, hScard_, sendPci);
     if (!secret) {
         logNoData();
         return {};

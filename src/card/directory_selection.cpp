@@ -57,7 +57,7 @@ ApduResult CardTransactionHandler::selectDF(const ByteVector& path) {
         trace("Checking \"our test cards\" or VRK cards.");
         result = select(testCards, path);
     }
-    // Meant so: with that bit set, 6A82 opens this rung as well as 6A86.
+    // quirk: third-form-after-6a82. With that bit set, 6A82 opens this rung as well as 6A86.
     if (!result.success() && (result.Sw1Sw2() | 0x0004) == incorrectParameters) {
         trace("Checking Citizen or Cosmo X cards.");
         for (std::size_t position = 0; position < path.size(); position += identifierLength) {

@@ -59,7 +59,8 @@ ApduResult CardTransactionHandler::ReadFile(const ByteVector& filePath) {
             return fmt::format("ReadFile: selectFileApdu, whole filepath: {}",
                                bytesToLogHex(filePath));
         });
-        // Meant so: some cards need the whole path under the P1 of a file in the directory.
+        // quirk: whole-path-as-identifier. Some cards want it under the P1 of a file in the
+        // directory.
         result = send(selectFile(inCurrentDirectory, filePath));
     }
     if (!result.success()) {
@@ -76,7 +77,7 @@ ApduResult CardTransactionHandler::ReadFile(const ByteVector& filePath) {
         result = readBinary(size);
         if (!result.success()) trace("ReadFile, readBinary failed.");
     }
-    // Meant so: of a file with size 0 the control parameters stand as its content.
+    // quirk: file-of-size-0. Its control parameters stand as its content.
     trace("Completing ReadFile.");
     return result;
 }
@@ -92,21 +93,22 @@ ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
     while (remaining != 0) {
         const std::uint32_t chunk = std::min(remaining, chunkSize);
         const std::uint32_t offset = length - remaining;
-        // The two lowest bytes of the offset, whatever the card makes of them: from 32,768 on P1
-        // reads as a short file identifier, and from 65,536 on the offset starts again. A whole
-        // file of that size cannot be had by this command.
+        // quirk: offset-beyond-a-file. The two lowest bytes of the offset, whatever the card makes
+        // of them: from 32,768 on P1 reads as a short file identifier, and from 65,536 on the
+        // offset starts again. A whole file of that size cannot be had by this command.
         ApduResult read = send(apduCommands::readBinary(static_cast<BYTE>(offset >> 8),
                                                         static_cast<BYTE>(offset & 0xFF),
                                                         static_cast<BYTE>(chunk)));
         if (!read.success() || read.responseData.size() != chunk) {
             trace("Error in readBinary!");
-            // Meant so: this chunk's result alone, also where a short chunk came with 9000.
+            // quirk: short-chunk-alone. This chunk's result, although a short one may say 9000.
             return read;
         }
         content.insert(content.end(), read.responseData.begin(), read.responseData.end());
         remaining -= chunk;
     }
     trace("readBinary exiting successfully!");
+    // quirk: closing-record. A command that is never sent stands for the whole reading.
     ApduResult whole(
         apduCommands::readBinary(closingMarker, 0x00, static_cast<BYTE>(length & 0xFF)));
     content.insert(content.end(), {0x90, 0x00});

@@ -22,7 +22,7 @@ ApduResult CardTransactionHandler::verifyPIN2(const ByteVector& pin) {
     }
     const ApduResult esign = send(apduCommands::selectEsign());
     if (!esign.success()) {
-        // Meant so: no blank before the number.
+        // quirk: esign-without-blank. Ahead of the number, unlike the line above.
         logDebug(fmt::format("{}{:x}", "On selecting ESIGN directory", esign.Sw1Sw2()));
         return esign;
     }

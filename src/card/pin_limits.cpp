@@ -1,9 +1,8 @@
 #include "card/pin_limits.h"
 
-#include <stdexcept>
-
 #include "apdu/get_data.h"
 #include "card/card_operations.h"
+#include "card/thrown_pointer.h"
 #include "log/logger.h"
 
 namespace KelmoraID {
@@ -16,7 +15,7 @@ constexpr std::size_t minimumOffset = 14;
 
 [[noreturn]] void failToReadPinProperties() {
     logDebug("Error: Failed to read PIN properties. Exception.");
-    throw new std::runtime_error("Failed to read PIN properties.");  // A pointer, and meant so.
+    throwPointer("Failed to read PIN properties.");
 }
 
 }  // namespace
@@ -29,14 +28,15 @@ std::pair<BYTE, BYTE> CardOperations::readPinProperties(PinId pinId) {
     SelectFineidApplication();
     const BYTE reference = pinReference(pinId, true).value();
     FINEID::GetData getData(pinObjectSelector, reference, false);
-    if (!getData.Transmit(hScard, sendPci).success()) failToReadPinProperties();
+    if (!getData.Transmit(hScard_, sendPci).success()) failToReadPinProperties();
     const ByteVector& properties = getData.responseData().value();
     if (properties.size() <= minimumOffset) failToReadPinProperties();
     return {properties[maximumOffset], properties[minimumOffset]};
 }
 
 bool CardOperations::isPinLengthValid(PinId pinId, std::uint32_t length) {
-    // The card is asked whatever the length, and meant to be.
+    // quirk: limits-first. The card is asked whatever the length, also for one that cannot be
+    // right.
     const auto [maximum, minimum] = readPinProperties(pinId);
     return isPinLengthInRange(minimum, maximum, length);
 }

@@ -2,10 +2,9 @@
 // and is asked for by a VERIFY without data.
 #include <fmt/format.h>
 
-#include <stdexcept>
-
 #include "apdu/verify.h"
 #include "card/card_operations.h"
+#include "card/thrown_pointer.h"
 #include "log/logger.h"
 
 namespace KelmoraID {
@@ -35,13 +34,13 @@ bool pinHasStatus(CardOperations& card, PinId pinId, PinVerifyResult::Status sta
 std::optional<PinVerifyResult> CardOperations::VerifyPin(PinId pinId,
                                                          std::optional<ByteVector> pin) {
     const BYTE reference = pinReference(pinId, true).value();
-    FINEID::Verify verify(reference, cardType, std::move(pin));
-    if (verify.Transmit(hScard, sendPci).success()) {
+    FINEID::Verify verify(reference, cardType_, std::move(pin));
+    if (verify.Transmit(hScard_, sendPci).success()) {
         return PinVerifyResult{verify.attemptsRemaining(), statusOf(verify)};
     }
     if (verify.Sw1Sw2() == wrongLength) return std::nullopt;
     logDebug("Error: Failed to verify PIN. Exception.");
-    throw new std::runtime_error("Failed to verify PIN.");  // A pointer, and meant so.
+    throwPointer("Failed to verify PIN.");
 }
 
 bool CardOperations::isPinVerified(PinId pinId) {

@@ -41,7 +41,7 @@ ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector
 void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     trace("SendApduCommand");
     const std::size_t standing = result.responseData.size();
-    // Meant so: the bytes of a failed first exchange are parsed all the same.
+    // quirk: failed-call-parsed. What it left in the buffer counts as a reply, by its length.
     result.applyReply(exchange(result, result.command.encode(), firstReceiveLength));
 
     int withoutData = 0;

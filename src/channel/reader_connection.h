@@ -23,12 +23,12 @@ public:
     LONG connect(SCARDCONTEXT hContext);
 
     SCARDHANDLE handle() const { return hCard; }
-    DWORD protocol() const { return activeProtocol; }
+    DWORD protocol() const { return activeProtocol_; }
     const std::string& readerNameUtf8() const { return nameUtf8_; }
 
 private:
     SCARDHANDLE hCard = 0;
-    DWORD activeProtocol = 0;
+    DWORD activeProtocol_ = 0;
     [[maybe_unused]] WORD state_ = 0;
     WideString name_;
     std::string nameUtf8_;

@@ -9,22 +9,22 @@
 
 namespace KelmoraID {
 
-// The mark goes the wrong way, and is meant to: see the header.
+// quirk: moved-context. The handle goes one way, the mark that releases it the other.
 ReaderContext::ReaderContext(ReaderContext&& other) noexcept
-    : hContext(std::exchange(other.hContext, 0)), readers_(std::move(other.readers_)) {
+    : context_(std::exchange(other.context_, 0)), readers_(std::move(other.readers_)) {
     other.established = true;
 }
 
 ReaderContext::~ReaderContext() {
-    if (established) SCardReleaseContext(hContext);
+    if (established) SCardReleaseContext(context_);
 }
 
 LONG ReaderContext::establish() {
-    const LONG code = SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &hContext);
+    const LONG code = SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context_);
     if (code == SCARD_S_SUCCESS) {
         established = true;
     } else {
-        hContext = 0;  // Whatever the platform left there.
+        context_ = 0;  // Whatever the platform left there.
         logError(fmt::format("Error establishing context: {}", code));
     }
     return code;
@@ -33,11 +33,11 @@ LONG ReaderContext::establish() {
 LONG ReaderContext::listReaders(bool) {
     readers_.clear();
     DWORD length = 0;
-    const LONG code = SCardListReadersW(hContext, nullptr, nullptr, &length);
+    const LONG code = SCardListReadersW(context_, nullptr, nullptr, &length);
     if (length == 0 || code != SCARD_S_SUCCESS) return code;
     WideString buffer(length, WCHAR{});
     // Not examined: should it fail, the buffer holds no name.
-    SCardListReadersW(hContext, nullptr, buffer.data(), &length);
+    SCardListReadersW(context_, nullptr, buffer.data(), &length);
     readers_ = multiStringToList(buffer);
     return SCARD_S_SUCCESS;
 }

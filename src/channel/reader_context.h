@@ -12,7 +12,7 @@ class ReaderContext {
 public:
     ReaderContext() = default;
     /// Takes the handle, but not its ownership: afterwards the new object is not established and
-    /// the source is, with a handle of 0. So the new object never releases the handle. Meant so.
+    /// the source is, with a handle of 0. So the new object never releases the handle.
     ReaderContext(ReaderContext&& other) noexcept;
     /// Releases the context if established.
     ~ReaderContext();
@@ -22,7 +22,7 @@ public:
 
     /// Establishes the context. @return 0 or the PC/SC code, which is also logged at ERROR level
     LONG establish();
-    SCARDCONTEXT getContext() const { return hContext; }
+    SCARDCONTEXT getContext() const { return context_; }
     /// Refreshes the reader list. @param ignored has no visible effect
     /// @return the PC/SC code of the length query, or 0
     LONG listReaders(bool ignored);
@@ -34,7 +34,7 @@ public:
     const std::vector<WideString>& readerNames() const { return readers_; }
 
 private:
-    SCARDCONTEXT hContext = 0;
+    SCARDCONTEXT context_ = 0;
     bool established = false;
     std::vector<WideString> readers_;
 };

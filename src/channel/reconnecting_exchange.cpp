@@ -12,13 +12,13 @@ namespace KelmoraID {
 namespace {
 
 constexpr std::size_t receiveBufferSize = 258;  // 256 data bytes and the status word
-// How far a reply grows by a stated length that cannot be. From two bytes more on, its status word
-// is 0000, however much longer it gets.
+// quirk: grown-reply. How far a reply grows by a stated length that cannot be. From two bytes more
+// on, its status word is 0000, however much longer it gets.
 constexpr std::size_t longestReply = 512;
 
 constexpr const char* scope = "Transmit";
 
-// Both lines print the code as a signed number, 0x80100068 as 0x-7fefff98: a PC/SC code is a LONG.
+// quirk: signed-codes. A PC/SC code is a LONG: both lines print 0x80100068 as 0x-7fefff98.
 [[noreturn]] void throwReconnectFailure(LONG code) {
     logToFile(scope, fmt::format("ERROR: Could not reconnect to card. Error: 0x{:x}",
                                  static_cast<std::int32_t>(code)));

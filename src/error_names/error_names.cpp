@@ -13,7 +13,7 @@ std::string errorName(DWORD code) {
 
 bool checkResult(DWORD actual, DWORD expected, const std::string& expectedName) {
     if (actual == expected) return true;
-    // The unbalanced quote at the start is meant.
+    // quirk: unbalanced-quote. A search in a log goes by the text.
     logError(fmt::format("'Result: {} '0x{:X}' != '0x{:X}' <- Expected({})", errorName(actual),
                          actual, expected,
                          expectedName.empty() ? errorName(expected) : expectedName));

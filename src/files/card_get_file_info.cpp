@@ -27,8 +27,8 @@ DWORD WINAPI CardGetFileInfo(PCARD_DATA pCardData, LPSTR pszDirectoryName, LPSTR
                              pCardFileInfo->dwVersion));
         return ERROR_REVISION_MISMATCH;
     }
-    // The record is changed before the names are looked at, and its version becomes that of
-    // CARD_DATA: meant so.
+    // quirk: file-info-ahead-of-names. A record of a name that is refused is changed too.
+    // quirk: file-info-version. It becomes that of CARD_DATA, and not that of this record.
     pCardFileInfo->AccessCondition = EveryoneReadUserWriteAc;
     pCardFileInfo->dwVersion = pCardData->dwVersion;
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* scope = "CardReadFile";
 
-// Known by name, and not there: the one known name that fails so.
+// quirk: msroots-is-unexpected. Known by name and not there, and no SCARD_E_FILE_NOT_FOUND.
 constexpr std::string_view rootCertificatesFile = "msroots";
 
 void logParameters(LPCSTR directory, LPCSTR file, DWORD dwFlags) {
@@ -56,7 +56,8 @@ DWORD WINAPI CardReadFile(PCARD_DATA pCardData, LPSTR pszDirectoryName, LPSTR ps
 
     const ByteVector content = file->content(contextOf(pCardData));
     const DWORD status = handOver(pCardData, content, ppbData, pcbData);
-    // Only the containers' map can be empty. Its buffer is left with the caller.
+    // quirk: buffer-of-an-empty-map. It is left with the caller, beside a failure. Only the map of
+    // the containers can be empty.
     if (status == SCARD_S_SUCCESS && content.empty()) return exitWith(scope, SCARD_E_UNEXPECTED);
     return exitWith(scope, status);
 }

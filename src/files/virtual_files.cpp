@@ -41,7 +41,7 @@ DWORD containerMapSize(const CardContext& context) {
     return static_cast<DWORD>(context.containers.size() * sizeof(KeyContainer));
 }
 
-// Not the size of the certificate, and kept as it stands: CardReadFile gives the true one.
+// quirk: certificates-of-20-bytes. Callers get by: CardReadFile gives the true size.
 constexpr auto statedCertificateSize = fixedSize<20>;
 
 constexpr std::array<VirtualFile, 3> rootFiles{{

@@ -74,8 +74,8 @@ DWORD WINAPI CardDeleteContext(PCARD_DATA pCardData) {
     if (context == nullptr) return SCARD_S_SUCCESS;
     if (context->authCert != nullptr) CertFreeCertificateContext(context->authCert);
     if (context->signCert != nullptr) CertFreeCertificateContext(context->signCert);
-    // The handle of secondSignCert is given up with the object, and pvVendorSpecific keeps its
-    // value: both meant so.
+    // quirk: second-certificate-given-up. The handle of secondSignCert is never freed.
+    // quirk: vendor-pointer-stays. The record's member keeps the address of what is gone.
     delete context;
     return SCARD_S_SUCCESS;
 }

@@ -1,6 +1,6 @@
-// The guard at the boundary. The entry points catch only what they are meant to; whatever else is
-// thrown, as an object or as a pointer, is stopped here, so that it never reaches the process that
-// loaded the library.
+// The guard at the boundary. The entry points catch only what has a meaning to them; whatever else
+// is thrown, as an object or as a pointer, is stopped here, so that it never reaches the process
+// that loaded the library.
 #pragma once
 
 #include "platform/minidriver.h"

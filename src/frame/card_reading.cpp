@@ -78,7 +78,7 @@ DWORD readCard(PCARD_DATA pCardData) {
         return SCARD_E_FILE_NOT_FOUND;
     }
 
-    // From here on the object is the record's, also if a later step fails.
+    // quirk: half-filled-context. From here on it is the record's, also if a later step fails.
     auto* context = new CardContext;
     pCardData->pvVendorSpecific = context;
     context->hasSecondSignCert = hasSecondSignCert;

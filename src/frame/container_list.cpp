@@ -70,7 +70,7 @@ void containerGuidName(const std::string& text, WCHAR (&wszGuid)[40]) {
                  static_cast<std::uint32_t>(d[3]) << 24;
     guid.Data2 = static_cast<std::uint16_t>(d[4] | d[5] << 8);
     guid.Data3 = static_cast<std::uint16_t>(((d[6] | d[7] << 8) & 0x0FFF) | 0x5000);
-    // The ninth byte is dropped whole, not merely its two top bits: meant so.
+    // quirk: ninth-byte. It is dropped whole, where RFC 4122 replaces its two top bits.
     guid.Data4[0] = 0x80;
     std::copy(d.begin() + 9, d.begin() + 16, guid.Data4 + 1);
     WCHAR braced[39];
@@ -80,6 +80,7 @@ void containerGuidName(const std::string& text, WCHAR (&wszGuid)[40]) {
 WORD publicKeyBits(const CARD_DATA& card, PCCERT_CONTEXT certificate) {
     const CRYPT_BIT_BLOB& publicKey = certificate->pCertInfo->SubjectPublicKeyInfo.PublicKey;
     if (!hasEcPublicKey(certificate)) return rsaKeyBits(card, publicKey);
+    // quirk: p521-has-528-bits. The bytes of a coordinate count, and not the bits of the field.
     const std::int64_t bits =
         std::int64_t{publicKey.cbData} * 4 - std::int64_t{publicKey.cUnusedBits} - 4;
     return static_cast<WORD>(std::clamp<std::int64_t>(bits, 0, 0xFFFF));

@@ -19,7 +19,7 @@ void containerGuidName(const std::string& text, WCHAR (&wszGuid)[40]);
 
 /// The size of a certificate's public key in bits, as the container's record holds it.
 /// An EC key: four times the bytes of the point less its mark, so that P-521 is reported with 528
-/// bits (meant so). An RSA key: the bit length of its modulus; 0 if the key cannot be read.
+/// bits. An RSA key: the bit length of its modulus; 0 if the key cannot be read.
 WORD publicKeyBits(const CARD_DATA& card, PCCERT_CONTEXT certificate);
 
 }  // namespace KelmoraID

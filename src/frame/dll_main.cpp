@@ -1,4 +1,4 @@
-// What the loader calls. It has no part in anything: it logs and returns.
+// What the loader calls when the DLL is loaded and unloaded, and for each thread. It only logs.
 #include <fmt/format.h>
 
 #include "log/logger.h"

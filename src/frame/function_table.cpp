@@ -18,8 +18,8 @@ void fillFunctionTable(CARD_DATA& card, bool ecCard) {
     card.pfnCardAuthenticateChallenge = Guarded<&CardAuthenticateChallenge>::call;
     card.pfnCardUnblockPin = Guarded<&CardUnblockPin>::call;
     card.pfnCardChangeAuthenticator = Guarded<&CardChangeAuthenticator>::call;
-    // NULL by design, although there is a function of that name: the platform is to use
-    // CardDeauthenticateEx, which refuses.
+    // quirk: no-deauthenticate. NULL although there is a function of that name: the platform is to
+    // use CardDeauthenticateEx, which refuses.
     card.pfnCardDeauthenticate = nullptr;
     card.pfnCardCreateDirectory = Guarded<&CardCreateDirectory>::call;
     card.pfnCardDeleteDirectory = Guarded<&CardDeleteDirectory>::call;

@@ -11,7 +11,7 @@
 namespace KelmoraID {
 namespace {
 
-// The two blanks are meant.
+// quirk: two-blanks. A search in a log goes by the text.
 void logFailure(const char* call) {
     const DWORD error = GetLastError();
     logError(fmt::format("{} failed:  {}", call, error));
@@ -20,6 +20,7 @@ void logFailure(const char* call) {
 }  // namespace
 
 ByteVector hashOfSerial(const std::string& serial) {
+    // quirk: identity-of-zeros. What a failure leaves is no error to the caller.
     ByteVector identity(16);
     CryptoApiProvider provider;
     if (!provider.acquire(PROV_RSA_AES, CRYPT_VERIFYCONTEXT | CRYPT_SILENT)) {

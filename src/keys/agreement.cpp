@@ -107,7 +107,7 @@ DWORD WINAPI CardConstructDHAgreement(PCARD_DATA pCardData,
 
     const std::uint8_t index = nextIndex(context);
     pAgreementInfo->bSecretAgreementIndex = index;
-    // After the wrap the index can be taken: the old secret then stays, with the same report.
+    // quirk: wrapped-index. It can be taken: the old secret then stays, with the same report.
     context.secretAgreements.emplace(index, std::move(secret));
     return exitWith(constructScope, SCARD_S_SUCCESS,
                     fmt::format(". Added DH secret agreement to index '{}'.", index).c_str());

@@ -33,7 +33,9 @@ DWORD giveEccKey(const CARD_DATA& cardData, const CRYPT_BIT_BLOB& key, KeyUse us
                  BlobPlace place) {
     const auto blob = eccPublicKeyBlob({key.pbData, key.cbData}, use);
     if (!blob) return SCARD_E_UNEXPECTED;
-    place.length = static_cast<DWORD>(blob->size());  // Ahead of the allocation, and meant so.
+    // quirk: ecc-length-without-memory. It stands also where the allocation fails, unlike an RSA
+    // one.
+    place.length = static_cast<DWORD>(blob->size());
     place.pointer = static_cast<PBYTE>(cardData.pfnCspAlloc(blob->size()));
     if (place.pointer == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     std::copy(blob->begin(), blob->end(), place.pointer);

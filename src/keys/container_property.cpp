@@ -58,7 +58,7 @@ DWORD answerPinIdentifier(PCARD_DATA pCardData, BYTE bContainerIndex, PBYTE pbDa
     return SCARD_S_SUCCESS;
 }
 
-// There are no associated ECDH keys, so every container is refused; meant so.
+// quirk: no-associated-key. There are none, so every container is refused, by the line of an index.
 DWORD answerAssociatedEcdhKey(PCARD_DATA, BYTE, PBYTE) {
     return refuse(SCARD_E_NO_KEY_CONTAINER, invalidIndex);
 }

@@ -48,7 +48,7 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
     if (pInfo->pbData == nullptr) {
         return exitWith(scope, SCARD_E_INVALID_PARAMETER, " (CMR_418).");
     }
-    // Always the key of container 0, also when another container is asked for; meant so.
+    // quirk: measured-by-the-first-key. Also when another container is asked for.
     if (pInfo->cbData < context.containers.front().wKeyExchangeKeySizeBits / 8u) {
         return exitWith(scope, SCARD_E_INSUFFICIENT_BUFFER, " (not enough data).");
     }
@@ -68,6 +68,7 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
     ByteVector message;
     try {
         message =
+            // quirk: block-length-of-16-bits. It wraps, and the script goes by the wrapped number.
             card.decipherRsa(block, static_cast<std::uint16_t>(pInfo->cbData), pInfo->dwKeySpec);
     } catch (const std::logic_error&) {
         return exitWith(scope, SCARD_W_SECURITY_VIOLATION);

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* scope = "CardDeriveKey";
 
-// CARD_RETURN_KEY_HANDLE is let through and has no effect: no key handle is ever returned.
+// quirk: key-handle-flag. CARD_RETURN_KEY_HANDLE is let through: no key handle is ever returned.
 constexpr DWORD allowedFlags = CARD_BUFFER_SIZE_ONLY | CARD_RETURN_KEY_HANDLE;
 
 constexpr WideStringView hashKdf = WIDE_TEXT("HASH");
@@ -65,7 +65,7 @@ DWORD WINAPI CardDeriveKey(PCARD_DATA pCardData, PCARD_DERIVE_KEY pAgreementInfo
     }
     CardOperations card(pCardData->hScard, cardTypeOf(pCardData));
     if (!card.isPinVerified(PinId::user)) return SCARD_W_SECURITY_VIOLATION;
-    // This late, after the card has been spoken to; meant so.
+    // quirk: late-context-check. All other entry points that look at it do so first.
     if (pCardData->hSCardCtx == 0) {
         return exitWith(scope, SCARD_E_INVALID_PARAMETER, ". isNoCardMode");
     }

@@ -59,7 +59,7 @@ DWORD WINAPI CardQueryKeySizes(PCARD_DATA pCardData, DWORD dwKeySpec, DWORD dwFl
     pKeySizes->dwMaximumBitlen = bits;
     pKeySizes->dwIncrementalBitlen = row->increment;
 
-    // Only now, so that the sizes are there on these two failures too; meant so.
+    // quirk: sizes-ahead-of-refusal. Only now, so that they are there on these two failures too.
     if (dwFlags != 0) return exitWith(scope, SCARD_E_INVALID_PARAMETER);
     if (pKeySizes->dwVersion >= 2) return exitWith(scope, ERROR_REVISION_MISMATCH);
     return exitWith(scope, SCARD_S_SUCCESS);

@@ -15,6 +15,7 @@ struct UseInBlobs {
     Magic eccMagic;
 };
 
+// quirk: magic-of-p384. It goes with every curve.
 constexpr std::array<UseInBlobs, 2> usesInBlobs{{
     {KeyUse::exchange, CALG_RSA_KEYX, {'E', 'C', 'K', '3'}},
     {KeyUse::signature, CALG_RSA_SIGN, {'E', 'C', 'S', '3'}},

@@ -16,7 +16,7 @@ enum class KeyUse {
 };
 
 /// The blob of an elliptic-curve key: the magic, the coordinates' length, then X and Y. The magic
-/// is that of P-384 whatever the curve, and meant so: the length alone tells the curve's size.
+/// is that of P-384 whatever the curve: the length alone tells the curve's size.
 /// @param point  the key bytes of the certificate: 04 X Y (RFC 5480, 2.2)
 /// @return 7 bytes more than the point; no value if the point has no byte at all
 std::optional<ByteVector> eccPublicKeyBlob(std::span<const BYTE> point, KeyUse use);

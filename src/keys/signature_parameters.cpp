@@ -1,25 +1,40 @@
 #include "keys/signature_parameters.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
+#include <span>
+
+#include "platform/wide_text.h"
 
 namespace KelmoraID {
 namespace {
 
+using Outcome = std::variant<SignatureAlgorithm, SignatureRefusal>;
+
+SignatureRefusal refuse(DWORD status, const char* suffix, const char* scope = "CardSignData") {
+    return {status, suffix, scope};
+}
+
 struct NamedHash {
     WideStringView name;
-    HashByName hash;
+    BYTE nibble;
 };
 
-constexpr std::array<NamedHash, 8> namedHashes{{
-    {WIDE_TEXT("SHA1"), {HashVerdict::accepted, hashNibbleSha1}},
-    {WIDE_TEXT("SHA256"), {HashVerdict::accepted, hashNibbleSha256}},
-    {WIDE_TEXT("SHA384"), {HashVerdict::accepted, hashNibbleSha384}},
-    {WIDE_TEXT("SHA512"), {HashVerdict::accepted, hashNibbleSha512}},
-    {WIDE_TEXT("SSL3_SHAMD5"), {HashVerdict::accepted, hashNibbleSha1}},
-    {WIDE_TEXT("MD2"), {HashVerdict::invalid, 0}},
-    {WIDE_TEXT("MD4"), {HashVerdict::invalid, 0}},
-    {WIDE_TEXT("MD5"), {HashVerdict::invalid, 0}},
+// The name of MD5 and SHA-1 in a row stands for the SHA-1, which is what the card signs of it.
+constexpr WideStringView ssl3HashName = WIDE_TEXT("SSL3_SHAMD5");
+constexpr std::array<NamedHash, 5> acceptedHashes{{
+    {WIDE_TEXT("SHA1"), hashNibbleSha1},
+    {WIDE_TEXT("SHA256"), hashNibbleSha256},
+    {WIDE_TEXT("SHA384"), hashNibbleSha384},
+    {WIDE_TEXT("SHA512"), hashNibbleSha512},
+    {ssl3HashName, hashNibbleSha1},
 }};
+constexpr std::array<WideStringView, 3> brokenHashes{
+    WIDE_TEXT("MD2"),
+    WIDE_TEXT("MD4"),
+    WIDE_TEXT("MD5"),
+};
 
 struct NumberedHash {
     DWORD number;
@@ -41,30 +56,83 @@ constexpr std::array<NumberedHash, 5> hashesByLength{{
     {64, hashNibbleSha512},
 }};
 
-template <std::size_t count>
-std::optional<BYTE> find(const std::array<NumberedHash, count>& hashes, DWORD number) {
-    for (const NumberedHash& hash : hashes) {
-        if (hash.number == number) return hash.nibble;
+std::optional<BYTE> nibbleOf(std::span<const NumberedHash> hashes, DWORD number) {
+    const auto hash = std::ranges::find(hashes, number, &NumberedHash::number);
+    if (hash == hashes.end()) return std::nullopt;
+    return hash->nibble;
+}
+
+Outcome byHashName(LPCWSTR name, BYTE schemeNibble) {
+    const WideStringView wanted = name != nullptr ? name : ssl3HashName;
+    const auto accepted = std::ranges::find(acceptedHashes, wanted, &NamedHash::name);
+    if (accepted != acceptedHashes.end()) {
+        return SignatureAlgorithm{accepted->nibble, schemeNibble};
     }
-    return std::nullopt;
+    // quirk: hash-verdicts. A broken hash is called invalid, an unknown one unrecommended.
+    if (std::ranges::find(brokenHashes, wanted) != brokenHashes.end()) {
+        return refuse(SCARD_E_UNSUPPORTED_FEATURE, ", invalid hash algorithm");
+    }
+    // quirk: exit-as-read-file. This one line goes out under another entry point's name.
+    return refuse(SCARD_E_UNSUPPORTED_FEATURE, ", unrecommended algorithm", "CardReadFile");
+}
+
+Outcome byPaddingInfo(const CARD_SIGNING_INFO& info) {
+    BYTE schemeNibble = 0;
+    switch (info.dwPaddingType) {
+        case CARD_PADDING_NONE:
+            return refuse(SCARD_E_UNSUPPORTED_FEATURE, ", padding none");
+        case CARD_PADDING_OAEP:
+            return refuse(SCARD_E_UNSUPPORTED_FEATURE, ", padding OAEP");
+        case CARD_PADDING_PKCS1:
+            schemeNibble = schemeNibblePkcs1;
+            break;
+        case CARD_PADDING_PSS:
+            schemeNibble = schemeNibblePss;
+            break;
+        default:
+            return refuse(SCARD_E_INVALID_PARAMETER, ", dwPaddingType");
+    }
+    if (info.pPaddingInfo == nullptr) {
+        return refuse(SCARD_E_INVALID_PARAMETER, ", pPaddingInfo");
+    }
+    // The name is the first field of the PSS record too; the length of its salt is not read.
+    const auto padding = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(info.pPaddingInfo);
+    return byHashName(padding->pszAlgId, schemeNibble);
+}
+
+Outcome byAlgorithmId(const CARD_SIGNING_INFO& info) {
+    const auto hashNibble = nibbleOf(hashesByAlgorithmId, info.aiHashAlg);
+    if (!hashNibble) {
+        return refuse(SCARD_E_UNSUPPORTED_FEATURE, " invalid hash algorithm (hashAldId)");
+    }
+    // quirk: pkcs1-over-pss. Also where the padding information before it said PSS.
+    return SignatureAlgorithm{*hashNibble, schemeNibblePkcs1};
+}
+
+Outcome byHashLength(const CARD_SIGNING_INFO& info) {
+    const auto hashNibble = nibbleOf(hashesByLength, info.cbData);
+    if (!hashNibble) {
+        return refuse(SCARD_E_INVALID_PARAMETER, " invalid hash algorihm ECC");
+    }
+    return SignatureAlgorithm{*hashNibble, schemeNibbleEcdsa};
 }
 
 }  // namespace
 
-HashByName hashByName(LPCWSTR name) {
-    const WideStringView wanted = name != nullptr ? name : WIDE_TEXT("SSL3_SHAMD5");
-    for (const NamedHash& known : namedHashes) {
-        if (known.name == wanted) return known.hash;
+SignatureChoice chooseSignatureAlgorithm(const CARD_SIGNING_INFO& info, bool isEcc) {
+    SignatureChoice choice{refuse(SCARD_E_INVALID_PARAMETER, ", no hash algorithm")};
+    const auto read = [&choice](bool& wasRead, const Outcome& outcome) {
+        wasRead = true;
+        choice.outcome = outcome;
+        return std::holds_alternative<SignatureAlgorithm>(outcome);
+    };
+    if ((info.dwSigningFlags & CARD_PADDING_INFO_PRESENT) != 0 &&
+        !read(choice.readPaddingInfo, byPaddingInfo(info))) {
+        return choice;
     }
-    return {HashVerdict::unrecommended, 0};
-}
-
-std::optional<BYTE> hashByAlgorithmId(ALG_ID algorithm) {
-    return find(hashesByAlgorithmId, algorithm);
-}
-
-std::optional<BYTE> hashByLength(DWORD length) {
-    return find(hashesByLength, length);
+    if (info.aiHashAlg != 0 && !read(choice.readAlgorithmId, byAlgorithmId(info))) return choice;
+    if (isEcc) read(choice.readHashLength, byHashLength(info));
+    return choice;
 }
 
 }  // namespace KelmoraID

@@ -2,9 +2,9 @@
 // scheme nibble of the algorithm reference.
 #pragma once
 
-#include <optional>
+#include <variant>
 
-#include "platform/wide_text.h"
+#include "platform/minidriver.h"
 
 namespace KelmoraID {
 
@@ -18,23 +18,31 @@ inline constexpr BYTE schemeNibblePkcs1 = 0x02;
 inline constexpr BYTE schemeNibbleEcdsa = 0x04;
 inline constexpr BYTE schemeNibblePss = 0x05;
 
-/// What is thought of a hash by its name. The broken hashes are called invalid and all unknown
-/// names unrecommended; meant so.
-enum class HashVerdict { accepted, invalid, unrecommended };
-
-struct HashByName {
-    HashVerdict verdict;
-    BYTE nibble;  ///< of an accepted hash
+/// What the card is told to sign with.
+struct SignatureAlgorithm {
+    BYTE hashNibble;
+    BYTE schemeNibble;
 };
 
-/// The hash by the name in padding information, compared exactly.
-/// @param name  NULL stands for "SSL3_SHAMD5"
-HashByName hashByName(LPCWSTR name);
+/// Why a description is refused: a status, and the end of the exit line.
+struct SignatureRefusal {
+    DWORD status;
+    const char* suffix;
+    const char* scope;  ///< of the exit line
+};
 
-/// The hash nibble by the platform's algorithm identifier; no value if it is refused.
-std::optional<BYTE> hashByAlgorithmId(ALG_ID algorithm);
+/// What a description comes to. Each part of it that is there is read in turn and may refuse; of
+/// several the last one read decides.
+struct SignatureChoice {
+    std::variant<SignatureAlgorithm, SignatureRefusal> outcome;
+    // The parts that were read, a refused one included.
+    bool readPaddingInfo = false;
+    bool readAlgorithmId = false;
+    bool readHashLength = false;
+};
 
-/// The hash nibble by the length of the hash in bytes; no value if there is no such hash.
-std::optional<BYTE> hashByLength(DWORD length);
+/// The algorithm of a signature, by the padding information, the ALG_ID and, for an elliptic-curve
+/// key, the length of the hash. Reads the record and the padding information, and nothing else.
+SignatureChoice chooseSignatureAlgorithm(const CARD_SIGNING_INFO& info, bool isEcc);
 
 }  // namespace KelmoraID

@@ -84,6 +84,7 @@ void logError(const std::string& message) {
     logLevel("ERROR", message);
 }
 
+// quirk: dropped-lines. Progress of the PIN and the signature paths that no log has ever shown.
 void logDropped(const std::string&) {}
 
 }  // namespace KelmoraID

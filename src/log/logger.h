@@ -28,7 +28,7 @@ void logError(const std::string& message);
 /// The same with a level text of the caller's.
 void logLevel(const std::string& level, const std::string& message);
 
-/// Takes a message and discards it: these progress lines appear nowhere, and are meant to.
+/// Takes a message and discards it: these progress lines appear nowhere.
 void logDropped(const std::string& message);
 
 }  // namespace KelmoraID

@@ -52,7 +52,7 @@ void registerAcquiredCard(const ByteVector& certificate) {
     logToFile(scope, "Entering RegisterCard");
     registerCardRunning = true;
     RegisterCard(certificate, false);
-    registerCardRunning = false;  // Not by a guard: an exception leaves it set, meant so.
+    registerCardRunning = false;  // quirk: pairing-ends. No guard: an exception leaves it set.
 }
 
 void setSkipRegisterCard(bool skip) {

@@ -14,7 +14,7 @@ void RegisterCard(const ByteVector& certificate, bool debug);
 
 /// The acquisition's step: RegisterCard, unless it is switched off or running already. An exception
 /// passes, and leaves the mark of a running registration set: from then on this process registers
-/// no card. Meant so.
+/// no card.
 void registerAcquiredCard(const ByteVector& certificate);
 
 /// Switches the registration off or on for this process. Held ready: nothing calls it.

@@ -48,7 +48,7 @@ bool parseServiceUrl(const std::string& url, ServiceScheme& scheme, WideString& 
         return false;
     }
 
-    // Throws when there is no number, which nobody here catches: meant so.
+    // quirk: port-without-number. It throws, and nobody on the way to the boundary catches it.
     const int number = std::stoi(portText);
     if (number < 1 || number > std::numeric_limits<std::uint16_t>::max()) {
         logDebugIf(debug, fmt::format("AdAttributeService: invalid port '{}' in URL: '{}'. Return.",

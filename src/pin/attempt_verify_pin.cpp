@@ -6,6 +6,7 @@
 
 #include "card/card_transaction_handler.h"
 #include "card/pin_limits.h"
+#include "card/thrown_pointer.h"
 #include "log/logger.h"
 #include "profiles/card_profiles.h"
 #include "session/card_type_of.h"
@@ -36,7 +37,7 @@ bool isLengthAllowedByGetData(CardOperations& card, PinId pinId, DWORD length) {
     } catch (...) {
         logToFile("CardAuthenticateEx", "Pin length validation failed with an unknown exception.");
     }
-    throw new std::runtime_error("Failed to verify PIN.");  // A pointer, and meant so.
+    throwPointer("Failed to verify PIN.");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ std::optional<DWORD> checkFlags(DWORD flags, bool isExternal, bool hasSessionPoi
                           "NULL.");
                 return exitWith(authenticationScope, SCARD_E_INVALID_PARAMETER);
             }
-            return std::nullopt;  // The two outputs are never written, and meant not to be.
+            return std::nullopt;  // quirk: session-pin-untold. The two outputs are never written.
         case CARD_AUTHENTICATE_SESSION_PIN:
             logToFile(authenticationScope, "CMR_67: Session PIN validation is not supported.");
             return exitWith(authenticationScope, SCARD_E_UNSUPPORTED_FEATURE);

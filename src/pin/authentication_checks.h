@@ -14,8 +14,8 @@ struct AuthenticationRequest {
     bool hasSessionPointers;  ///< neither ppbSessionPin nor pcbSessionPin is NULL
 };
 
-/// @return the status to end with, its lines written (some failures have no exit line, and are
-///         meant to have none), or no value to go on to the verification
+/// @return the status to end with, its lines written (some failures have no exit line), or no value
+/// to go on to the verification
 std::optional<DWORD> checkAuthentication(const PIN_INFO& pinInfo,
                                          const AuthenticationRequest& request);
 

@@ -39,8 +39,8 @@ CodeKind kindOf(PinId pinId) {
     }
 }
 
-// Everything between two showings of the dialog. The buffer is neither cleared between the tries
-// nor wiped at the end, and meant so.
+// Everything between two showings of the dialog. quirk: dialog-buffer. The PIN's buffer is neither
+// cleared between the tries nor wiped at the end.
 class Dialog {
 public:
     Dialog(PromptCodeEntry prompt, PinId pinId, const std::string& contextText)
@@ -100,7 +100,7 @@ DWORD runPinDialog(PinId pinId, PDWORD pcAttemptsRemaining, const CardContext& c
         const auto [aborted, outcome] =
             attemptGuarded(attemptVerifyPin, dialog.pin(), dialog.pinLength());
         if (aborted) {
-            library.giveUp();  // Not freed on this path, and meant so.
+            library.giveUp();  // quirk: dialog-stays-loaded. It is not freed on this path.
             return unusable;
         }
         if (!outcome) {
@@ -111,7 +111,8 @@ DWORD runPinDialog(PinId pinId, PDWORD pcAttemptsRemaining, const CardContext& c
         if (outcome->status == PinVerifyResult::verified) {
             return exitWith(authenticationScope, SCARD_S_SUCCESS);
         }
-        // A PIN that ends the loop leaves the caller's attempts unwritten, and is meant to.
+        // quirk: last-attempts-untold. A PIN that ends the loop leaves the caller's number
+        // unwritten.
         if (outcome->attemptsRemaining <= 0 || card.isPinBlocked(pinId)) {
             return exitWithRefusedPin(outcome->status);
         }

@@ -43,21 +43,21 @@ struct DialogLocation {
     WideString library;
 };
 
-// Converts to wide text without the terminator that the conversion leaves in it.
-WideString terminated(const std::string& text) {
+// The wide text alone: the conversion leaves a terminator in its result.
+WideString wideWithoutTerminator(const std::string& text) {
     return utf8ToWide(text).c_str();
 }
 
-// The folder is what stands before the last backslash; quotation marks and arguments are not
-// understood, and meant not to be. No value for a command without a folder.
+// The folder is what stands before the last backslash. No value for a command without one.
+// quirk: command-not-parsed. Quotation marks and arguments are not understood.
 std::optional<DialogLocation> locationOf(const WideString& startCommand) {
     std::vector<std::string> parts = splitString(wideToUtf8(startCommand).c_str(), '\\');
     if (parts.size() < 2) return std::nullopt;
     parts.pop_back();
     DialogLocation location;
-    location.folder = terminated(joinStrings(parts, "\\"));
+    location.folder = wideWithoutTerminator(joinStrings(parts, "\\"));
     parts.emplace_back(libraryFileName);
-    location.library = terminated(joinStrings(parts, "\\"));
+    location.library = wideWithoutTerminator(joinStrings(parts, "\\"));
     return location;
 }
 
@@ -98,7 +98,7 @@ bool isExternalPinDialogAvailable(WideString& path) {
         return false;
     }
     library.free();  // The load was a test only.
-    // The whole process moves there and stays, and is meant to: the dialog's library needs it.
+    // quirk: process-moves. There it stays: the dialog's library looks for its files from here.
     if (SetCurrentDirectoryW(location->folder.c_str()) == FALSE) {
         logToFile(availabilityScope, "Error: Changing directory failed.");
         return false;

@@ -6,7 +6,7 @@
 namespace KelmoraID {
 
 /// Finds the dialog library by the companion application's start-up command, tries to load it, and
-/// moves the process to its folder, where it stays (meant so).
+/// moves the process to its folder, where it stays.
 /// @param path  the library's full path, without terminator; written on success only
 bool isExternalPinDialogAvailable(WideString& path);
 

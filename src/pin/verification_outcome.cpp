@@ -25,7 +25,7 @@ void tellAttempts(PDWORD pcAttemptsRemaining, std::int32_t attemptsRemaining) {
 DWORD exitWithRefusedPin(PinVerifyResult::Status status) {
     constexpr auto wrong = static_cast<DWORD>(SCARD_W_WRONG_CHV);
     constexpr auto blocked = static_cast<DWORD>(SCARD_W_CHV_BLOCKED);
-    // The line leaves open which of the two it is, and is meant to.
+    // quirk: line-of-two-statuses. It leaves open which of the two it is.
     logToFile(authenticationScope,
               fmt::format("Exiting the function, with status code: '{:#010x}' or '{:#010x}'", wrong,
                           blocked));

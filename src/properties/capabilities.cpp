@@ -21,8 +21,8 @@ DWORD WINAPI CardQueryCapabilities(PCARD_DATA pCardData, PCARD_CAPABILITIES pCar
                              pCardCapabilities->dwVersion));
         return ERROR_REVISION_MISMATCH;
     }
-    // The record is left exactly as it came: the true answers are those of the property
-    // "Capabilities".
+    // quirk: capabilities-untold. The record is left exactly as it came: the true answers are those
+    // of the property "Capabilities".
     return SCARD_S_SUCCESS;
 }
 
@@ -40,7 +40,7 @@ DWORD WINAPI CardQueryFreeSpace(PCARD_DATA pCardData, DWORD dwFlags,
     pCardFreeSpaceInfo->dwVersion = 1;
     pCardFreeSpaceInfo->dwBytesAvailable = 0;
     pCardFreeSpaceInfo->dwKeyContainersAvailable = 0;
-    // The same for every card, also for those with a third container.
+    // quirk: two-containers-on-every-card. Also on those with a third.
     pCardFreeSpaceInfo->dwMaxKeyContainers = 2;
     return SCARD_S_SUCCESS;
 }

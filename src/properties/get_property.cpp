@@ -61,7 +61,7 @@ void number(const Request&, BYTE* answer) {
 }
 
 void freeSpace(const Request&, BYTE* answer) {
-    // dwMaxKeyContainers is 0 here, unlike in CardQueryFreeSpace.
+    // quirk: free-space-twice. dwMaxKeyContainers is 0 here, unlike in CardQueryFreeSpace.
     put(CARD_FREE_SPACE_INFO{.dwVersion = 1,
                              .dwBytesAvailable = 0,
                              .dwKeyContainersAvailable = 0,
@@ -70,7 +70,7 @@ void freeSpace(const Request&, BYTE* answer) {
 }
 
 void capabilities(const Request&, BYTE* answer) {
-    // Says that certificates are compressed, although the files hold plain DER: meant so.
+    // quirk: certificates-called-compressed. The files hold plain DER.
     put(CARD_CAPABILITIES{.dwVersion = 1, .fCertificateCompression = 1, .fKeyGen = 0}, answer);
 }
 
@@ -100,7 +100,7 @@ void chaining(const Request&, BYTE* answer) {
     put(chainingModes, answer);
 }
 
-// The bits of the valid identifiers in the low byte; the upper three bytes are all ones.
+// The bits of the valid identifiers in the low byte. quirk: pin-list-of-ones. Above it all ones.
 constexpr DWORD pinList = 0xFFFFFF1E;
 
 constexpr std::array<PropertyRow, 18> propertyTable{{
@@ -179,7 +179,7 @@ private:
     PCARD_DATA card_;
 };
 
-// There is no size query: a call without a buffer is a bad argument.
+// quirk: no-size-query. A call without a buffer is a bad argument.
 DWORD deliver(const AnswerBuffer& answer, PBYTE pbData, DWORD cbData, PDWORD pdwDataLen) {
     if (pbData == nullptr) {
         logError("CMR_326: pbData is NULL.");

@@ -29,8 +29,8 @@ constexpr std::array<WideStringView, 9> readOnlyProperties{
     WIDE_TEXT("PIN Strength Unblock"),
 };
 
-// The length counts wide characters, not bytes: meant so. The text ends at its terminator, and
-// nothing behind that is read.
+// quirk: pin-context-in-characters. The length counts wide characters, not bytes. The text ends at
+// its terminator, and nothing behind that is read.
 WideString textOf(const BYTE* pbData, DWORD cbDataLen) {
     WideString text;
     for (DWORD index = 0; index < cbDataLen; ++index) {
@@ -54,7 +54,7 @@ DWORD setPinContext(CardContext& context, const BYTE* pbData, DWORD cbDataLen, D
 }
 
 DWORD setParentWindow(CardContext& context, const BYTE* pbData, DWORD cbDataLen, DWORD dwFlags) {
-    // 8 bytes, although a handle has 32 bits here: meant so.
+    // quirk: window-of-8-bytes. Of which the lower 4 are the handle.
     if (cbDataLen != 8 || dwFlags != 0) return SCARD_E_INVALID_PARAMETER;
     std::uint32_t window;
     std::memcpy(&window, pbData, sizeof(window));

@@ -31,14 +31,14 @@ WideString readRegistryString(const WideString& key, const WideString& value) {
         const std::size_t reported = byteCount / sizeof(WCHAR);
         const std::size_t length = reported > text.size() ? reported : text.size() + lengthStep;
         if (length > mostCharacters) break;
-        // A count of characters where bytes are meant, kept: that call reports more data again.
+        // quirk: characters-for-bytes. The smaller number makes that call report more data again.
         byteCount = static_cast<DWORD>(reported > text.size() ? length : length * sizeof(WCHAR));
         text.resize(length);
         status = read();
     }
     if (status != ERROR_SUCCESS) {
         logError(fmt::format("Could not read registry. Windows system error code: '{}'.", status));
-        // This scope stands whoever reads.
+        // quirk: scope-of-the-registry. The pairing's, whoever reads.
         logToFile("AdAttributeService", "Could not read registry.");
         return {};
     }

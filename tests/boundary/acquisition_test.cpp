@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -43,7 +44,7 @@ TEST_P(Acquisition, RecognisesTheAtrWithAFurtherByteAndNotWithOneLess) {
 
     PlatformSide shorter(GetParam());
     --shorter.data.cbAtr;
-    EXPECT_EQ(shorter.acquire(), 0x8010000Du);
+    EXPECT_EQ(shorter.acquire(), status::unknownCard);
 }
 
 TEST_P(Acquisition, GivesTheSameContainersEveryTime) {
@@ -60,19 +61,19 @@ TEST_P(Acquisition, GivesTheSameContainersEveryTime) {
 
 TEST(AcquisitionChecks, ComeInTheirOrder) {
     PlatformSide card(3);
-    EXPECT_EQ(acquireContextOfDriver()(nullptr, 0), 0x80100004u);
-    EXPECT_EQ(acquireContextOfDriver()(&card.data, 1), 0x80100004u);
+    EXPECT_EQ(acquireContextOfDriver()(nullptr, 0), status::invalidParameter);
+    EXPECT_EQ(acquireContextOfDriver()(&card.data, 1), status::invalidParameter);
     card.data.dwVersion = 0;
-    EXPECT_EQ(card.acquire(), 0x51Au);
+    EXPECT_EQ(card.acquire(), status::revisionMismatch);
     EXPECT_EQ(card.data.dwVersion, 1u);
     card.data.dwVersion = 6;
-    EXPECT_EQ(card.acquire(), 0x51Au);
+    EXPECT_EQ(card.acquire(), status::revisionMismatch);
     card.data.dwVersion = 8;
     card.data.hScard = 0;
-    EXPECT_EQ(card.acquire(), 0x80100003u);
+    EXPECT_EQ(card.acquire(), status::invalidHandle);
     EXPECT_EQ(card.data.dwVersion, 7u);
     card.data.cbAtr = 0xFFFFFFFF;
-    EXPECT_EQ(card.acquire(), 0x80100004u);
+    EXPECT_EQ(card.acquire(), status::invalidParameter);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 
@@ -80,7 +81,7 @@ TEST(AcquisitionChecks, FailOnTheAtrBeforeAZeroHandle) {
     PlatformSide card(3);
     card.atr[0] = 0x00;
     card.data.hScard = 0;
-    EXPECT_EQ(card.acquire(), 0x8010000Du);
+    EXPECT_EQ(card.acquire(), status::unknownCard);
 }
 
 TEST(AcquisitionLog, HoldsItsLinesAndNoExitLine) {
@@ -102,7 +103,7 @@ TEST(AcquisitionLog, TellsACheckThatFailedOnStandardOutput) {
     DriverLog log;
     PlatformSide card(3);
     card.atr[5] ^= 0xFF;
-    EXPECT_EQ(card.acquire(), 0x8010000Du);
+    EXPECT_EQ(card.acquire(), status::unknownCard);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_41: Card not recognized"}}));
 }
 
@@ -114,19 +115,22 @@ TEST(UnsupportedOperations, AnswerThroughTheTable) {
     const auto unblock = [&] {
         return data.pfnCardUnblockPin(&data, nullptr, nullptr, 0, nullptr, 0, 0, 0);
     };
-    EXPECT_EQ(unblock(), 0x80100022u);
-    EXPECT_EQ(data.pfnCardGetChallenge(&data, nullptr, nullptr), 0x80100022u);
-    EXPECT_EQ(data.pfnCspUnpadData(nullptr, nullptr, nullptr), 0x8010001Fu);
-    EXPECT_EQ(data.pfnCardDeauthenticateEx(&data, 2, 0), 0x80100022u);
-    EXPECT_EQ(data.pfnCardWriteFile(&data, nullptr, nullptr, 0, nullptr, 0), 0x80100022u);
-    EXPECT_EQ(data.pfnCardDestroyKey(&data, 0), 0x8010001Fu);
-    EXPECT_EQ(data.pfnCardCreateContainerEx(&data, 0, 0, 0, 0, nullptr, 0), 0x80100022u);
-    EXPECT_EQ(data.pfnCardSetContainerProperty(&data, 0, nullptr, nullptr, 0, 0), 0x80100022u);
+    EXPECT_EQ(unblock(), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardGetChallenge(&data, nullptr, nullptr), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCspUnpadData(nullptr, nullptr, nullptr), status::unexpected);
+    EXPECT_EQ(data.pfnCardDeauthenticateEx(&data, 2, 0), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardWriteFile(&data, nullptr, nullptr, 0, nullptr, 0),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardDestroyKey(&data, 0), status::unexpected);
+    EXPECT_EQ(data.pfnCardCreateContainerEx(&data, 0, 0, 0, 0, nullptr, 0),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardSetContainerProperty(&data, 0, nullptr, nullptr, 0, 0),
+              status::unsupportedFeature);
     const SCARDCONTEXT context = data.hSCardCtx;
     data.hSCardCtx = 0;
-    EXPECT_EQ(unblock(), 0x80100004u);
-    EXPECT_EQ(data.pfnCardGetChallenge(&data, nullptr, nullptr), 0x80100022u);
-    EXPECT_EQ(data.pfnCardDestroyKey(&data, 0), 0x8010001Fu);
+    EXPECT_EQ(unblock(), status::invalidParameter);
+    EXPECT_EQ(data.pfnCardGetChallenge(&data, nullptr, nullptr), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardDestroyKey(&data, 0), status::unexpected);
     data.hSCardCtx = context;
 }
 
@@ -134,7 +138,8 @@ TEST(UnsupportedOperations, OfTheRsaCardHaveAnAgreementSlotThatRefuses) {
     PlatformSide card(3);
     card.acquireOrFail();
     EXPECT_EQ(card.data.pfnCardDeriveKey, nullptr);
-    EXPECT_EQ(card.data.pfnCspGetDHAgreement(&card.data, nullptr, nullptr, 0), 0x80100022u);
+    EXPECT_EQ(card.data.pfnCspGetDHAgreement(&card.data, nullptr, nullptr, 0),
+              status::unsupportedFeature);
 }
 
 }  // namespace

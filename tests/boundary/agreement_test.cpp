@@ -1,59 +1,14 @@
 // ECDH agreement and key derivation with real keys: the other party computes the same.
-#include <botan/auto_rng.h>
-#include <botan/ec_group.h>
-#include <botan/ecdh.h>
-#include <botan/ecdsa.h>
-#include <botan/pubkey.h>
-#include <botan/x509_key.h>
-#include <botan/x509cert.h>
-
 #include <cstring>
 
-#include "platform_side.h"
+#include "other_party.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
 
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
-
-// The other party of an agreement, on the curve of the card's key.
-class OtherParty {
-public:
-    explicit OtherParty(const Bytes& cardCertificate)
-        : certificate_(cardCertificate),
-          cardKey_(dynamic_cast<const Botan::EC_PublicKey&>(publicKey()).domain(),
-                   dynamic_cast<const Botan::EC_PublicKey&>(publicKey()).public_point()),
-          key_(random_, cardKey_.domain()) {}
-
-    /// The public key as the platform hands it over: a header of 8 bytes, X and Y.
-    Bytes blob() const {
-        const auto point = key_.public_value();
-        Bytes bytes = fromHex("45434B3100000000");
-        bytes[4] = static_cast<std::uint8_t>((point.size() - 1) / 2);
-        bytes.insert(bytes.end(), point.begin() + 1, point.end());
-        return bytes;
-    }
-
-    /// The shared secret: the X coordinate, as long as the field.
-    Bytes secret() {
-        Botan::PK_Key_Agreement agreement(key_, random_, "Raw");
-        const auto derived = agreement.derive_key(0, cardKey_.public_value()).bits_of();
-        return {derived.begin(), derived.end()};
-    }
-
-private:
-    const Botan::Public_Key& publicKey() {
-        if (!parsed_) parsed_.reset(certificate_.load_subject_public_key().release());
-        return *parsed_;
-    }
-
-    Botan::AutoSeeded_RNG random_;
-    std::unique_ptr<Botan::Public_Key> parsed_;
-    Botan::X509_Certificate certificate_;
-    Botan::ECDH_PublicKey cardKey_;
-    Botan::ECDH_PrivateKey key_;
-};
 
 WCHAR hashKdf[] = WIDE_TEXT("HASH");
 
@@ -207,12 +162,12 @@ TEST_P(Agreement, OnAContainerOfTheWrongKindOrNoneIsRefusedApart) {
     info.pbPublicKey = blob.data();
     card.reader.clearExchanges();
     info.bContainerIndex = 1;
-    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), status::invalidParameter);
     info.bContainerIndex = 2;
     EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info),
-              second ? 0x80100004u : 0x80100030u);
+              second ? status::invalidParameter : status::noKeyContainer);
     info.bContainerIndex = 3;
-    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0x80100030u);
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), status::noKeyContainer);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 
@@ -223,14 +178,14 @@ TEST_P(Agreement, ChecksTheRecordInOrder) {
     info.dwPublicKey = static_cast<DWORD>(blob.size());
     card.reader.clearExchanges();
     const auto construct = [&] { return card.data.pfnCardConstructDHAgreement(&card.data, &info); };
-    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(nullptr, &info), 0x80100004u);
-    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, nullptr), 0x80100004u);
-    EXPECT_EQ(construct(), 0x51Au);
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(nullptr, &info), status::invalidParameter);
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, nullptr), status::invalidParameter);
+    EXPECT_EQ(construct(), status::revisionMismatch);
     info.dwVersion = 2;
-    EXPECT_EQ(construct(), 0x80100004u) << "no public key";
+    EXPECT_EQ(construct(), status::invalidParameter) << "no public key";
     info.pbPublicKey = blob.data();
     info.dwFlags = 1;
-    EXPECT_EQ(construct(), 0x80100004u);
+    EXPECT_EQ(construct(), status::invalidParameter);
     info.dwFlags = 0;
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
@@ -238,7 +193,7 @@ TEST_P(Agreement, ChecksTheRecordInOrder) {
 TEST_P(Agreement, TakesNoStrangeLengthOfAPublicKey) {
     for (const std::size_t size : {1u, 7u, 8u, 9u, 300u, 5000u}) {
         const DWORD status = agree(Bytes(size, 4));
-        EXPECT_TRUE(status == 0x80100004u || status == 0x8010001Fu) << size;
+        EXPECT_TRUE(status == status::invalidParameter || status == status::unexpected) << size;
     }
     expectNoneKept(other->blob());
 }
@@ -247,7 +202,7 @@ TEST_P(Agreement, WithoutAVerifiedPinSendsNoMse) {
     card.reader.card().reset();
     card.reader.clearExchanges();
     DriverLog log;
-    EXPECT_EQ(agree(other->blob()), 0x8010006Au);
+    EXPECT_EQ(agree(other->blob()), status::securityViolation);
     for (const auto& exchange : card.reader.exchanges()) EXPECT_NE(exchange.command[1], 0x22);
 }
 
@@ -255,7 +210,7 @@ TEST_P(Agreement, ReachesTheFirstHandlerWhenTheCardWantsItsPinAfterAll) {
     DriverLog log;
     // Root, VERIFY, MSE, and then the PSO is refused for lack of a PIN: a thrown logic error.
     card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x6982});
-    EXPECT_EQ(agree(other->blob()), 0x8010006Au);
+    EXPECT_EQ(agree(other->blob()), status::securityViolation);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardConstructDHAgreement",
                        "Exiting the function, with status code: '0x8010006a' (security "
@@ -269,7 +224,7 @@ TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
     for (const std::size_t n : {3u, 4u}) {
         DriverLog log;
         card.reader.failTransmit(n, {virtual_card::Fault::Kind::StatusWord, 0x6A80});
-        EXPECT_EQ(agree(other->blob()), 0x8010001Fu) << n;
+        EXPECT_EQ(agree(other->blob()), status::unexpected) << n;
         EXPECT_EQ(log.file().back(), other_) << n;
     }
     expectNoneKept(other->blob());
@@ -278,7 +233,7 @@ TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
 TEST_P(Agreement, WithoutDataFromTheCardIsAFailure) {
     DriverLog log;
     card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x9000});
-    EXPECT_EQ(agree(other->blob()), 0x8010001Fu);
+    EXPECT_EQ(agree(other->blob()), status::unexpected);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardConstructDHAgreement",
                        "Exiting the function, with status code: '0x8010001f' (failure)"}));
@@ -295,29 +250,29 @@ TEST_P(Agreement, DerivationRefusesInOrderWithItsNumbers) {
                            std::string("Exiting the function, with status code: '") + suffix}));
     };
     WCHAR other_[] = WIDE_TEXT("HMAC");
-    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_, 3).status, 0x51Au);
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_, 3).status, status::revisionMismatch);
     expectLine("0x0000051a'. CMR_443");
-    EXPECT_EQ(derive(99, nullptr, 0x80000000, nullptr).status, 0x80100004u);
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, nullptr).status, status::invalidParameter);
     expectLine("0x80100004'. CMR_444");
-    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_).status, 0x80100004u);
+    EXPECT_EQ(derive(99, nullptr, 0x80000000, other_).status, status::invalidParameter);
     expectLine("0x80100004'. CMR_445");
-    EXPECT_EQ(derive(99, nullptr, 0, other_).status, 0x80100004u);
+    EXPECT_EQ(derive(99, nullptr, 0, other_).status, status::invalidParameter);
     expectLine("0x80100004'. CMR_446");
-    EXPECT_EQ(derive(99, nullptr).status, 0x80100004u);
+    EXPECT_EQ(derive(99, nullptr).status, status::invalidParameter);
     expectLine("0x80100004'. CMR_447");
     Parameters unknown;
     unknown.bytes(9, "x");
-    EXPECT_EQ(derive(index, &unknown).status, 0x80100004u);
+    EXPECT_EQ(derive(index, &unknown).status, status::invalidParameter);
     expectLine("0x80100004'. CMR_448");
     Parameters lower;
     lower.hash(WIDE_TEXT("sha256"));
-    EXPECT_EQ(derive(index, &lower).status, 0x80100004u);
+    EXPECT_EQ(derive(index, &lower).status, status::invalidParameter);
     expectLine("0x80100004'. Invalid hash algorithm.");
     Parameters nameless;
     nameless.add(0, nullptr, 0);
-    EXPECT_EQ(derive(index, &nameless).status, 0x80100004u);
-    EXPECT_EQ(card.data.pfnCardDeriveKey(nullptr, nullptr), 0x80100004u);
-    EXPECT_EQ(card.data.pfnCardDeriveKey(&card.data, nullptr), 0x80100004u);
+    EXPECT_EQ(derive(index, &nameless).status, status::invalidParameter);
+    EXPECT_EQ(card.data.pfnCardDeriveKey(nullptr, nullptr), status::invalidParameter);
+    EXPECT_EQ(card.data.pfnCardDeriveKey(&card.data, nullptr), status::invalidParameter);
 }
 
 TEST_P(Agreement, DerivationTellsItsSizeAndStillWantsThePin) {
@@ -329,9 +284,9 @@ TEST_P(Agreement, DerivationTellsItsSizeAndStillWantsThePin) {
     EXPECT_EQ(size.status, 0u);
     EXPECT_EQ(size.bytes, Bytes(1, 48)) << "48, and no buffer";
     card.reader.card().reset();
-    EXPECT_EQ(derive(index, &sha384, CARD_BUFFER_SIZE_ONLY).status, 0x8010006Au);
-    EXPECT_EQ(derive(index, nullptr).status, 0x8010006Au);
-    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x8010006Au);
+    EXPECT_EQ(derive(index, &sha384, CARD_BUFFER_SIZE_ONLY).status, status::securityViolation);
+    EXPECT_EQ(derive(index, nullptr).status, status::securityViolation);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), status::securityViolation);
 }
 
 TEST_P(Agreement, LooksAtTheContextHandleLate) {
@@ -341,13 +296,13 @@ TEST_P(Agreement, LooksAtTheContextHandleLate) {
     card.data.hSCardCtx = 0;
     card.reader.clearExchanges();
     DriverLog log;
-    EXPECT_EQ(derive(index, nullptr).status, 0x80100004u);
+    EXPECT_EQ(derive(index, nullptr).status, status::invalidParameter);
     EXPECT_FALSE(card.reader.exchanges().empty()) << "after the card has been spoken to";
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardDeriveKey",
                        "Exiting the function, with status code: '0x80100004'. isNoCardMode"}));
     card.reader.clearExchanges();
-    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), status::invalidParameter);
     EXPECT_FALSE(card.reader.exchanges().empty());
     card.data.hSCardCtx = context;
 }
@@ -357,12 +312,12 @@ TEST_P(Agreement, ServesManyDerivationsUntilItIsDestroyed) {
     ASSERT_EQ(agree(other->blob(), &index), 0u);
     const Bytes first = derive(index, nullptr).bytes;
     EXPECT_EQ(derive(index, nullptr).bytes, first);
-    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 1), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 1), status::invalidParameter);
     EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0u);
-    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0x80100004u);
-    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(nullptr, index, 0), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), status::invalidParameter);
+    EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(nullptr, index, 0), status::invalidParameter);
     DriverLog log;
-    EXPECT_EQ(derive(index, nullptr).status, 0x80100004u);
+    EXPECT_EQ(derive(index, nullptr).status, status::invalidParameter);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardDeriveKey",
                        "Exiting the function, with status code: '0x80100004'. CMR_447"}));

@@ -1,5 +1,6 @@
 // PINs as the platform hands them over, on every card there is.
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -29,16 +30,16 @@ TEST_P(Authentication, CountsAWrongPinDownToZeroAndThenBlocks) {
     const unsigned tries = card.reader.card().triesLeft(PinRole::Authentication);
     DWORD attempts = 0;
     for (unsigned left = tries - 1; left > 0; --left) {
-        EXPECT_EQ(card.authenticate(1, "4321", &attempts), 0x8010006Bu);
+        EXPECT_EQ(card.authenticate(1, "4321", &attempts), status::wrongPin);
         EXPECT_EQ(attempts, left);
     }
-    EXPECT_EQ(card.authenticate(1, "4321", &attempts), 0x8010006Bu)
+    EXPECT_EQ(card.authenticate(1, "4321", &attempts), status::wrongPin)
         << "63C0 to a real PIN is one more wrong PIN";
     EXPECT_EQ(attempts, 0u);
     // A blocked PIN: 6984 says so, and 6983 leaves it at wrong with no attempts.
     const bool saysBlocked = card.reader.card().generation().blockedVerify == 0x6984;
     EXPECT_EQ(card.authenticate(1, card.pin(PinRole::Authentication), &attempts),
-              saysBlocked ? 0x8010006Cu : 0x8010006Bu);
+              saysBlocked ? status::blockedPin : status::wrongPin);
     EXPECT_EQ(attempts, 0u);
 }
 
@@ -46,7 +47,7 @@ TEST_P(Authentication, RefusesAPinOutsideTheCardsLimitsWithoutAVerify) {
     for (const char* pin : {"123", "", "1234567890123"}) {
         card.reader.clearExchanges();
         DWORD attempts = 0;
-        EXPECT_EQ(card.authenticate(1, pin, &attempts), 0x8010006Bu) << pin;
+        EXPECT_EQ(card.authenticate(1, pin, &attempts), status::wrongPin) << pin;
         EXPECT_EQ(attempts, 77u);
         for (const auto& exchange : card.reader.exchanges()) {
             EXPECT_NE(exchange.command.at(1), 0x20) << "no VERIFY is sent";
@@ -58,7 +59,7 @@ TEST_P(Authentication, RefusesAPinOutsideTheCardsLimitsWithoutAVerify) {
 
 TEST_P(Authentication, TakesAPinOfTheShortestAndRefusesOneOfOneLess) {
     EXPECT_EQ(card.pin(PinRole::Signature).size(), 6u);
-    EXPECT_EQ(card.authenticate(4, "12345"), 0x8010006Bu);
+    EXPECT_EQ(card.authenticate(4, "12345"), status::wrongPin);
     EXPECT_EQ(card.authenticate(4, "123456"), 0u);
 }
 
@@ -71,10 +72,10 @@ TEST_P(Authentication, OlderFormKnowsTwoUsersExactly) {
                                                 static_cast<DWORD>(pin.size()), nullptr);
     };
     EXPECT_EQ(authenticate(WIDE_TEXT("user")), 0u);
-    EXPECT_EQ(authenticate(WIDE_TEXT("USER")), 0x80100004u);
-    EXPECT_EQ(authenticate(WIDE_TEXT("")), 0x80100004u);
+    EXPECT_EQ(authenticate(WIDE_TEXT("USER")), status::invalidParameter);
+    EXPECT_EQ(authenticate(WIDE_TEXT("")), status::invalidParameter);
     EXPECT_EQ(card.data.pfnCardAuthenticatePin(&card.data, nullptr, nullptr, 0, nullptr),
-              0x80100004u);
+              status::invalidParameter);
 }
 
 TEST_P(Authentication, RefusesBadArgumentsBeforeAnythingGoesToTheCard) {
@@ -84,13 +85,13 @@ TEST_P(Authentication, RefusesBadArgumentsBeforeAnythingGoesToTheCard) {
         return card.data.pfnCardAuthenticateEx(&card.data, pinId, flags, bytes, 4, nullptr, nullptr,
                                                nullptr);
     };
-    EXPECT_EQ(ex(0, 0, pin), 0x80100004u);
-    EXPECT_EQ(ex(5, 0, pin), 0x80100004u);
-    EXPECT_EQ(ex(1, 0, nullptr), 0x80100004u);
-    EXPECT_EQ(ex(1, 0x10000000, pin), 0x80100022u);
-    EXPECT_EQ(ex(1, 0x20000000, pin), 0x80100022u);
-    EXPECT_EQ(ex(1, 0x30000000, pin), 0x80100004u);
-    EXPECT_EQ(ex(1, 0x00000001, pin), 0x80100004u);
+    EXPECT_EQ(ex(0, 0, pin), status::invalidParameter);
+    EXPECT_EQ(ex(5, 0, pin), status::invalidParameter);
+    EXPECT_EQ(ex(1, 0, nullptr), status::invalidParameter);
+    EXPECT_EQ(ex(1, 0x10000000, pin), status::unsupportedFeature);
+    EXPECT_EQ(ex(1, 0x20000000, pin), status::unsupportedFeature);
+    EXPECT_EQ(ex(1, 0x30000000, pin), status::invalidParameter);
+    EXPECT_EQ(ex(1, 0x00000001, pin), status::invalidParameter);
     EXPECT_TRUE(card.reader.exchanges().empty());
     EXPECT_EQ(ex(1, 0x00000040, pin), 0u) << "a silent context is accepted like none";
 }
@@ -98,11 +99,11 @@ TEST_P(Authentication, RefusesBadArgumentsBeforeAnythingGoesToTheCard) {
 TEST_P(Authentication, AReaderPulledOutDuringTheVerifyEndsWithOneLine) {
     // The VERIFY is the last command of the sequence.
     card.reader.clearExchanges();
-    ASSERT_EQ(card.authenticate(1, "4321"), 0x8010006Bu);
+    ASSERT_EQ(card.authenticate(1, "4321"), status::wrongPin);
     const std::size_t commands = card.reader.exchanges().size();
     card.reader.failTransmit(commands, {virtual_card::Fault::Kind::RemoveCard, 0});
     DriverLog log;
-    EXPECT_EQ(card.authenticate(1, "1234"), 0x8010001Fu);
+    EXPECT_EQ(card.authenticate(1, "1234"), status::unexpected);
     const LogLines lines = log.file();
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back(), (LogLine{"CardAuthenticateEx", "Failed to verify PIN. Aborting..."}));
@@ -111,7 +112,7 @@ TEST_P(Authentication, AReaderPulledOutDuringTheVerifyEndsWithOneLine) {
 TEST_P(Authentication, ACardThatWasResetIsReconnectedOnce) {
     const std::size_t before = card.reader.reconnects();
     card.reader.clearExchanges();
-    ASSERT_EQ(card.authenticate(1, "4321"), 0x8010006Bu);
+    ASSERT_EQ(card.authenticate(1, "4321"), status::wrongPin);
     const std::size_t commands = card.reader.exchanges().size();
     card.reader.failTransmit(commands, {virtual_card::Fault::Kind::ResetCard, 0});
     DWORD status = card.authenticate(1, card.pin(PinRole::Authentication));
@@ -123,7 +124,7 @@ TEST_P(Authentication, ACardThatWasResetIsReconnectedOnce) {
 TEST_P(Authentication, WithoutAContextHandleIsABadArgument) {
     const SCARDCONTEXT context = card.data.hSCardCtx;
     card.data.hSCardCtx = 0;
-    EXPECT_EQ(card.authenticate(1, "1234"), 0x80100004u);
+    EXPECT_EQ(card.authenticate(1, "1234"), status::invalidParameter);
     card.data.hSCardCtx = context;
 }
 

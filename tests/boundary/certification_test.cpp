@@ -6,18 +6,10 @@
 #include <functional>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
-
-constexpr DWORD invalidParameter = 0x80100004;
-constexpr DWORD unexpected = 0x8010001F;
-constexpr DWORD unsupported = 0x80100022;
-constexpr DWORD directoryNotFound = 0x80100023;
-constexpr DWORD fileNotFound = 0x80100024;
-constexpr DWORD noContainer = 0x80100030;
-constexpr DWORD wrongPin = 0x8010006B;
-constexpr DWORD revisionMismatch = 0x51A;
 
 class Certification : public ::testing::TestWithParam<int> {
 protected:
@@ -59,59 +51,63 @@ TEST_P(Certification, NoRecordIsABadArgumentEverywhere) {
     CARD_RSA_DECRYPT_INFO decryption{};
     const LPCWSTR name = WIDE_TEXT("PIN List");
     std::vector<Call> calls{
-        {"CardDeleteContext", [&] { return data.pfnCardDeleteContext(nullptr); }, invalidParameter},
+        {"CardDeleteContext", [&] { return data.pfnCardDeleteContext(nullptr); },
+         status::invalidParameter},
         {"CardQueryCapabilities",
-         [&] { return data.pfnCardQueryCapabilities(nullptr, &capabilities); }, invalidParameter},
+         [&] { return data.pfnCardQueryCapabilities(nullptr, &capabilities); },
+         status::invalidParameter},
         {"CardDeleteContainer", [&] { return data.pfnCardDeleteContainer(nullptr, 0, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardCreateContainer",
          [&] { return data.pfnCardCreateContainer(nullptr, 0, 0, 1, 2048, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetContainerInfo",
-         [&] { return data.pfnCardGetContainerInfo(nullptr, 0, 0, &container); }, invalidParameter},
+         [&] { return data.pfnCardGetContainerInfo(nullptr, 0, 0, &container); },
+         status::invalidParameter},
         {"CardAuthenticatePin",
          [&] { return data.pfnCardAuthenticatePin(nullptr, user, bytes, 4, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetChallenge", [&] { return data.pfnCardGetChallenge(nullptr, &buffer, &size); },
-         unsupported},
+         status::unsupportedFeature},
         {"CardUnblockPin",
          [&] { return data.pfnCardUnblockPin(nullptr, user, bytes, 8, bytes, 4, 3, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardReadFile",
          [&] { return data.pfnCardReadFile(nullptr, mscp, map, 0, &buffer, &size); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardWriteFile", [&] { return data.pfnCardWriteFile(nullptr, mscp, map, 0, bytes, 4); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardEnumFiles", [&] { return data.pfnCardEnumFiles(nullptr, mscp, &names, &size, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetFileInfo", [&] { return data.pfnCardGetFileInfo(nullptr, mscp, map, &info); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryFreeSpace", [&] { return data.pfnCardQueryFreeSpace(nullptr, 0, &space); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryKeySizes", [&] { return data.pfnCardQueryKeySizes(nullptr, 1, 0, &sizes); },
-         invalidParameter},
-        {"CardSignData", [&] { return data.pfnCardSignData(nullptr, &signing); }, invalidParameter},
+         status::invalidParameter},
+        {"CardSignData", [&] { return data.pfnCardSignData(nullptr, &signing); },
+         status::invalidParameter},
         {"CardRSADecrypt", [&] { return data.pfnCardRSADecrypt(nullptr, &decryption); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardAuthenticateEx",
          [&] {
              return data.pfnCardAuthenticateEx(nullptr, 1, 0, bytes, 4, nullptr, nullptr, nullptr);
          },
-         invalidParameter},
+         status::invalidParameter},
         {"CardDeauthenticateEx", [&] { return data.pfnCardDeauthenticateEx(nullptr, 2, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetContainerProperty",
          [&] { return data.pfnCardGetContainerProperty(nullptr, 0, name, bytes, 64, &size, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardSetContainerProperty",
          [&] { return data.pfnCardSetContainerProperty(nullptr, 0, name, bytes, 4, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetProperty",
          [&] { return data.pfnCardGetProperty(nullptr, name, bytes, 64, &size, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardSetProperty", [&] { return data.pfnCardSetProperty(nullptr, name, bytes, 4, 0); },
-         invalidParameter},
-        {"CardDestroyKey", [&] { return data.pfnCardDestroyKey(nullptr, 0); }, unexpected},
+         status::invalidParameter},
+        {"CardDestroyKey", [&] { return data.pfnCardDestroyKey(nullptr, 0); }, status::unexpected},
     };
     if (card.isEcKey(0)) {
         CARD_DH_AGREEMENT_INFO agreement{};
@@ -119,14 +115,14 @@ TEST_P(Certification, NoRecordIsABadArgumentEverywhere) {
         calls.push_back(
             {"CardConstructDHAgreement",
              [=, this]() mutable { return data.pfnCardConstructDHAgreement(nullptr, &agreement); },
-             invalidParameter});
+             status::invalidParameter});
         calls.push_back(
             {"CardDeriveKey",
              [=, this]() mutable { return data.pfnCardDeriveKey(nullptr, &derivation); },
-             invalidParameter});
+             status::invalidParameter});
         calls.push_back({"CardDestroyDHAgreement",
                          [&] { return data.pfnCardDestroyDHAgreement(nullptr, 1, 0); },
-                         invalidParameter});
+                         status::invalidParameter});
     }
     expectAll(calls);
 }
@@ -134,39 +130,42 @@ TEST_P(Certification, NoRecordIsABadArgumentEverywhere) {
 TEST_P(Certification, NowhereToPutAnAnswerIsABadArgument) {
     expectAll({
         {"CardQueryCapabilities", [&] { return data.pfnCardQueryCapabilities(&data, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetContainerInfo", [&] { return data.pfnCardGetContainerInfo(&data, 0, 0, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardReadFile, data",
          [&] { return data.pfnCardReadFile(&data, mscp, map, 0, nullptr, &size); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardReadFile, size",
          [&] { return data.pfnCardReadFile(&data, mscp, map, 0, &buffer, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardEnumFiles, names",
-         [&] { return data.pfnCardEnumFiles(&data, mscp, nullptr, &size, 0); }, invalidParameter},
+         [&] { return data.pfnCardEnumFiles(&data, mscp, nullptr, &size, 0); },
+         status::invalidParameter},
         {"CardEnumFiles, size",
-         [&] { return data.pfnCardEnumFiles(&data, mscp, &names, nullptr, 0); }, invalidParameter},
+         [&] { return data.pfnCardEnumFiles(&data, mscp, &names, nullptr, 0); },
+         status::invalidParameter},
         {"CardGetFileInfo", [&] { return data.pfnCardGetFileInfo(&data, mscp, map, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryFreeSpace", [&] { return data.pfnCardQueryFreeSpace(&data, 0, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryKeySizes", [&] { return data.pfnCardQueryKeySizes(&data, 1, 0, nullptr); },
-         invalidParameter},
-        {"CardSignData", [&] { return data.pfnCardSignData(&data, nullptr); }, invalidParameter},
+         status::invalidParameter},
+        {"CardSignData", [&] { return data.pfnCardSignData(&data, nullptr); },
+         status::invalidParameter},
         {"CardRSADecrypt", [&] { return data.pfnCardRSADecrypt(&data, nullptr); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetProperty, size",
          [&] {
              return data.pfnCardGetProperty(&data, WIDE_TEXT("PIN List"), bytes, 64, nullptr, 0);
          },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetContainerProperty, size",
          [&] {
              return data.pfnCardGetContainerProperty(&data, 0, WIDE_TEXT("PIN Identifier"), bytes,
                                                      64, nullptr, 0);
          },
-         invalidParameter},
+         status::invalidParameter},
     });
 }
 
@@ -179,24 +178,26 @@ TEST_P(Certification, FlagsThatNobodyKnowsAreBadArguments) {
     signing.dwSigningFlags = 0x80000000;
     expectAll({
         {"CardGetContainerInfo",
-         [&] { return data.pfnCardGetContainerInfo(&data, 0, 1, &container); }, invalidParameter},
+         [&] { return data.pfnCardGetContainerInfo(&data, 0, 1, &container); },
+         status::invalidParameter},
         {"CardReadFile", [&] { return data.pfnCardReadFile(&data, mscp, map, 1, &buffer, &size); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardEnumFiles", [&] { return data.pfnCardEnumFiles(&data, mscp, &names, &size, 1); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryFreeSpace", [&] { return data.pfnCardQueryFreeSpace(&data, 1, &space); },
-         invalidParameter},
+         status::invalidParameter},
         {"CardQueryKeySizes", [&] { return data.pfnCardQueryKeySizes(&data, 1, 1, &sizes); },
-         invalidParameter},
-        {"CardSignData", [&] { return data.pfnCardSignData(&data, &signing); }, invalidParameter},
+         status::invalidParameter},
+        {"CardSignData", [&] { return data.pfnCardSignData(&data, &signing); },
+         status::invalidParameter},
         {"CardGetProperty", [&] { return card.property(WIDE_TEXT("PIN List"), 1).status; },
-         invalidParameter},
+         status::invalidParameter},
         {"CardGetContainerProperty",
          [&] {
              return data.pfnCardGetContainerProperty(&data, 0, WIDE_TEXT("PIN Identifier"), bytes,
                                                      64, &size, 1);
          },
-         invalidParameter},
+         status::invalidParameter},
     });
 }
 
@@ -216,18 +217,21 @@ TEST_P(Certification, RecordsOfALaterVersionAreToldApart) {
     decryption.dwVersion = 3;
     expectAll({
         {"CardQueryCapabilities",
-         [&] { return data.pfnCardQueryCapabilities(&data, &capabilities); }, revisionMismatch},
+         [&] { return data.pfnCardQueryCapabilities(&data, &capabilities); },
+         status::revisionMismatch},
         {"CardQueryFreeSpace", [&] { return data.pfnCardQueryFreeSpace(&data, 0, &space); },
-         revisionMismatch},
+         status::revisionMismatch},
         {"CardGetFileInfo", [&] { return data.pfnCardGetFileInfo(&data, mscp, map, &info); },
-         revisionMismatch},
+         status::revisionMismatch},
         {"CardQueryKeySizes", [&] { return data.pfnCardQueryKeySizes(&data, 1, 0, &sizes); },
-         revisionMismatch},
+         status::revisionMismatch},
         {"CardGetContainerInfo",
-         [&] { return data.pfnCardGetContainerInfo(&data, 0, 0, &container); }, revisionMismatch},
-        {"CardSignData", [&] { return data.pfnCardSignData(&data, &signing); }, revisionMismatch},
+         [&] { return data.pfnCardGetContainerInfo(&data, 0, 0, &container); },
+         status::revisionMismatch},
+        {"CardSignData", [&] { return data.pfnCardSignData(&data, &signing); },
+         status::revisionMismatch},
         {"CardRSADecrypt", [&] { return data.pfnCardRSADecrypt(&data, &decryption); },
-         revisionMismatch},
+         status::revisionMismatch},
     });
 }
 
@@ -235,40 +239,44 @@ TEST_P(Certification, NamesThatAreNotThereAreToldApart) {
     CARD_FILE_INFO infos[3] = {};  // One for each call: the version in it is written.
     CONTAINER_INFO container{};
     expectAll({
-        {"no such file", [&] { return card.readFile("mscp", "unknown").status; }, fileNotFound},
+        {"no such file", [&] { return card.readFile("mscp", "unknown").status; },
+         status::fileNotFound},
         {"a file of the root in mscp", [&] { return card.readFile("mscp", "cardid").status; },
-         fileNotFound},
+         status::fileNotFound},
         {"no such directory", [&] { return card.readFile("unknown", "cmapfile").status; },
-         directoryNotFound},
-        {"no name", [&] { return card.readFile("mscp", "").status; }, invalidParameter},
+         status::directoryNotFound},
+        {"no name", [&] { return card.readFile("mscp", "").status; }, status::invalidParameter},
         {"no such directory to list", [&] { return card.listFiles("unknown").status; },
-         directoryNotFound},
-        {"no name of a directory", [&] { return card.listFiles("").status; }, invalidParameter},
+         status::directoryNotFound},
+        {"no name of a directory", [&] { return card.listFiles("").status; },
+         status::invalidParameter},
         {"no such file to tell of",
-         [&] { return data.pfnCardGetFileInfo(&data, mscp, unknown, &infos[0]); }, fileNotFound},
+         [&] { return data.pfnCardGetFileInfo(&data, mscp, unknown, &infos[0]); },
+         status::fileNotFound},
         {"no such directory to tell of",
          [&] { return data.pfnCardGetFileInfo(&data, unknown, map, &infos[1]); },
-         directoryNotFound},
+         status::directoryNotFound},
         {"no name to tell of",
-         [&] { return data.pfnCardGetFileInfo(&data, mscp, none, &infos[2]); }, invalidParameter},
+         [&] { return data.pfnCardGetFileInfo(&data, mscp, none, &infos[2]); },
+         status::invalidParameter},
         {"no such container",
          [&] { return data.pfnCardGetContainerInfo(&data, card.containers(), 0, &container); },
-         noContainer},
+         status::noKeyContainer},
         {"container 255", [&] { return data.pfnCardGetContainerInfo(&data, 255, 0, &container); },
-         noContainer},
+         status::noKeyContainer},
         {"no such property", [&] { return card.property(WIDE_TEXT("unknown"), 0).status; },
-         invalidParameter},
+         status::invalidParameter},
         {"no name of a property",
          [&] { return data.pfnCardGetProperty(&data, nullptr, bytes, 64, &size, 0); },
-         invalidParameter},
+         status::invalidParameter},
         {"no such user",
          [&] {
              WCHAR nobody[] = WIDE_TEXT("nobody");
              return data.pfnCardAuthenticatePin(&data, nobody, bytes, 4, nullptr);
          },
-         invalidParameter},
-        {"PIN 0", [&] { return card.authenticate(0, "1234"); }, invalidParameter},
-        {"PIN 5", [&] { return card.authenticate(5, "1234"); }, invalidParameter},
+         status::invalidParameter},
+        {"PIN 0", [&] { return card.authenticate(0, "1234"); }, status::invalidParameter},
+        {"PIN 5", [&] { return card.authenticate(5, "1234"); }, status::invalidParameter},
     });
 }
 
@@ -319,7 +327,7 @@ TEST_P(Certification, EveryContainerOfTheMapHasItsCertificateAndSignsByItsOwnPin
 
         const std::string value = card.pin(card.key(index).pin);
         DWORD attempts = 0;
-        EXPECT_EQ(card.authenticate(pinId, "999999", &attempts), wrongPin);
+        EXPECT_EQ(card.authenticate(pinId, "999999", &attempts), status::wrongPin);
         EXPECT_GT(attempts, 0u);
         EXPECT_EQ(card.authenticate(pinId, value), 0u);
         const Answer signature = card.signMessage(index, "a message");

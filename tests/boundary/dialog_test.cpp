@@ -4,6 +4,7 @@
 
 #include "dialog/code_entry_script.h"
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -86,7 +87,7 @@ TEST_F(ExternalDialog, AsksAgainAfterAWrongPinAndAfterOneOfAWrongLength) {
 }
 
 TEST_F(ExternalDialog, ThatIsCancelledIsAWrongPinWithoutAVerify) {
-    EXPECT_EQ(authenticate(1), 0x8010006Bu);
+    EXPECT_EQ(authenticate(1), status::wrongPin);
     EXPECT_EQ(script->calls, 1);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
@@ -103,13 +104,13 @@ TEST_F(ExternalDialog, ThatIsUpWhileTheCardIsResetStillLeadsToASignature) {
 TEST_F(ExternalDialog, EndsWhenThereAreNoAttemptsLeft) {
     for (auto& pin : script->pins) pin = "4321";
     DWORD attempts = 0;
-    EXPECT_EQ(authenticate(1, &attempts), 0x8010006Bu);
+    EXPECT_EQ(authenticate(1, &attempts), status::wrongPin);
     EXPECT_EQ(script->calls, 5);
     EXPECT_EQ(attempts, 1u) << "the PIN that ends the loop leaves the attempts unwritten";
 }
 
 TEST_F(ExternalDialog, IsRefusedInASilentContext) {
-    EXPECT_EQ(authenticate(1, nullptr, CARD_PIN_SILENT_CONTEXT), 0x80100022u);
+    EXPECT_EQ(authenticate(1, nullptr, CARD_PIN_SILENT_CONTEXT), status::unsupportedFeature);
     EXPECT_EQ(script->calls, 0);
 }
 

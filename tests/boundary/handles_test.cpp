@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -21,7 +22,7 @@ protected:
             EXPECT_TRUE(card.signsTruly(container)) << int(container);
         }
         EXPECT_EQ(card.numberOf(WIDE_TEXT("Read Only Mode"), 0), 1u);
-        EXPECT_EQ(card.data.pfnCardDeauthenticateEx(&card.data, 2, 0), 0x80100022u);
+        EXPECT_EQ(card.data.pfnCardDeauthenticateEx(&card.data, 2, 0), status::unsupportedFeature);
         if (card.isEcKey(0)) {
             ASSERT_EQ(card.authenticate(1, "1234"), 0u);
             BYTE index = 0;
@@ -46,9 +47,9 @@ TEST_P(Handles, WithAllBitsSetAreHandles) {
 
 TEST_P(Handles, OfZeroAreRefusedBeforeAnythingGoesToTheCard) {
     use(0, std::uintptr_t{0xC021} << halfWidth);
-    EXPECT_EQ(card.acquire(), 0x80100003u);
+    EXPECT_EQ(card.acquire(), status::invalidHandle);
     use(std::uintptr_t{0xCA2D} << halfWidth, 0);
-    EXPECT_EQ(card.acquire(), 0x80100003u);
+    EXPECT_EQ(card.acquire(), status::invalidHandle);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -50,7 +51,7 @@ TEST_P(MemoryAnswers, DirectoryListsTheCertificatesThatThereAre) {
                                              : text("cmapfile\0kxc00\0ksc01\0", 22);
     EXPECT_EQ(card.listFiles("mscp").bytes, expected);
     EXPECT_EQ(card.listFiles("MSCP").bytes, expected);
-    EXPECT_EQ(card.readFile("mscp", "ksc02").status, containers() == 3 ? 0u : 0x80100024u);
+    EXPECT_EQ(card.readFile("mscp", "ksc02").status, containers() == 3 ? 0u : status::fileNotFound);
 }
 
 TEST_P(MemoryAnswers, CertificatesAreWholeAndOfTheCard) {
@@ -147,7 +148,8 @@ TEST_P(MemoryAnswers, ContainerInfoHoldsThePublicKeyOfTheCertificate) {
 
 TEST_P(MemoryAnswers, ContainerInfoAsAPropertyHasTheSizeOfTheBuild) {
     const DWORD size = sizeof(void*) == 4 ? 24 : 40;
-    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("Container Info"), size - 1).status, 0x80100008u);
+    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("Container Info"), size - 1).status,
+              status::insufficientBuffer);
     const Answer answer = card.containerProperty(0, WIDE_TEXT("Container Info"), size);
     EXPECT_EQ(answer.status, 0u);
     ASSERT_EQ(answer.bytes.size(), size);
@@ -160,8 +162,10 @@ TEST_P(MemoryAnswers, ContainerInfoAsAPropertyHasTheSizeOfTheBuild) {
 TEST_P(MemoryAnswers, ContainersBeyondTheListAreNone) {
     CONTAINER_INFO info{};
     const auto beyond = static_cast<BYTE>(containers());
-    EXPECT_EQ(card.data.pfnCardGetContainerInfo(&card.data, beyond, 0, &info), 0x80100030u);
-    EXPECT_EQ(card.containerProperty(beyond, WIDE_TEXT("PIN Identifier")).status, 0x80100030u);
+    EXPECT_EQ(card.data.pfnCardGetContainerInfo(&card.data, beyond, 0, &info),
+              status::noKeyContainer);
+    EXPECT_EQ(card.containerProperty(beyond, WIDE_TEXT("PIN Identifier")).status,
+              status::noKeyContainer);
 }
 
 TEST_P(MemoryAnswers, EachContainerNamesItsPin) {
@@ -169,7 +173,8 @@ TEST_P(MemoryAnswers, EachContainerNamesItsPin) {
         const Answer answer = card.containerProperty(index, WIDE_TEXT("PIN Identifier"));
         EXPECT_EQ(toHex(answer.bytes), index == 0 ? "01000000" : "04000000");
     }
-    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("Associated ECDH Key")).status, 0x80100030u);
+    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("Associated ECDH Key")).status,
+              status::noKeyContainer);
 }
 
 TEST_P(MemoryAnswers, PropertiesAreConstants) {
@@ -186,10 +191,11 @@ TEST_P(MemoryAnswers, PropertiesAreConstants) {
               "33004400450053005F0031003100320000000000");
     EXPECT_EQ(toHex(card.property(WIDE_TEXT("Algorithms"), 2).bytes), "0000");
     EXPECT_EQ(card.property(WIDE_TEXT("Chaining Modes"), 1).bytes.size(), 34u);
-    EXPECT_EQ(card.property(WIDE_TEXT("Chaining Modes"), 3).status, 0x80100004u);
-    EXPECT_EQ(card.property(WIDE_TEXT("Card Serial Number"), 0).status, 0x80100022u);
-    EXPECT_EQ(card.property(WIDE_TEXT("PIN Strength Change"), 0).status, 0x80100022u);
-    EXPECT_EQ(card.property(WIDE_TEXT("Container Info"), 0).status, 0x80100004u);
+    EXPECT_EQ(card.property(WIDE_TEXT("Chaining Modes"), 3).status, status::invalidParameter);
+    EXPECT_EQ(card.property(WIDE_TEXT("Card Serial Number"), 0).status, status::unsupportedFeature);
+    EXPECT_EQ(card.property(WIDE_TEXT("PIN Strength Change"), 0).status,
+              status::unsupportedFeature);
+    EXPECT_EQ(card.property(WIDE_TEXT("Container Info"), 0).status, status::invalidParameter);
 }
 
 TEST_P(MemoryAnswers, PinInformationTellsFourPins) {
@@ -201,8 +207,8 @@ TEST_P(MemoryAnswers, PinInformationTellsFourPins) {
         EXPECT_EQ(info.dwVersion, 6u);
         EXPECT_EQ(info.PinType, AlphaNumericPinType) << "no companion application is installed";
     }
-    EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 0).status, 0x80100004u);
-    EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 5).status, 0x80100004u);
+    EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 0).status, status::invalidParameter);
+    EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 5).status, status::invalidParameter);
 }
 
 TEST_P(MemoryAnswers, KeySizesComeFromTheContainersOrTheCurves) {
@@ -213,10 +219,11 @@ TEST_P(MemoryAnswers, KeySizesComeFromTheContainersOrTheCurves) {
     EXPECT_EQ(sizes.dwIncrementalBitlen, 1u);
     CARD_KEY_SIZES newer{};
     newer.dwVersion = 2;
-    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, AT_KEYEXCHANGE, 0, &newer), 0x51Au);
+    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, AT_KEYEXCHANGE, 0, &newer),
+              status::revisionMismatch);
     EXPECT_NE(newer.dwMaximumBitlen, 0u) << "filled all the same";
-    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, 9, 0, &sizes), 0x80100004u);
-    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, 0, 0, &sizes), 0x80100004u);
+    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, 9, 0, &sizes), status::invalidParameter);
+    EXPECT_EQ(card.data.pfnCardQueryKeySizes(&card.data, 0, 0, &sizes), status::invalidParameter);
 }
 
 TEST_P(MemoryAnswers, AllocationsThatFailAreStatusEight) {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -10,7 +11,7 @@ namespace {
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
-// The first acquisition ends at the boundary and marks the process for good, meant so: it happens
+// The first acquisition ends at the boundary and marks the process for good: it happens
 // in a process of its own.
 void acquireTwice() {
     static constexpr const char* alreadyRunning =
@@ -26,7 +27,7 @@ void acquireTwice() {
     const LogLines secondFile = log.file();
     const LogLines secondOutput = log.output();
     writeSetting(Setting::serviceAddresses, "");
-    const bool asMeant = first == 0x8010001Fu &&
+    const bool asMeant = first == status::unexpected &&
                          firstFile == LogLines{{"CardAcquireContext", "Entering the function"},
                                                {"CardAcquireContext", "Entering RegisterCard"}} &&
                          firstOutput.empty() && second == 0 &&

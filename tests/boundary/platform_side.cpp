@@ -15,9 +15,11 @@ namespace {
 
 int buffers = 0;
 int failing = 0;
+SIZE_T lastSize = 0;
 
 // What the platform allocates comes with no promise about its content.
 LPVOID WINAPI allocate(SIZE_T size) {
+    lastSize = size;
     if (failing != 0 && --failing == 0) return nullptr;
     void* memory = std::malloc(size == 0 ? 1 : size);
     std::memset(memory, 0xCD, size);
@@ -99,7 +101,10 @@ Answer PlatformSide::readFile(const char* directory, const char* file, DWORD dwF
     Answer answer;
     answer.status =
         data.pfnCardReadFile(&data, text(directory), text(file), dwFlags, &bytes, &size);
-    if (answer.status == 0) answer.bytes.assign(bytes, bytes + size);
+    if (answer.status == 0) {
+        EXPECT_EQ(lastSize, size) << "a buffer for the caller has the size of its content";
+        answer.bytes.assign(bytes, bytes + size);
+    }
     boundary::release(bytes);
     return answer;
 }
@@ -109,7 +114,10 @@ Answer PlatformSide::listFiles(const char* directory) {
     DWORD size = 0;
     Answer answer;
     answer.status = data.pfnCardEnumFiles(&data, text(directory), &names, &size, 0);
-    if (answer.status == 0) answer.bytes.assign(names, names + size);
+    if (answer.status == 0) {
+        EXPECT_EQ(lastSize, size);
+        answer.bytes.assign(names, names + size);
+    }
     boundary::release(names);
     return answer;
 }
@@ -119,7 +127,10 @@ Answer PlatformSide::property(LPCWSTR name, DWORD dwFlags, DWORD room) {
     DWORD size = 0;
     Answer answer;
     answer.status = data.pfnCardGetProperty(&data, name, buffer.data(), room, &size, dwFlags);
-    if (answer.status == 0) answer.bytes.assign(buffer.begin(), buffer.begin() + size);
+    if (answer.status == 0) {
+        EXPECT_EQ(lastSize, size);
+        answer.bytes.assign(buffer.begin(), buffer.begin() + size);
+    }
     return answer;
 }
 
@@ -164,6 +175,7 @@ Answer PlatformSide::sign(CARD_SIGNING_INFO info) {
     Answer answer;
     answer.status = data.pfnCardSignData(&data, &info);
     if (answer.status == 0 && info.pbSignedData != nullptr) {
+        EXPECT_EQ(lastSize, info.cbSignedData);
         answer.bytes.assign(info.pbSignedData, info.pbSignedData + info.cbSignedData);
     }
     boundary::release(info.pbSignedData);

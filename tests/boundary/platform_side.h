@@ -21,7 +21,8 @@ using virtual_card::fromHex;
 using virtual_card::toHex;
 
 inline constexpr int allCardTypes[] = {3, 4, 5, 6, 7, 8};
-/// Those whose authentication key is an elliptic-curve key.
+/// The cards with at least one key of the kind.
+inline constexpr int rsaCardTypes[] = {3, 6};
 inline constexpr int ecCardTypes[] = {4, 5, 6, 7, 8};
 
 /// A status and what came with it.

@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -18,11 +19,6 @@ namespace {
 using virtual_card::Fault;
 using virtual_card::PinRole;
 using Commands = std::vector<Bytes>;
-
-constexpr DWORD unexpected = 0x8010001F;
-constexpr DWORD fileNotFound = 0x80100024;
-constexpr DWORD pinWanted = 0x8010006A;
-constexpr DWORD wrongPin = 0x8010006B;
 
 // INS of ISO/IEC 7816-4 and 7816-8.
 constexpr std::uint8_t verifyIns = 0x20;
@@ -129,7 +125,7 @@ TEST_P(Reset, DuringTheAcquisitionEndsItAndTheNextOneSucceeds) {
                    std::size_t end = 0;
                    while (insOf(commands[end]) != readBinaryIns) ++end;
                    while (insOf(commands[end]) == readBinaryIns) ++end;
-                   return Outcome{n < end ? unexpected : fileNotFound, 0};
+                   return Outcome{n < end ? status::unexpected : status::fileNotFound, 0};
                },
                nothing});
 }
@@ -137,40 +133,41 @@ TEST_P(Reset, DuringTheAcquisitionEndsItAndTheNextOneSucceeds) {
 void Reset::expectVerification(PIN_ID pinId, PinRole role) {
     const virtual_card::PinRow& pin = pinRow(role);
     const bool isInRoot = pin.directory == virtual_card::masterFile;
-    goThrough({acquired,
-               [pinId, value = std::string(pin.value)](PlatformSide& card) {
-                   return card.authenticate(pinId, value);
-               },
-               [&](const Commands& commands, std::size_t n) -> Outcome {
-                   // The limits that files hold are read first, by SELECTs that want an answer.
-                   // They are given up for the defaults, and the first of the other commands
-                   // reconnects.
-                   std::size_t first = 0;
-                   while (insOf(commands[first]) != selectIns || commands[first].at(3) != 0x0C) {
-                       ++first;
-                   }
-                   if (n < first) return {0, 1};
-                   switch (insOf(commands[n])) {
-                       case selectIns:
-                           return {0, 1};  // From the root on, like any other.
-                       case getDataIns:
-                           return {isInRoot || isAtRoot(&virtual_card::PinRow::dataReference,
-                                                        pin.dataReference)
-                                       ? 0
-                                       : unexpected,
-                                   1};
-                       case verifyIns:
-                           if (isInRoot) return {0, 1};
-                           // Held against the PIN at the root that has the same reference.
-                           return {isAtRoot(&virtual_card::PinRow::reference, pin.reference)
-                                       ? wrongPin
-                                       : unexpected,
-                                   1};
-                       default:
-                           return {unexpected, 1};  // GET RESPONSE: nothing waits any longer.
-                   }
-               },
-               nothing});
+    goThrough(
+        {acquired,
+         [pinId, value = std::string(pin.value)](PlatformSide& card) {
+             return card.authenticate(pinId, value);
+         },
+         [&](const Commands& commands, std::size_t n) -> Outcome {
+             // The limits that files hold are read first, by SELECTs that want an answer.
+             // They are given up for the defaults, and the first of the other commands
+             // reconnects.
+             std::size_t first = 0;
+             while (insOf(commands[first]) != selectIns || commands[first].at(3) != 0x0C) {
+                 ++first;
+             }
+             if (n < first) return {0, 1};
+             switch (insOf(commands[n])) {
+                 case selectIns:
+                     return {0, 1};  // From the root on, like any other.
+                 case getDataIns:
+                     return {isInRoot || isAtRoot(&virtual_card::PinRow::dataReference,
+                                                  pin.dataReference)
+                                 ? 0
+                                 : status::unexpected,
+                             1};
+                 case verifyIns:
+                     if (isInRoot) return {0, 1};
+                     // Held against the PIN at the root that has the same reference.
+                     return {isAtRoot(&virtual_card::PinRow::reference, pin.reference)
+                                 ? status::wrongPin
+                                 : status::unexpected,
+                             1};
+                 default:
+                     return {status::unexpected, 1};  // GET RESPONSE: nothing waits any longer.
+             }
+         },
+         nothing});
 }
 
 TEST_P(Reset, DuringTheVerificationOfTheAuthenticationPin) {
@@ -218,11 +215,11 @@ TEST_P(Reset, WhileThePinIsTypedPutsTheDefaultLimitsInPlaceOfThoseInTheCardsFile
     };
     // The card's own limits of the signature PIN begin at 6, the defaults at 4.
     card.reader.clearExchanges();
-    EXPECT_EQ(card.authenticate(4, "12345"), wrongPin);
+    EXPECT_EQ(card.authenticate(4, "12345"), status::wrongPin);
     EXPECT_FALSE(verifyIsSent());
     card.reader.failTransmit(1, {Fault::Kind::ResetCard, 0});
     card.reader.clearExchanges();
-    EXPECT_EQ(card.authenticate(4, "12345"), wrongPin);
+    EXPECT_EQ(card.authenticate(4, "12345"), status::wrongPin);
     EXPECT_EQ(verifyIsSent(), !generation().knowsGetData);
 }
 
@@ -240,13 +237,14 @@ TEST_P(Reset, BetweenTwoCallsWithoutAReconnectOfThePlatform) {
         const std::string pin = card.pin(card.key(container).pin);
 
         card.reader.resetCard();
-        EXPECT_EQ(card.signMessage(container, "a message").status, unexpected);
+        EXPECT_EQ(card.signMessage(container, "a message").status, status::unexpected);
         if (container == 0 && card.isEcKey(0)) {
-            EXPECT_EQ(card.agreeWithItself(), pinWanted);
+            EXPECT_EQ(card.agreeWithItself(), status::securityViolation);
         }
         card.reader.resetCard();
-        EXPECT_EQ(card.authenticate(pinId, pin), reconnects ? 0u : unexpected);
-        EXPECT_EQ(card.signMessage(container, "a message").status, reconnects ? 0u : unexpected);
+        EXPECT_EQ(card.authenticate(pinId, pin), reconnects ? 0u : status::unexpected);
+        EXPECT_EQ(card.signMessage(container, "a message").status,
+                  reconnects ? 0u : status::unexpected);
         card.reconnect();
         EXPECT_TRUE(card.signsTruly(container));
     }
@@ -262,7 +260,7 @@ TEST_P(Reset, DuringASignatureIsAFailureWithoutAReconnect) {
                        return answer.status;
                    },
                    [](const Commands&, std::size_t) {
-                       return Outcome{unexpected, 0};
+                       return Outcome{status::unexpected, 0};
                    },
                    opened(container)});
     }
@@ -295,7 +293,7 @@ TEST_P(Reset, DuringASignatureWhereTheLengthStaysAsAnnounced) {
         card.reader.failTransmit(n + 1, {Fault::Kind::ResetCard, 0});
         const Answer answer = sign(card);
         constexpr std::uint8_t getResponseIns = 0xC0;
-        EXPECT_EQ(answer.status, insOf(commands[n]) == getResponseIns ? 0x80100068u : 0u);
+        EXPECT_EQ(answer.status, insOf(commands[n]) == getResponseIns ? status::resetCard : 0u);
         EXPECT_TRUE(answer.bytes.empty());
         putBehindTheSeam(card.reader.seam());
     }
@@ -307,7 +305,8 @@ void Reset::expectNoSignature(BYTE container) {
     card.openKey(container);
     card.reader.resetCard();
     card.reconnect();
-    EXPECT_EQ(card.signMessage(container, "a message").status, pinWanted) << int(container);
+    EXPECT_EQ(card.signMessage(container, "a message").status, status::securityViolation)
+        << int(container);
     EXPECT_TRUE(card.signsTruly(container)) << int(container);
 }
 
@@ -324,9 +323,9 @@ Outcome atKeyOperation(const Commands& commands, std::size_t n) {
         case selectIns:
         case verifyIns:
         case setEnvironmentIns:
-            return {pinWanted, 1};
+            return {status::securityViolation, 1};
         default:
-            return {unexpected, 1};
+            return {status::unexpected, 1};
     }
 }
 

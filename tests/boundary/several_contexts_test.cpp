@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -99,7 +100,7 @@ TEST(SeveralContexts, AVerifiedPinOfOneCardOpensNoOther) {
     first.acquireOrFail();
     second.acquireOrFail();
     first.openKey(0);
-    EXPECT_EQ(second.signMessage(0, "a message").status, 0x8010006Au);
+    EXPECT_EQ(second.signMessage(0, "a message").status, status::securityViolation);
     EXPECT_EQ(first.signMessage(0, "a message").status, 0u);
     second.release();
     EXPECT_EQ(first.signMessage(0, "a message").status, 0u);
@@ -142,7 +143,8 @@ TEST_P(TwoRecordsOfOneEcCard, KeepTheirAgreementsApart) {
     ASSERT_EQ(card.agreeWithItself(&index), 0u);
     EXPECT_EQ(index, 1);
     std::swap(card.data, other);
-    EXPECT_EQ(card.derive(1).status, 0x80100004u) << "the other record has no such secret";
+    EXPECT_EQ(card.derive(1).status, status::invalidParameter)
+        << "the other record has no such secret";
     ASSERT_EQ(card.agreeWithItself(&index), 0u);
     EXPECT_EQ(index, 1) << "each counts for itself";
     const Bytes derived = card.derive(1).bytes;

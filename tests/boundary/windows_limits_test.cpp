@@ -5,15 +5,10 @@
 #include <set>
 
 #include "platform_side.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
-
-constexpr DWORD invalidParameter = 0x80100004;
-constexpr DWORD insufficientBuffer = 0x80100008;
-constexpr DWORD unexpected = 0x8010001F;
-constexpr DWORD unsupported = 0x80100022;
-constexpr DWORD pinWanted = 0x8010006A;
 
 class WindowsLimits : public ::testing::TestWithParam<int> {
 protected:
@@ -76,28 +71,31 @@ TEST_P(WindowsLimits, CertificatesAreNotCompressed) {
 TEST_P(WindowsLimits, EnrolmentIsOfferedAndNoContainerCanBeMade) {
     EXPECT_EQ(card.numberOf(WIDE_TEXT("Supports Windows x.509 Enrollment"), 0), 1u);
     EXPECT_EQ(card.numberOf(WIDE_TEXT("Read Only Mode"), 0), 1u);
-    EXPECT_EQ(data.pfnCardCreateContainer(&data, 0, 1, AT_KEYEXCHANGE, 2048, nullptr), unsupported);
+    EXPECT_EQ(data.pfnCardCreateContainer(&data, 0, 1, AT_KEYEXCHANGE, 2048, nullptr),
+              status::unsupportedFeature);
     EXPECT_EQ(data.pfnCardCreateContainerEx(&data, 0, 1, AT_KEYEXCHANGE, 2048, nullptr, 1),
-              unsupported);
+              status::unsupportedFeature);
 }
 
 TEST_P(WindowsLimits, EveryChangeOfTheCardIsRefused) {
     BYTE bytes[4] = {};
-    EXPECT_EQ(data.pfnCardDeleteContainer(&data, 0, 0), unsupported);
-    EXPECT_EQ(data.pfnCardCreateDirectory(&data, mscp, UserCreateDeleteDirAc), unsupported);
-    EXPECT_EQ(data.pfnCardDeleteDirectory(&data, mscp), unsupported);
-    EXPECT_EQ(data.pfnCardCreateFile(&data, mscp, file, 4, EveryoneReadUserWriteAc), unsupported);
-    EXPECT_EQ(data.pfnCardWriteFile(&data, mscp, file, 0, bytes, 4), unsupported);
-    EXPECT_EQ(data.pfnCardDeleteFile(&data, mscp, file, 0), unsupported);
+    EXPECT_EQ(data.pfnCardDeleteContainer(&data, 0, 0), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardCreateDirectory(&data, mscp, UserCreateDeleteDirAc),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardDeleteDirectory(&data, mscp), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardCreateFile(&data, mscp, file, 4, EveryoneReadUserWriteAc),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardWriteFile(&data, mscp, file, 0, bytes, 4), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardDeleteFile(&data, mscp, file, 0), status::unsupportedFeature);
     EXPECT_EQ(data.pfnCardSetContainerProperty(&data, 0, WIDE_TEXT("PIN Identifier"), bytes, 4, 0),
-              unsupported);
+              status::unsupportedFeature);
     for (const LPCWSTR name :
          {WIDE_TEXT("Read Only Mode"), WIDE_TEXT("Cache Mode"),
           WIDE_TEXT("Supports Windows x.509 Enrollment"), WIDE_TEXT("Card Identifier"),
           WIDE_TEXT("Card Serial Number"), WIDE_TEXT("PIN Information")}) {
-        EXPECT_EQ(setProperty(name, Bytes(4, 0)), unsupported);
+        EXPECT_EQ(setProperty(name, Bytes(4, 0)), status::unsupportedFeature);
     }
-    EXPECT_EQ(setProperty(WIDE_TEXT("Free Space"), Bytes(16, 0)), invalidParameter);
+    EXPECT_EQ(setProperty(WIDE_TEXT("Free Space"), Bytes(16, 0)), status::invalidParameter);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 
@@ -106,14 +104,17 @@ TEST_P(WindowsLimits, ChallengesAndNewPinsAreRefused) {
     PBYTE challenge = nullptr;
     DWORD number = 0;
     WCHAR user[] = WIDE_TEXT("user");
-    EXPECT_EQ(data.pfnCardGetChallenge(&data, &challenge, &number), unsupported);
-    EXPECT_EQ(data.pfnCardAuthenticateChallenge(&data, bytes, 8, &number), unsupported);
-    EXPECT_EQ(data.pfnCardGetChallengeEx(&data, 2, &challenge, &number, 0), unsupported);
-    EXPECT_EQ(data.pfnCardUnblockPin(&data, user, bytes, 8, bytes, 8, 3, 0), unsupported);
+    EXPECT_EQ(data.pfnCardGetChallenge(&data, &challenge, &number), status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardAuthenticateChallenge(&data, bytes, 8, &number),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardGetChallengeEx(&data, 2, &challenge, &number, 0),
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCardUnblockPin(&data, user, bytes, 8, bytes, 8, 3, 0),
+              status::unsupportedFeature);
     EXPECT_EQ(data.pfnCardChangeAuthenticator(&data, user, bytes, 4, bytes, 4, 3, 0, &number),
-              unsupported);
+              status::unsupportedFeature);
     EXPECT_EQ(data.pfnCardChangeAuthenticatorEx(&data, 1, 1, bytes, 4, 1, bytes, 4, 3, &number),
-              unsupported);
+              status::unsupportedFeature);
     EXPECT_EQ(challenge, nullptr);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
@@ -127,20 +128,22 @@ TEST_P(WindowsLimits, FunctionsOfSessionKeysEndAsUnexpectedAndNotAsUnsupported) 
     CARD_ENCRYPTED_DATA encrypted{};
     PCARD_ENCRYPTED_DATA encryptedList = nullptr;
     const LPCWSTR name = WIDE_TEXT("3DES_112");
-    EXPECT_EQ(data.pfnCspUnpadData(&decrypted, &size, &output), unexpected);
-    EXPECT_EQ(data.pfnMDImportSessionKey(&data, name, name, &key, bytes, 4), unexpected);
+    EXPECT_EQ(data.pfnCspUnpadData(&decrypted, &size, &output), status::unexpected);
+    EXPECT_EQ(data.pfnMDImportSessionKey(&data, name, name, &key, bytes, 4), status::unexpected);
     EXPECT_EQ(data.pfnMDEncryptData(&data, key, name, bytes, 4, 0, &encryptedList, &size),
-              unexpected);
-    EXPECT_EQ(data.pfnCardGetSharedKeyHandle(&data, bytes, 4, &output, &size, &key), unexpected);
-    EXPECT_EQ(data.pfnCardGetAlgorithmProperty(&data, name, name, bytes, 4, &size, 0), unexpected);
-    EXPECT_EQ(data.pfnCardGetKeyProperty(&data, key, name, bytes, 4, &size, 0), unexpected);
-    EXPECT_EQ(data.pfnCardSetKeyProperty(&data, key, name, bytes, 4, 0), unexpected);
-    EXPECT_EQ(data.pfnCardDestroyKey(&data, key), unexpected);
+              status::unexpected);
+    EXPECT_EQ(data.pfnCardGetSharedKeyHandle(&data, bytes, 4, &output, &size, &key),
+              status::unexpected);
+    EXPECT_EQ(data.pfnCardGetAlgorithmProperty(&data, name, name, bytes, 4, &size, 0),
+              status::unexpected);
+    EXPECT_EQ(data.pfnCardGetKeyProperty(&data, key, name, bytes, 4, &size, 0), status::unexpected);
+    EXPECT_EQ(data.pfnCardSetKeyProperty(&data, key, name, bytes, 4, 0), status::unexpected);
+    EXPECT_EQ(data.pfnCardDestroyKey(&data, key), status::unexpected);
     EXPECT_EQ(data.pfnCardProcessEncryptedData(&data, key, name, &encrypted, 1, bytes, 4, &size, 0),
-              unexpected);
+              status::unexpected);
     EXPECT_EQ(data.pfnCardImportSessionKey(&data, 0, nullptr, name, name, &key, bytes, 4, 0),
-              unsupported);
-    EXPECT_EQ(data.pfnCspGetDHAgreement(&data, nullptr, bytes, 0), unsupported);
+              status::unsupportedFeature);
+    EXPECT_EQ(data.pfnCspGetDHAgreement(&data, nullptr, bytes, 0), status::unsupportedFeature);
     EXPECT_EQ(output, nullptr);
     EXPECT_EQ(encryptedList, nullptr);
 }
@@ -167,9 +170,9 @@ TEST_P(WindowsLimits, PropertiesThatAreNotOffered) {
     for (const LPCWSTR name :
          {WIDE_TEXT("Card Serial Number"), WIDE_TEXT("Authenticated State"),
           WIDE_TEXT("PIN Strength Change"), WIDE_TEXT("PIN Strength Unblock")}) {
-        EXPECT_EQ(card.property(name, 0).status, unsupported);
+        EXPECT_EQ(card.property(name, 0).status, status::unsupportedFeature);
     }
-    EXPECT_EQ(card.property(WIDE_TEXT("Nobody's"), 0).status, invalidParameter);
+    EXPECT_EQ(card.property(WIDE_TEXT("Nobody's"), 0).status, status::invalidParameter);
 }
 
 // Records, buffers and windows -----------------------------------------------------------------
@@ -178,7 +181,7 @@ TEST_P(WindowsLimits, OnlyTheSeventhVersionOfTheRecordIsServed) {
     for (const DWORD version : {4u, 5u, 6u}) {
         CARD_DATA older = data;
         older.dwVersion = version;
-        EXPECT_EQ(acquireContextOfDriver()(&older, 0), 0x51Au) << version;
+        EXPECT_EQ(acquireContextOfDriver()(&older, 0), status::revisionMismatch) << version;
         EXPECT_EQ(older.dwVersion, version);
     }
     EXPECT_EQ(data.dwVersion, 7u);
@@ -202,28 +205,30 @@ TEST_P(WindowsLimits, AShortBufferIsToldByACodeOfTheSmartCardService) {
           Row{WIDE_TEXT("Card Identifier"), 0, 16}, Row{WIDE_TEXT("PIN Information"), 1, 36},
           Row{WIDE_TEXT("PIN List"), 0, 4}}) {
         EXPECT_EQ(card.property(row.name, row.dwFlags, row.size).status, 0u);
-        EXPECT_EQ(card.property(row.name, row.dwFlags, row.size - 1).status, insufficientBuffer);
+        EXPECT_EQ(card.property(row.name, row.dwFlags, row.size - 1).status,
+                  status::insufficientBuffer);
     }
-    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("PIN Identifier"), 3).status, insufficientBuffer);
+    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("PIN Identifier"), 3).status,
+              status::insufficientBuffer);
 }
 
 TEST_P(WindowsLimits, NoBufferIsABadArgumentAndNoQuestionForTheSize) {
     DWORD size = 77;
     EXPECT_EQ(data.pfnCardGetProperty(&data, WIDE_TEXT("PIN List"), nullptr, 0, &size, 0),
-              invalidParameter);
+              status::invalidParameter);
     EXPECT_EQ(data.pfnCardGetContainerProperty(&data, 0, WIDE_TEXT("PIN Identifier"), nullptr, 0,
                                                &size, 0),
-              invalidParameter);
+              status::invalidParameter);
     EXPECT_EQ(size, 77u);
 }
 
 TEST_P(WindowsLimits, AParentWindowTakesEightBytesOnEveryBuild) {
     EXPECT_EQ(setProperty(WIDE_TEXT("Parent Window"), Bytes(8, 0)), 0u);
-    EXPECT_EQ(setProperty(WIDE_TEXT("Parent Window"), Bytes(4, 0)), invalidParameter);
+    EXPECT_EQ(setProperty(WIDE_TEXT("Parent Window"), Bytes(4, 0)), status::invalidParameter);
     // The whole handle of a 32-bit program is refused, that of a 64-bit program is taken.
     EXPECT_EQ(setProperty(WIDE_TEXT("Parent Window"), Bytes(sizeof(void*), 0)),
-              sizeof(void*) == 8 ? 0u : invalidParameter);
-    EXPECT_EQ(card.property(WIDE_TEXT("Parent Window"), 0).status, invalidParameter);
+              sizeof(void*) == 8 ? 0u : status::invalidParameter);
+    EXPECT_EQ(card.property(WIDE_TEXT("Parent Window"), 0).status, status::invalidParameter);
 }
 
 // Files and containers -------------------------------------------------------------------------
@@ -247,16 +252,16 @@ TEST_P(WindowsLimits, ARecordOfAFileServesOneCall) {
     info.dwVersion = 1;
     EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, map, &info), 0u);
     EXPECT_EQ(info.dwVersion, 7u);
-    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, map, &info), 0x51Au);
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, map, &info), status::revisionMismatch);
     info.dwVersion = 1;
-    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, file, &info), 0x80100024u);
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, mscp, file, &info), status::fileNotFound);
     EXPECT_EQ(info.dwVersion, 7u) << "also where there is no such file";
 }
 
 TEST_P(WindowsLimits, TheFileOfRootCertificatesIsUnexpectedAndNotMissing) {
-    EXPECT_EQ(card.readFile("mscp", "msroots").status, unexpected);
-    EXPECT_EQ(card.readFile("mscp", "unknown").status, 0x80100024u);
-    EXPECT_EQ(card.readFile("other", "cmapfile").status, 0x80100023u);
+    EXPECT_EQ(card.readFile("mscp", "msroots").status, status::unexpected);
+    EXPECT_EQ(card.readFile("mscp", "unknown").status, status::fileNotFound);
+    EXPECT_EQ(card.readFile("other", "cmapfile").status, status::directoryNotFound);
 }
 
 TEST_P(WindowsLimits, NothingIsToBeCached) {
@@ -329,7 +334,7 @@ TEST_P(WindowsLimits, ThePinListSetsBitsThatNameNoPin) {
     for (DWORD pinId = 0; pinId < 32; ++pinId) {
         const bool exists = pinId >= 1 && pinId <= 4;
         EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), pinId).status,
-                  exists ? 0u : invalidParameter)
+                  exists ? 0u : status::invalidParameter)
             << pinId;
     }
 }
@@ -361,11 +366,11 @@ TEST_P(WindowsLimits, PinsAreOfFourKindsWithTheirCachePolicies) {
 TEST_P(WindowsLimits, DeauthenticationIsLeftToAResetOfTheCard) {
     EXPECT_EQ(data.pfnCardDeauthenticate, nullptr);
     card.openKey(0);
-    EXPECT_EQ(data.pfnCardDeauthenticateEx(&data, 1 << 1, 0), unsupported);
+    EXPECT_EQ(data.pfnCardDeauthenticateEx(&data, 1 << 1, 0), status::unsupportedFeature);
     EXPECT_EQ(card.signMessage(0, "a message").status, 0u) << "the PIN is still open";
     card.reader.resetCard();
     card.reconnect();
-    EXPECT_EQ(card.signMessage(0, "a message").status, pinWanted);
+    EXPECT_EQ(card.signMessage(0, "a message").status, status::securityViolation);
     EXPECT_TRUE(card.signsTruly(0));
 }
 
@@ -376,7 +381,7 @@ TEST_P(WindowsLimits, SessionPinsAreRefused) {
     for (const DWORD flag :
          {CARD_AUTHENTICATE_GENERATE_SESSION_PIN, CARD_AUTHENTICATE_SESSION_PIN}) {
         EXPECT_EQ(data.pfnCardAuthenticateEx(&data, 1, flag, pin, 4, &session, &size, nullptr),
-                  unsupported);
+                  status::unsupportedFeature);
     }
     EXPECT_EQ(session, nullptr);
     EXPECT_TRUE(card.reader.exchanges().empty());

@@ -116,5 +116,49 @@ class NamedTests(PlantedFaults):
         self.assertEqual(len(self.limits_findings("")), 1)
 
 
+class Quirks(PlantedFaults):
+    PAGE = "# Oddities\n\n## Log\n\n### two-blanks\n\nWhat.\n\n- Who would notice: all.\n- Test: `Log.HasBlanks`\n"
+    CODE = "int a;\n// quirk: two-blanks. A reason.\n"
+    CASE = "TEST_F(Log, HasBlanks) {\n"
+
+    def quirk_findings(self, page=PAGE, code=CODE, case=CASE):
+        self.write("docs/quirks.md", page)
+        self.write("src/log/a.cpp", code)
+        self.write("tests/unit/log/a_test.cpp", case)
+        return self.findings("check_quirks.py")
+
+    def test_a_page_that_fits_the_code_and_the_tests_passes(self):
+        self.assertEqual(self.quirk_findings(), [])
+
+    def test_a_name_without_code_is_found(self):
+        self.assertEqual(self.quirk_findings(code=""), ["docs/quirks.md:5: no code has two-blanks"])
+
+    def test_a_name_in_the_code_that_the_page_lacks_is_found(self):
+        self.assertEqual(self.quirk_findings(code=self.CODE + "int b;  // quirk: other. Why.\n"),
+                         ["src/log/a.cpp:3: other is not in docs/quirks.md"])
+
+    def test_a_test_that_is_gone_is_found(self):
+        for case in ("", "TEST(Log, HasBlank) {\n", "// Log.HasBlanks\n"):
+            with self.subTest(case):
+                self.assertEqual(self.quirk_findings(case=case), ["docs/quirks.md:5: there is no test Log.HasBlanks"])
+
+    def test_a_section_without_a_test_or_a_witness_is_found(self):
+        for line, finding in (("- Test: `Log.HasBlanks`\n", "names no test"),
+                              ("- Who would notice: all.\n", "does not say who would notice")):
+            with self.subTest(line):
+                self.assertEqual(self.quirk_findings(page=self.PAGE.replace(line, "")),
+                                 [f"docs/quirks.md:5: two-blanks {finding}"])
+
+    def test_a_name_that_stands_twice_is_found(self):
+        twice = self.PAGE + self.PAGE[self.PAGE.index("\n### "):]
+        self.assertEqual(self.quirk_findings(page=twice), ["docs/quirks.md:12: two-blanks stands here twice"])
+
+    def test_a_comment_without_a_reason_is_found(self):
+        for comment in ("// A pointer, and meant so.", "int a;  // Meant so: as it is.", "// The two blanks are meant."):
+            with self.subTest(comment):
+                self.assertEqual(self.quirk_findings(code=self.CODE + comment + "\n"),
+                                 ["src/log/a.cpp:3: a reason in words, or nothing"])
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/wide_text.h"
 #include "session/card_context.h"
@@ -12,8 +13,10 @@ namespace {
 
 int failingAllocation = 0;
 int allocations = 0;
+std::vector<std::size_t> sizes;
 
 LPVOID WINAPI allocate(SIZE_T size) {
+    sizes.push_back(size);
     if (failingAllocation != 0 && --failingAllocation == 0) return nullptr;
     ++allocations;
     return std::malloc(size);
@@ -157,6 +160,7 @@ PlatformRecord::PlatformRecord(CardType type) : atr(bytes(atrOf(type))) {
     data.hScard = ScriptedCard::handle;
     failingAllocation = 0;
     allocations = 0;
+    sizes.clear();
 }
 
 PlatformRecord::~PlatformRecord() {
@@ -174,6 +178,10 @@ void PlatformRecord::failAllocation(int n) {
 
 int PlatformRecord::liveAllocations() {
     return allocations;
+}
+
+std::vector<std::size_t> PlatformRecord::takeAllocatedSizes() {
+    return std::exchange(sizes, {});
 }
 
 }  // namespace KelmoraID::testing

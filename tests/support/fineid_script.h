@@ -54,6 +54,8 @@ public:
     static void failAllocation(int n);
     /// Buffers from pfnCspAlloc that were not freed yet.
     static int liveAllocations();
+    /// The sizes asked of pfnCspAlloc since construction or the last call, in order.
+    static std::vector<std::size_t> takeAllocatedSizes();
 };
 
 }  // namespace KelmoraID::testing

@@ -44,6 +44,20 @@ std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
     return stream << "[" << line.scope << "] " << line.message;
 }
 
+LogLines lines(const std::string& scope, std::initializer_list<std::string> messages) {
+    LogLines result;
+    for (const std::string& message : messages) result.push_back({scope, message});
+    return result;
+}
+
+std::string exited(const std::string& status, const std::string& suffix) {
+    return "Exiting the function, with status code: '" + status + "'" + suffix;
+}
+
+LogLine exitLine(const std::string& scope, const std::string& status) {
+    return {scope, exited(status)};
+}
+
 std::string logFileContent() {
     std::ifstream stream(logFilePath(), std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};

@@ -57,7 +57,7 @@ TEST(ApduCommand, Encodes255BytesOfDataWithLcFF) {
     EXPECT_EQ(log.output(), LogLines{});
 }
 
-// The asymmetry is meant: 256 bytes pass the size check and lose their data without a word.
+// Unlike more, 256 bytes pass the size check and lose their data without a word.
 TEST(ApduCommand, LeavesOut256BytesOfDataWithoutAWord) {
     LogCapture log;
     EXPECT_EQ(commandWith(256, BYTE{0x20}).encode(), bytes("10 2A 80 86 20"));

@@ -5,6 +5,7 @@
 #include "apdu/apdu_commands.h"
 #include "support/log_capture.h"
 #include "support/scripted_card.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -75,7 +76,7 @@ TEST(ApduResult, KeepsWhatStandsOnAReplyOfFewerThanTwoBytes) {
 
 TEST(ApduResult, ReplacesTheTransportErrorCodeByThatOfTheStatusWord) {
     const ApduResult result = resultOf("6A 88");
-    EXPECT_EQ(static_cast<std::uint32_t>(result.transportErrorCode), 0x80100024U);
+    EXPECT_EQ(static_cast<std::uint32_t>(result.transportErrorCode), status::fileNotFound);
     EXPECT_FALSE(result.success());
     EXPECT_TRUE(result.isError());
 
@@ -110,15 +111,15 @@ TEST(ApduResult, CountsTheBytesWaitingBySw2OfA61) {
 TEST(ApduResult, GivesTheOutcomeOfAVerify) {
     ApduResult blocked = resultOf("69 84");
     EXPECT_EQ(blocked.verifyOutcome(), 0);
-    EXPECT_EQ(static_cast<std::uint32_t>(blocked.transportErrorCode), 0x8010006CU);
+    EXPECT_EQ(static_cast<std::uint32_t>(blocked.transportErrorCode), status::blockedPin);
 
     ApduResult wrong = resultOf("63 C2");
     EXPECT_EQ(wrong.verifyOutcome(), 2);
-    EXPECT_EQ(static_cast<std::uint32_t>(wrong.transportErrorCode), 0x8010006BU);
+    EXPECT_EQ(static_cast<std::uint32_t>(wrong.transportErrorCode), status::wrongPin);
 
     ApduResult last = resultOf("63 C0");
     EXPECT_EQ(last.verifyOutcome(), 0);
-    EXPECT_EQ(static_cast<std::uint32_t>(last.transportErrorCode), 0x8010006BU);
+    EXPECT_EQ(static_cast<std::uint32_t>(last.transportErrorCode), status::wrongPin);
 
     for (const char* word : {"90 00", "63 00", "69 83", "63 D2"}) {
         ApduResult other = resultOf(word);

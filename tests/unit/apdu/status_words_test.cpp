@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "apdu/status_word_table.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -23,10 +24,10 @@ void expectRow(const StatusWordInfo& info, std::uint16_t Sw1Sw2, const char* typ
 TEST(StatusWords, HaveTheRowsOfTheTable) {
     StatusWordTable table;
     expectRow(table.lookup(0x9000), 0x9000, "CommonError", 0, 0, "Command processed without error");
-    expectRow(table.lookup(0x6700), 0x6700, "CommonError", 3, 0x80100004,
+    expectRow(table.lookup(0x6700), 0x6700, "CommonError", 3, status::invalidParameter,
               "Incorrect length. Lc > 30.");
     // The characters of this text are an en dash and three typographic apostrophes, in UTF-8.
-    expectRow(table.lookup(0x6985), 0x6985, "SignError", 3, 0x8010006F,
+    expectRow(table.lookup(0x6985), 0x6985, "SignError", 3, status::cardNotAuthenticated,
               "Conditions of use not satisfied, for example: No hashed message available from "
               "PSO\xE2\x80\x93"
               "Hash command, No algorithm or private key in the current SE\xE2\x80\x99s DST, "
@@ -35,28 +36,28 @@ TEST(StatusWords, HaveTheRowsOfTheTable) {
               "initialized, PIN protecting the signature key has not been changed since "
               "personalization, Security attribute for the current contact/contactless interface "
               "is absent");
-    expectRow(table.lookup(0x6986), 0x6986, "SignError", 3, 0x80100022,
+    expectRow(table.lookup(0x6986), 0x6986, "SignError", 3, status::unsupportedFeature,
               "Command not allowed (use of SHA-1 has been prohibited by the cryptographic "
               "environment parameters data object)");
-    expectRow(table.lookup(0x6A84), 0x6A84, "SignError", 2, 0x8010006A,
+    expectRow(table.lookup(0x6A84), 0x6A84, "SignError", 2, status::securityViolation,
               "Signature counter exceeds maximum allowed value.");
-    expectRow(table.lookup(0x6A86), 0x6A86, "SignError", 3, 0x80100004,
+    expectRow(table.lookup(0x6A86), 0x6A86, "SignError", 3, status::invalidParameter,
               "Incorrect P1, P2. Must be 9Eh 9Ah");
-    expectRow(table.lookup(0x6A88), 0x6A88, "SignError", 3, 0x80100024,
+    expectRow(table.lookup(0x6A88), 0x6A88, "SignError", 3, status::fileNotFound,
               "Referenced data not found");
     expectRow(table.lookup(0x6100), 0x6100, "GetResponseError", 1, 0,
               "Data bytes still waiting in the card: ");
     expectRow(table.lookup(0x6C00), 0x6C00, "GetResponseError", 1, 0, "if Le > Licc = ");
-    expectRow(table.lookup(0x6982), 0x6982, "GetResponseError", 2, 0x8010006A,
+    expectRow(table.lookup(0x6982), 0x6982, "GetResponseError", 2, status::securityViolation,
               "Security status not satisfied");
 }
 
-// The table holds a row for 6982 of a signature; a later row of the same word wins, and is meant
+// The table holds a row for 6982 of a signature; a later row of the same word wins, and has
 // to.
 TEST(StatusWords, Give6982TheLastOfItsTwoRows) {
     StatusWordTable table;
     EXPECT_EQ(table.lookup(0x6982).text, "Security status not satisfied");
-    EXPECT_EQ(table.lookup(0x6982).platformCode, 0x8010006AU);
+    EXPECT_EQ(table.lookup(0x6982).platformCode, status::securityViolation);
     EXPECT_EQ(table.lookup(0x6982).type, "GetResponseError");
 }
 
@@ -65,7 +66,7 @@ TEST(StatusWords, PutSw2AsADecimalNumberBehindTheTextOfARowOfSw1) {
     expectRow(table.lookup(0x6110), 0x6110, "GetResponseError", 1, 0,
               "Data bytes still waiting in the card: 16");
     expectRow(table.lookup(0x6C20), 0x6C20, "GetResponseError", 1, 0, "if Le > Licc = 32");
-    expectRow(table.lookup(0x67FF), 0x67FF, "CommonError", 3, 0x80100004,
+    expectRow(table.lookup(0x67FF), 0x67FF, "CommonError", 3, status::invalidParameter,
               "Incorrect length. Lc > 30.255");
     // A row of SW1 itself is never touched by that.
     EXPECT_EQ(table.lookup(0x6100).text, "Data bytes still waiting in the card: ");

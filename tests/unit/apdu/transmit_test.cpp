@@ -9,6 +9,7 @@
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/scripted_card.h"
+#include "support/statuses.h"
 
 namespace KelmoraID::FINEID {
 namespace {
@@ -130,9 +131,10 @@ TEST(Transmit, GivesUpOnACardThatIsResetOnBothTries) {
     card.expectFailure(root, SCARD_W_RESET_CARD);
     LogCapture log;
     Select select = selectRoot();
-    expectTransportFailure(select, static_cast<LONG>(0x80100068), "Failed to transmit data.");
+    expectTransportFailure(select, static_cast<LONG>(status::resetCard),
+                           "Failed to transmit data.");
     EXPECT_EQ(card.reconnects().size(), 1U);
-    // The code is printed as a signed number, and is meant to be.
+    // The code is printed as a signed number: a PC/SC code is a LONG.
     EXPECT_EQ(log.file(),
               (LogLines{{"Transmit",
                          "ERROR: Failed to transmit an apdu. Tried reconnecting: true. Error: "
@@ -266,7 +268,8 @@ TEST(TransmitError, KeepsItsTextAlone) {
     const TransmitError error(SCARD_W_RESET_CARD, "Failed to transmit data.");
     const TransmitError copy = error;
     EXPECT_STREQ(copy.what(), "Failed to transmit data.");
-    EXPECT_EQ(copy.code(), std::error_code(static_cast<int>(0x80100068), std::system_category()));
+    EXPECT_EQ(copy.code(),
+              std::error_code(static_cast<int>(status::resetCard), std::system_category()));
 }
 
 }  // namespace

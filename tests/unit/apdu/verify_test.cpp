@@ -45,7 +45,7 @@ TEST(Verify, Adds80ToTheReferenceOnCardType6AndOnlyThere) {
 TEST(Verify, WipesAndEmptiesThePinAtTheFirstResponse) {
     for (const char* reply : {"90 00", "63 C2", "69 84", "67 00", "6F 00"}) {
         Verify verify(0x11, CardType::type3, pin);
-        // The request that was sent keeps its own copy, and is meant to.
+        // The request that was sent keeps its own copy.
         const ApduRequest request = verify.buildRequest();
         const BYTE* storage = verify.data()->data();
         verify.handleResponse(ApduResponse(bytes(reply)));
@@ -75,7 +75,7 @@ struct Answer {
 };
 
 // success means that the card gave an answer to a PIN, not that the PIN was right. A 63C0 means
-// blocked to a query alone, and a 6983 never, unlike a 6984: all of it meant.
+// blocked to a query alone, and a 6983 never, unlike a 6984.
 constexpr Answer answers[] = {
     {"90 00", true, true, true, false, -1},   {"90 00", false, true, true, false, -1},
     {"63 00", true, true, false, false, -1},  {"63 00", false, true, false, false, -1},

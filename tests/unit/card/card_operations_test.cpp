@@ -19,7 +19,7 @@ using testing::ScriptedCard;
 constexpr const char* fineid = "00A4 040C 0C A000000063504B43532D3135";
 constexpr const char* root = "00A4 000C 02 3F00";
 
-// The text of the runtime error that a selection throws as a pointer, and is meant to: a handler
+// The text of the runtime error that a selection throws as a pointer: a handler
 // for std::exception, which stands first here, does not see it.
 template <typename Selection>
 std::string thrownPointerOf(Selection selection) {

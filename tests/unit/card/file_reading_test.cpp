@@ -98,7 +98,7 @@ TEST(FileReading, WalksTheLadderOfACardThatTakesTheThirdFormOfDirectories) {
     EXPECT_EQ(result.responseData, bytes(content(0, 200)));
 }
 
-// The control parameters then pass for the content, and are meant to.
+// The control parameters then pass for the content.
 TEST(FileReading, GivesTheControlParametersOfAFileOfSize0) {
     for (const char* answer : {"6204 8002 0000", "6F04 8002 0010", ""}) {
         ScriptedCard card;
@@ -171,7 +171,7 @@ TEST(FileReading, TakesAWarningAtTheFilesEndForAFailure) {
     EXPECT_FALSE(readBinary(3).success());
 }
 
-// Meant so: no caller checks a length.
+// No caller checks a length.
 TEST(FileReading, GivesAShortChunkAloneAsASuccess) {
     ScriptedCard card;
     card.expect("00B0 0000 7F", content(0, 127) + "9000").expect("00B0 007F 03", "AABB 9000");

@@ -46,7 +46,7 @@ TEST(PinCommands, ReportAnUnselectableRootThoughTheTraceIsOff) {
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "On selecting root MF directory: 6a82"}}));
 }
 
-// No blank between the words and the number, and meant so.
+// No blank between the words and the number.
 TEST(PinCommands, ReportAnUnselectableEsignDirectoryThoughTheTraceIsOff) {
     ScriptedCard card;
     card.expect(root, "9000").expect(esign, "6A86");

@@ -43,9 +43,9 @@ constexpr AnswerCase answerCases[] = {
     {"6300", -1, PinVerifyResult::wrong, PinVerifyResult::wrong},
     {"63C2", 2, PinVerifyResult::wrong, PinVerifyResult::wrong},
     {"63CF", 15, PinVerifyResult::wrong, PinVerifyResult::wrong},
-    // Meant so: as the answer to a real PIN it is one more wrong PIN.
+    // As the answer to a real PIN it is one more wrong PIN.
     {"63C0", 0, PinVerifyResult::wrong, PinVerifyResult::blocked},
-    // Meant so: unlike 6984 it does not say blocked.
+    // Unlike 6984 it does not say blocked.
     {"6983", 0, PinVerifyResult::wrong, PinVerifyResult::wrong},
     {"6984", 0, PinVerifyResult::blocked, PinVerifyResult::blocked},
 };

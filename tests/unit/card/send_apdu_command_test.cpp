@@ -129,7 +129,7 @@ TEST(SendApduCommand, ReportsAReplyOfFewerThanTwoBytes) {
     }
 }
 
-// Meant so: a failing call's code goes into the record, and the bytes that its length names are
+// A failing call's code goes into the record, and the bytes that its length names are
 // parsed as a reply all the same.
 TEST(SendApduCommand, ParsesWhatAFailedCallLeftInTheBuffer) {
     ScriptedCard card;

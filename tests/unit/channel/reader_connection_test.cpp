@@ -4,6 +4,7 @@
 
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -37,6 +38,7 @@ protected:
         };
         platformCalls().SCardDisconnect = [this](SCARDHANDLE card, DWORD disposition) -> LONG {
             EXPECT_EQ(card, someCard);
+            linesBeforeDisconnect = log.output();
             dispositions.push_back(disposition);
             return disconnectCode;
         };
@@ -47,6 +49,7 @@ protected:
     LONG connectCode = 0;
     LONG disconnectCode = 0;
     std::vector<DWORD> dispositions;
+    LogLines linesBeforeDisconnect;  // of standard output
 };
 
 TEST_F(ReaderConnectionTest, KeepsTheReadersNameAlsoAsUtf8) {
@@ -71,7 +74,8 @@ TEST_F(ReaderConnectionTest, DisconnectsAtItsEndWithALineAndLeavesTheCardAsItIs)
         connection.connect(someContext);
     }
     EXPECT_EQ(dispositions, std::vector<DWORD>{SCARD_LEAVE_CARD});
-    EXPECT_EQ(log.output(), (LogLines{{"ERROR", leftOpen}}));
+    EXPECT_EQ(linesBeforeDisconnect, (LogLines{{"ERROR", leftOpen}}));
+    EXPECT_EQ(log.output(), LogLines{}) << "the line comes first";
     EXPECT_EQ(log.file(), LogLines{});
 }
 
@@ -83,7 +87,7 @@ TEST_F(ReaderConnectionTest, IgnoresAFailingDisconnect) {
         connection.connect(someContext);
     }
     EXPECT_EQ(dispositions.size(), 1U);
-    EXPECT_EQ(log.output(), (LogLines{{"ERROR", leftOpen}}));
+    EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(ReaderConnectionTest, EndsQuietlyWhenItIsNotConnected) {
@@ -100,7 +104,7 @@ TEST_F(ReaderConnectionTest, ReportsNoLineForAReaderWithoutACard) {
     {
         ReaderConnection connection;
         connection.setReaderName(WIDE_TEXT("Lukija \u00E4"));
-        EXPECT_EQ(static_cast<DWORD>(connection.connect(someContext)), 0x80100069U);
+        EXPECT_EQ(static_cast<DWORD>(connection.connect(someContext)), status::removedCard);
         EXPECT_EQ(connection.handle(), 0U);
         EXPECT_EQ(connection.protocol(), 0U);
     }
@@ -109,7 +113,7 @@ TEST_F(ReaderConnectionTest, ReportsNoLineForAReaderWithoutACard) {
     EXPECT_EQ(log.file(), LogLines{});
 }
 
-// Meant so: connecting begins from nothing, and what was connected before is given up as it is.
+// Connecting begins from nothing, and what was connected before is given up as it is.
 TEST_F(ReaderConnectionTest, GivesUpAnEarlierHandleWithoutADisconnectWhenItConnectsAgain) {
     {
         ReaderConnection connection;

@@ -5,6 +5,7 @@
 #include "session/entry_points.h"
 #include "support/acquired_card.h"
 #include "support/log_capture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -13,11 +14,6 @@ using namespace testing;
 
 LPSTR name(const char* text) {
     return const_cast<LPSTR>(text);
-}
-
-LogLine exitLine(const char* status) {
-    return {"CardReadFile",
-            std::string("Exiting the function, with status code: '") + status + "'"};
 }
 
 class VirtualFilesTest : public ::testing::Test {
@@ -97,57 +93,63 @@ TEST_F(CardReadFileTest, LogsParametersAndExit) {
                         {"CardReadFile",
                          "function parameters, pszDirectoryName:'NULL', pszFileName:'cardcf' "
                          "dwFlags:'0'"},
-                        exitLine("0x00000000")}));
+                        exitLine("CardReadFile", "0x00000000")}));
     read(two, "mscp", "kxc00");
     EXPECT_EQ(log.file(),
               (LogLines{{"CardReadFile", "Entering the function"},
                         {"CardReadFile",
                          "function parameters, pszDirectoryName:'mscp', pszFileName:'kxc00' "
                          "dwFlags:'0'"},
-                        exitLine("0x00000000")}));
+                        exitLine("CardReadFile", "0x00000000")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(CardReadFileTest, RefusesBadArgumentsWithoutAFurtherLine) {
     PBYTE data = nullptr;
     DWORD size = 0;
-    EXPECT_EQ(CardReadFile(nullptr, nullptr, name("cardid"), 0, &data, &size), 0x80100004);
-    EXPECT_EQ(CardReadFile(two.data(), nullptr, nullptr, 0, &data, &size), 0x80100004);
-    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 1, &data, &size), 0x80100004);
-    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, nullptr, &size), 0x80100004);
-    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, &data, nullptr), 0x80100004);
-    EXPECT_EQ(CardReadFile(two.data(), nullptr, name(""), 0, &data, &size), 0x80100004);
+    EXPECT_EQ(CardReadFile(nullptr, nullptr, name("cardid"), 0, &data, &size),
+              status::invalidParameter);
+    EXPECT_EQ(CardReadFile(two.data(), nullptr, nullptr, 0, &data, &size),
+              status::invalidParameter);
+    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 1, &data, &size),
+              status::invalidParameter);
+    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, nullptr, &size),
+              status::invalidParameter);
+    EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, &data, nullptr),
+              status::invalidParameter);
+    EXPECT_EQ(CardReadFile(two.data(), nullptr, name(""), 0, &data, &size),
+              status::invalidParameter);
     EXPECT_EQ(log.file(), LogLines(6, {"CardReadFile", "Entering the function"}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(CardReadFileTest, RefusesAnotherDirectoryThanMscp) {
     for (const char* directory : {"other", "", "mscp ", "mscpmscpmscp"}) {
-        EXPECT_EQ(read(two, directory, "kxc00").status, 0x80100023) << directory;
-        EXPECT_EQ(log.file().back(), exitLine("0x80100023"));
+        EXPECT_EQ(read(two, directory, "kxc00").status, status::directoryNotFound) << directory;
+        EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100023"));
     }
 }
 
 TEST_F(CardReadFileTest, RefusesUnknownNamesInBothDirectories) {
-    EXPECT_EQ(read(two, nullptr, "nothing").status, 0x80100024);
-    EXPECT_EQ(log.file().back(), exitLine("0x80100024"));
-    EXPECT_EQ(read(two, "mscp", "kxc01").status, 0x80100024);
-    EXPECT_EQ(log.file().back(), exitLine("0x80100024"));
+    EXPECT_EQ(read(two, nullptr, "nothing").status, status::fileNotFound);
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
+    EXPECT_EQ(read(two, "mscp", "kxc01").status, status::fileNotFound);
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
 }
 
 TEST_F(CardReadFileTest, HasTheCertificatesInMscpOnlyAndCardidInTheRootOnly) {
-    EXPECT_EQ(read(two, nullptr, "kxc00").status, 0x80100024);
-    EXPECT_EQ(read(two, "mscp", "cardid").status, 0x80100024);
-    EXPECT_EQ(read(two, nullptr, "msroots").status, 0x80100024);
+    EXPECT_EQ(read(two, nullptr, "kxc00").status, status::fileNotFound);
+    EXPECT_EQ(read(two, "mscp", "cardid").status, status::fileNotFound);
+    EXPECT_EQ(read(two, nullptr, "msroots").status, status::fileNotFound);
 }
 
 TEST_F(CardReadFileTest, HasKsc02OnlyWithASecondSigningKey) {
-    EXPECT_EQ(read(two, "mscp", "ksc02").status, 0x80100024);
-    EXPECT_EQ(log.file().back(), exitLine("0x80100024"));
+    EXPECT_EQ(read(two, "mscp", "ksc02").status, status::fileNotFound);
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
 }
 
 TEST_F(CardReadFileTest, FailsForMsrootsWithoutALine) {
-    EXPECT_EQ(read(two, "mscp", "MsRoots").status, 0x8010001F);
+    EXPECT_EQ(read(two, "mscp", "MsRoots").status, status::unexpected);
     const LogLines lines = log.file();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[1].message,
@@ -161,7 +163,7 @@ TEST_F(CardReadFileTest, LeavesTheSizeAfterAFailedAllocation) {
     EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, &data, &size), 8);
     EXPECT_EQ(size, 16);
     EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(log.file().back(), exitLine("0x00000008"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x00000008"));
 }
 
 TEST_F(CardReadFileTest, LeavesTheBufferOfAnEmptyMapWithTheCaller) {
@@ -169,10 +171,10 @@ TEST_F(CardReadFileTest, LeavesTheBufferOfAnEmptyMapWithTheCaller) {
     PBYTE data = nullptr;
     DWORD size = 77;
     EXPECT_EQ(CardReadFile(two.data(), name("mscp"), name("cmapfile"), 0, &data, &size),
-              0x8010001F);
+              status::unexpected);
     EXPECT_EQ(size, 0);
     EXPECT_EQ(PlatformRecord::liveAllocations(), 1);
-    EXPECT_EQ(log.file().back(), exitLine("0x8010001f"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x8010001f"));
     two.data()->pfnCspFree(data);
 }
 
@@ -197,25 +199,26 @@ TEST_F(CardEnumFilesTest, Lists28BytesOnAThreeCertificateCard) {
 }
 
 TEST_F(CardEnumFilesTest, TellsADirectoryNameThatIsTooLongFromAnUnknownOne) {
-    EXPECT_EQ(list(two, "ninechars").status, 0x80100004);
-    EXPECT_EQ(list(two, "eightchr").status, 0x80100023);
-    EXPECT_EQ(list(two, "x").status, 0x80100023);
-    EXPECT_EQ(list(two, "").status, 0x80100004);
+    EXPECT_EQ(list(two, "ninechars").status, status::invalidParameter);
+    EXPECT_EQ(list(two, "eightchr").status, status::directoryNotFound);
+    EXPECT_EQ(list(two, "x").status, status::directoryNotFound);
+    EXPECT_EQ(list(two, "").status, status::invalidParameter);
 }
 
 TEST_F(CardEnumFilesTest, RefusesBadArguments) {
     LPSTR names = nullptr;
     DWORD size = 0;
-    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, &names, &size, 1), 0x80100004);
-    EXPECT_EQ(CardEnumFiles(nullptr, nullptr, &names, &size, 0), 0x80100004);
-    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, nullptr, &size, 0), 0x80100004);
-    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, &names, nullptr, 0), 0x80100004);
+    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, &names, &size, 1), status::invalidParameter);
+    EXPECT_EQ(CardEnumFiles(nullptr, nullptr, &names, &size, 0), status::invalidParameter);
+    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, nullptr, &size, 0), status::invalidParameter);
+    EXPECT_EQ(CardEnumFiles(two.data(), nullptr, &names, nullptr, 0), status::invalidParameter);
 }
 
 TEST_F(CardEnumFilesTest, LeavesTheCallersFieldsWhenItRefuses) {
     LPSTR names = name("before");
     DWORD size = 77;
-    EXPECT_EQ(CardEnumFiles(two.data(), name("other"), &names, &size, 0), 0x80100023);
+    EXPECT_EQ(CardEnumFiles(two.data(), name("other"), &names, &size, 0),
+              status::directoryNotFound);
     EXPECT_STREQ(names, "before");
     EXPECT_EQ(size, 77);
     EXPECT_EQ(log.output(), LogLines{});
@@ -263,7 +266,7 @@ TEST_F(CardGetFileInfoTest, TellsTheTrueSizeOfTheMapAndAFixedOneOfCertificates) 
         EXPECT_EQ(record.cbFileSize, 20) << file;
         EXPECT_EQ(record.AccessCondition, EveryoneReadUserWriteAc);
     }
-    EXPECT_EQ(info(two, "mscp", "ksc02"), 0x80100024);
+    EXPECT_EQ(info(two, "mscp", "ksc02"), status::fileNotFound);
 }
 
 TEST_F(CardGetFileInfoTest, ComparesNamesWithoutRegardToCase) {
@@ -272,12 +275,12 @@ TEST_F(CardGetFileInfoTest, ComparesNamesWithoutRegardToCase) {
 }
 
 TEST_F(CardGetFileInfoTest, TakesAnEmptyDirectoryNameForAnUnknownOne) {
-    EXPECT_EQ(info(two, "", "cardid"), 0x80100023);
+    EXPECT_EQ(info(two, "", "cardid"), status::directoryNotFound);
 }
 
 TEST_F(CardGetFileInfoTest, KnowsTheFilesOfADirectoryInThatDirectoryOnly) {
-    EXPECT_EQ(info(two, nullptr, "kxc00"), 0x80100024);
-    EXPECT_EQ(info(two, "mscp", "cardid"), 0x80100024);
+    EXPECT_EQ(info(two, nullptr, "kxc00"), status::fileNotFound);
+    EXPECT_EQ(info(two, "mscp", "cardid"), status::fileNotFound);
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -295,29 +298,31 @@ TEST_F(CardGetFileInfoTest, SetsTheVersionToThatOfTheCardsRecord) {
 }
 
 TEST_F(CardGetFileInfoTest, ChangesTheRecordBeforeAnUnknownNameIsRefused) {
-    EXPECT_EQ(info(two, nullptr, "nothing"), 0x80100024);
+    EXPECT_EQ(info(two, nullptr, "nothing"), status::fileNotFound);
     EXPECT_EQ(record.dwVersion, 7);
     EXPECT_EQ(record.AccessCondition, EveryoneReadUserWriteAc);
     EXPECT_EQ(record.cbFileSize, 77);
-    EXPECT_EQ(info(two, "other", "kxc00"), 0x80100023);
+    EXPECT_EQ(info(two, "other", "kxc00"), status::directoryNotFound);
     EXPECT_EQ(record.dwVersion, 7);
-    EXPECT_EQ(info(two, "mscp", "msroots"), 0x80100024);
+    EXPECT_EQ(info(two, "mscp", "msroots"), status::fileNotFound);
 }
 
 TEST_F(CardGetFileInfoTest, RefusesNullsInOrder) {
-    EXPECT_EQ(CardGetFileInfo(nullptr, nullptr, nullptr, nullptr), 0x80100004);
+    EXPECT_EQ(CardGetFileInfo(nullptr, nullptr, nullptr, nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_251: pCardData is NULL"}}));
-    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, nullptr, nullptr), 0x80100004);
+    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, nullptr, nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_252: pszFileName is NULL or empty"}}));
-    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name(""), nullptr), 0x80100004);
+    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name(""), nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_252: pszFileName is NULL or empty"}}));
-    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name("cardid"), nullptr), 0x80100004);
+    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name("cardid"), nullptr),
+              status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_253: pCardFileInfo is NULL"}}));
 }
 
 TEST_F(CardGetFileInfoTest, RefusesARecordOfVersionTwoUnchanged) {
     record = {2, 77, InvalidAc};
-    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name("cardid"), &record), 0x51A);
+    EXPECT_EQ(CardGetFileInfo(two.data(), nullptr, name("cardid"), &record),
+              status::revisionMismatch);
     EXPECT_EQ(record.dwVersion, 2);
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_260: pCardFileInfo version 2 not supported"}}));

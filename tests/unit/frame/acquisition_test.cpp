@@ -10,6 +10,7 @@
 #include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
+#include "support/statuses.h"
 #include "support/test_certificates.h"
 
 namespace KelmoraID {
@@ -27,14 +28,14 @@ protected:
 };
 
 TEST_F(CardAcquireContextTest, RefusesANullRecord) {
-    EXPECT_EQ(CardAcquireContext(nullptr, 0), 0x80100004);
+    EXPECT_EQ(CardAcquireContext(nullptr, 0), status::invalidParameter);
     EXPECT_EQ(log.file(), entryLine);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_35: pCardData is NULL"}}));
 }
 
 TEST_F(CardAcquireContextTest, RefusesFlags) {
     PlatformRecord record(CardType::type3);
-    EXPECT_EQ(CardAcquireContext(&record.data, 1), 0x80100004);
+    EXPECT_EQ(CardAcquireContext(&record.data, 1), status::invalidParameter);
     EXPECT_EQ(log.file(), entryLine);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_36: nonzero dwFlags was passed"}}));
 }
@@ -42,7 +43,7 @@ TEST_F(CardAcquireContextTest, RefusesFlags) {
 TEST_F(CardAcquireContextTest, RewritesVersionZeroToOneAndRefusesIt) {
     PlatformRecord record(CardType::type3);
     record.data.dwVersion = 0;
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x51A);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::revisionMismatch);
     EXPECT_EQ(record.data.dwVersion, 1);
     EXPECT_EQ(
         log.output(),
@@ -52,7 +53,7 @@ TEST_F(CardAcquireContextTest, RewritesVersionZeroToOneAndRefusesIt) {
 TEST_F(CardAcquireContextTest, RefusesVersionSix) {
     PlatformRecord record(CardType::type3);
     record.data.dwVersion = 6;
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x51A);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::revisionMismatch);
     EXPECT_EQ(record.data.dwVersion, 6);
     EXPECT_EQ(
         log.output(),
@@ -79,14 +80,14 @@ TEST_F(CardAcquireContextTest, RefusesABadAtrOrName) {
         if (which == 1) record.data.pwszCardName = nullptr;
         if (which == 2) record.data.cbAtr = 0;
         if (which == 3) record.data.cbAtr = 0xFFFFFFFF;
-        EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100004) << which;
+        EXPECT_EQ(CardAcquireContext(&record.data, 0), status::invalidParameter) << which;
         EXPECT_EQ(log.output(), line) << which;
     }
 }
 
 TEST_F(CardAcquireContextTest, RefusesAnUnknownAtr) {
     PlatformRecord record(CardType::unknown);
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010000D);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unknownCard);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_41: Card not recognized"}}));
 }
 
@@ -96,7 +97,7 @@ TEST_F(CardAcquireContextTest, RefusesAMissingMemoryFunction) {
         if (which == 0) record.data.pfnCspAlloc = nullptr;
         if (which == 1) record.data.pfnCspReAlloc = nullptr;
         if (which == 2) record.data.pfnCspFree = nullptr;
-        EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100004) << which;
+        EXPECT_EQ(CardAcquireContext(&record.data, 0), status::invalidParameter) << which;
         EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_42: Memory management pointer is NULL"}}));
     }
 }
@@ -105,7 +106,7 @@ TEST_F(CardAcquireContextTest, RefusesAZeroHandleWithoutALine) {
     for (int which = 0; which < 2; ++which) {
         PlatformRecord record(CardType::type3);
         (which == 0 ? record.data.hScard : record.data.hSCardCtx) = 0;
-        EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100003) << which;
+        EXPECT_EQ(CardAcquireContext(&record.data, 0), status::invalidHandle) << which;
         EXPECT_EQ(log.file(), entryLine);
         EXPECT_EQ(log.output(), LogLines{});
     }
@@ -114,13 +115,13 @@ TEST_F(CardAcquireContextTest, RefusesAZeroHandleWithoutALine) {
 TEST_F(CardAcquireContextTest, FailsOnTheAtrBeforeTheHandle) {
     PlatformRecord record(CardType::unknown);
     record.data.hScard = 0;
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010000D);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unknownCard);
 }
 
 TEST_F(CardAcquireContextTest, FailsOnTheAtrBeforeTheMemoryFunctions) {
     PlatformRecord record(CardType::unknown);
     record.data.pfnCspAlloc = nullptr;
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010000D);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unknownCard);
 }
 
 // A record with every fault there is, mended one by one: each check comes before the next.
@@ -134,14 +135,14 @@ TEST_F(CardAcquireContextTest, MakesItsChecksInTheirOrder) {
     data.pfnCspReAlloc = nullptr;
     data.hScard = 0;
 
-    EXPECT_EQ(CardAcquireContext(&data, 1), 0x80100004);
+    EXPECT_EQ(CardAcquireContext(&data, 1), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_36: nonzero dwFlags was passed"}}));
     EXPECT_EQ(data.dwVersion, 6) << "not negotiated yet";
 
-    EXPECT_EQ(CardAcquireContext(&data, 0), 0x51A);
+    EXPECT_EQ(CardAcquireContext(&data, 0), status::revisionMismatch);
     log.clear();
     data.dwVersion = 8;
-    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100004);
+    EXPECT_EQ(CardAcquireContext(&data, 0), status::invalidParameter);
     EXPECT_EQ(
         log.output(),
         (LogLines{{"DEBUG",
@@ -150,20 +151,21 @@ TEST_F(CardAcquireContextTest, MakesItsChecksInTheirOrder) {
     EXPECT_EQ(data.dwVersion, 7) << "negotiated, though refused";
 
     data.pwszCardName = const_cast<LPWSTR>(cardName);
-    EXPECT_EQ(CardAcquireContext(&data, 0), 0x8010000D);
+    EXPECT_EQ(CardAcquireContext(&data, 0), status::unknownCard);
     data.pbAtr = known.data.pbAtr;
     data.cbAtr = known.data.cbAtr;
     log.clear();
-    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100004);
+    EXPECT_EQ(CardAcquireContext(&data, 0), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_42: Memory management pointer is NULL"}}));
     data.pfnCspReAlloc = known.data.pfnCspReAlloc;
-    EXPECT_EQ(CardAcquireContext(&data, 0), 0x80100003);
+    EXPECT_EQ(CardAcquireContext(&data, 0), status::invalidHandle);
 }
 
 TEST_F(CardAcquireContextTest, HasNoAtrOfLengthZeroLookedUp) {
     PlatformRecord record(CardType::type3);
     record.data.cbAtr = 0;
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100004) << "and not an unknown card";
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::invalidParameter)
+        << "and not an unknown card";
 }
 
 TEST_F(CardAcquireContextTest, AsksThePlatformForCertificatesOfBothEncodings) {
@@ -236,7 +238,7 @@ TEST_F(CardAcquireContextTest, FailsWithoutTheThirdCertificateAndLogsAllThree) {
     ScriptedCard card;
     expectAcquisition(card, content, 3);
     PlatformRecord record(CardType::type4);
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100024);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::fileNotFound);
     EXPECT_EQ(record.data.pvVendorSpecific, nullptr);
     EXPECT_EQ(log.file(), entryLine);
     const LogLines lines = log.output();
@@ -254,7 +256,7 @@ TEST_F(CardAcquireContextTest, LogsTheSecondSigningCertificateAsEmptyOnATwoCerti
     ScriptedCard card;
     expectAcquisition(card, content, 2);
     PlatformRecord record(CardType::type3);
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x80100024);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::fileNotFound);
     EXPECT_EQ(
         log.output(),
         (LogLines{{"DEBUG", "Kelmora-ID-minidriver: authCert or signCert empty! Returning error."},
@@ -269,7 +271,7 @@ TEST_F(CardAcquireContextTest, FailsWithoutCardInformation) {
     expectApplication(card);
     card.expect("00A40104023F0000", "6982");
     PlatformRecord record(CardType::type3);
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010001F);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unexpected);
     EXPECT_EQ(record.data.pvVendorSpecific, nullptr);
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "GetSerialNumberAndLabelFromCIAInfo failed! Returning error."}}));
@@ -284,7 +286,7 @@ TEST_F(CardAcquireContextTest, FailsOnAnEmptySerialNumberAndOnAnEmptyLabel) {
         expectApplication(card);
         expectRead(card, bytes("3F005032"), ciaInfo(content));
         PlatformRecord record(CardType::type3);
-        EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010001F) << which;
+        EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unexpected) << which;
     }
 }
 
@@ -380,7 +382,7 @@ TEST_F(CardAcquireContextTest, StopsAnExceptionAtTheBoundary) {
         throw std::runtime_error("an exception that nobody expects");
     };
     PlatformRecord record(CardType::type3);
-    EXPECT_EQ(CardAcquireContext(&record.data, 0), 0x8010001F);
+    EXPECT_EQ(CardAcquireContext(&record.data, 0), status::unexpected);
     EXPECT_EQ(log.file(), entryLine);
 }
 
@@ -394,7 +396,7 @@ TEST_F(CardAcquireContextTest, StopsAThrownPointerInATableSlotAtTheBoundary) {
     BYTE window[8] = {1};
     EXPECT_EQ(
         record.data.pfnCardSetProperty(&record.data, WIDE_TEXT("Parent Window"), window, 8, 0),
-        0x8010001F);
+        status::unexpected);
 }
 
 TEST_F(CardAcquireContextTest, EveryFailingPlatformCallEndsWithAStatus) {
@@ -420,7 +422,8 @@ TEST_F(CardAcquireContextTest, EveryFailingPlatformCallEndsWithAStatus) {
             EXPECT_GT(n, 80);
             break;
         }
-        EXPECT_TRUE(status == 0 || status == 8 || status == 0x8010001F || status == 0x80100024)
+        EXPECT_TRUE(status == 0 || status == 8 || status == status::unexpected ||
+                    status == status::fileNotFound)
             << n << ": " << std::hex << status;
         log.clear();
     }
@@ -430,7 +433,7 @@ TEST_F(CardAcquireContextTest, EveryFailingPlatformCallEndsWithAStatus) {
 class CardDeleteContextTest : public CardAcquireContextTest {};
 
 TEST_F(CardDeleteContextTest, RefusesANullRecord) {
-    EXPECT_EQ(CardDeleteContext(nullptr), 0x80100004);
+    EXPECT_EQ(CardDeleteContext(nullptr), status::invalidParameter);
     EXPECT_EQ(log.file(), (LogLines{{"CardDeleteContext", "Entering the function"}}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_48: pCardData is NULL."}}));
 }

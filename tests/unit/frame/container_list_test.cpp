@@ -85,6 +85,7 @@ protected:
 TEST_F(PublicKeyBits, GivesTheModulusLengthOfAnRsaKey) {
     EXPECT_EQ(bitsOf(rsa2048Certificate()), 2048);
     EXPECT_EQ(bitsOf(rsa1024Certificate()), 1024);
+    EXPECT_EQ(PlatformRecord::takeAllocatedSizes(), (std::vector<std::size_t>{20 + 256, 20 + 128}));
     EXPECT_EQ(PlatformRecord::liveAllocations(), 0);
 }
 

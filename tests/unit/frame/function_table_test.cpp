@@ -9,6 +9,7 @@
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/scripted_card.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -128,17 +129,18 @@ TEST_F(FunctionTable, RefusesARecordThatLostItsContextInEverySlotThatNeedsIt) {
     CARD_FILE_INFO fileInfo{};
     CONTAINER_INFO container{};
     CARD_KEY_SIZES keySizes{};
-    EXPECT_EQ(data.pfnCardReadFile(&data, directory, file, 0, &bytes, &size), 0x8010001F);
-    EXPECT_EQ(data.pfnCardEnumFiles(&data, directory, &names, &size, 0), 0x8010001F);
-    EXPECT_EQ(data.pfnCardGetFileInfo(&data, directory, file, &fileInfo), 0x8010001F);
-    EXPECT_EQ(data.pfnCardGetContainerInfo(&data, 0, 0, &container), 0x8010001F);
-    EXPECT_EQ(data.pfnCardQueryKeySizes(&data, AT_KEYEXCHANGE, 0, &keySizes), 0x8010001F);
+    EXPECT_EQ(data.pfnCardReadFile(&data, directory, file, 0, &bytes, &size), status::unexpected);
+    EXPECT_EQ(data.pfnCardEnumFiles(&data, directory, &names, &size, 0), status::unexpected);
+    EXPECT_EQ(data.pfnCardGetFileInfo(&data, directory, file, &fileInfo), status::unexpected);
+    EXPECT_EQ(data.pfnCardGetContainerInfo(&data, 0, 0, &container), status::unexpected);
+    EXPECT_EQ(data.pfnCardQueryKeySizes(&data, AT_KEYEXCHANGE, 0, &keySizes), status::unexpected);
     EXPECT_EQ(data.pfnCardGetContainerProperty(&data, 0, WIDE_TEXT("PIN Identifier"), buffer, 64,
                                                &size, 0),
-              0x8010001F);
+              status::unexpected);
     EXPECT_EQ(data.pfnCardGetProperty(&data, WIDE_TEXT("PIN Information"), buffer, 64, &size, 1),
-              0x8010001F);
-    EXPECT_EQ(data.pfnCardSetProperty(&data, WIDE_TEXT("Parent Window"), buffer, 8, 0), 0x8010001F);
+              status::unexpected);
+    EXPECT_EQ(data.pfnCardSetProperty(&data, WIDE_TEXT("Parent Window"), buffer, 8, 0),
+              status::unexpected);
     EXPECT_EQ(PlatformRecord::liveAllocations(), 0) << "the property's buffer is freed on the way";
     EXPECT_EQ(log.output(), LogLines{}) << "and no line tells of it";
     data.pvVendorSpecific = context;

@@ -4,6 +4,7 @@
 
 #include "session/entry_points.h"
 #include "support/log_capture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -104,30 +105,30 @@ protected:
 };
 
 TEST_F(UnsupportedOperations, AreNotOfferedOnALiveRecord) {
-    for (const Refusal& refusal : notOffered) expect(refusal, &live, 0x80100022);
+    for (const Refusal& refusal : notOffered) expect(refusal, &live, status::unsupportedFeature);
 }
 
 TEST_F(UnsupportedOperations, AreABadArgumentWithoutAContextHandle) {
-    for (const Refusal& refusal : notOffered) expect(refusal, &noCard, 0x80100004);
+    for (const Refusal& refusal : notOffered) expect(refusal, &noCard, status::invalidParameter);
 }
 
 TEST_F(UnsupportedOperations, AreABadArgumentWithoutARecord) {
-    for (const Refusal& refusal : notOffered) expect(refusal, nullptr, 0x80100004);
+    for (const Refusal& refusal : notOffered) expect(refusal, nullptr, status::invalidParameter);
 }
 
 TEST_F(UnsupportedOperations, OfTheChallengeFamilyAreRefusedInEveryCase) {
     for (const Refusal& refusal : neverOffered) {
-        expect(refusal, &live, 0x80100022);
-        expect(refusal, &noCard, 0x80100022);
-        expect(refusal, nullptr, 0x80100022);
+        expect(refusal, &live, status::unsupportedFeature);
+        expect(refusal, &noCard, status::unsupportedFeature);
+        expect(refusal, nullptr, status::unsupportedFeature);
     }
 }
 
 TEST_F(UnsupportedOperations, OfTheKeyFamilyAreUnexpectedAndNotUnsupported) {
     for (const Refusal& refusal : notProvided) {
-        expect(refusal, &live, 0x8010001F);
-        expect(refusal, &noCard, 0x8010001F);
-        expect(refusal, nullptr, 0x8010001F);
+        expect(refusal, &live, status::unexpected);
+        expect(refusal, &noCard, status::unexpected);
+        expect(refusal, nullptr, status::unexpected);
     }
 }
 

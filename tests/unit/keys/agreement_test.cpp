@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "keys/keys_fixture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -110,8 +111,8 @@ void expectFailure(KeysFixture& keys, Request& request, DWORD status, const std:
 TEST(CardConstructDHAgreement, RefusesNullPointersWithTheEntryLineAlone) {
     KeysFixture keys(CardType::type6, TestKey::p256);
     Request request;
-    EXPECT_EQ(CardConstructDHAgreement(nullptr, &request.info), 0x80100004u);
-    EXPECT_EQ(CardConstructDHAgreement(keys.data, nullptr), 0x80100004u);
+    EXPECT_EQ(CardConstructDHAgreement(nullptr, &request.info), status::invalidParameter);
+    EXPECT_EQ(CardConstructDHAgreement(keys.data, nullptr), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, entered}));
 }
 
@@ -122,7 +123,7 @@ TEST(CardConstructDHAgreement, RefusesVersionsOtherThan2First) {
         request.info.dwVersion = version;
         request.info.pbPublicKey = nullptr;
         request.info.bContainerIndex = 3;
-        expectSilentRefusal(keys, request, 0x51A);
+        expectSilentRefusal(keys, request, status::revisionMismatch);
     }
 }
 
@@ -131,7 +132,7 @@ TEST(CardConstructDHAgreement, RefusesNoPublicKeyBeforeTheContainer) {
     Request request;
     request.info.pbPublicKey = nullptr;
     request.info.bContainerIndex = 3;
-    expectSilentRefusal(keys, request, 0x80100004);
+    expectSilentRefusal(keys, request, status::invalidParameter);
 }
 
 TEST(CardConstructDHAgreement, TellsAKeyOfTheWrongKindFromNoKey) {
@@ -140,10 +141,13 @@ TEST(CardConstructDHAgreement, TellsAKeyOfTheWrongKindFromNoKey) {
         BYTE container;
         DWORD status;
     };
-    for (const Row& row : {Row{CardType::type6, 1, 0x80100004}, Row{CardType::type5, 1, 0x80100004},
-                           Row{CardType::type5, 2, 0x80100004}, Row{CardType::type6, 2, 0x80100030},
-                           Row{CardType::type6, 3, 0x80100030}, Row{CardType::type5, 3, 0x80100030},
-                           Row{CardType::type6, 255, 0x80100030}}) {
+    for (const Row& row : {Row{CardType::type6, 1, status::invalidParameter},
+                           Row{CardType::type5, 1, status::invalidParameter},
+                           Row{CardType::type5, 2, status::invalidParameter},
+                           Row{CardType::type6, 2, status::noKeyContainer},
+                           Row{CardType::type6, 3, status::noKeyContainer},
+                           Row{CardType::type5, 3, status::noKeyContainer},
+                           Row{CardType::type6, 255, status::noKeyContainer}}) {
         KeysFixture keys(row.cardType, TestKey::p256);
         Request request;
         request.info.bContainerIndex = row.container;
@@ -156,7 +160,7 @@ TEST(CardConstructDHAgreement, RefusesFlags) {
     KeysFixture keys(CardType::type6, TestKey::p256);
     Request request;
     request.info.dwFlags = 1;
-    expectSilentRefusal(keys, request, 0x80100004);
+    expectSilentRefusal(keys, request, status::invalidParameter);
 }
 
 TEST(CardConstructDHAgreement, RefusesABlobThatIsShorterThanItsHeader) {
@@ -164,7 +168,7 @@ TEST(CardConstructDHAgreement, RefusesABlobThatIsShorterThanItsHeader) {
         KeysFixture keys(CardType::type6, TestKey::p256);
         Request request;
         request.info.dwPublicKey = length;
-        expectSilentRefusal(keys, request, 0x80100004);
+        expectSilentRefusal(keys, request, status::invalidParameter);
     }
 }
 
@@ -173,7 +177,7 @@ TEST(CardConstructDHAgreement, SendsNoMseSetWithoutAVerifiedPin) {
         KeysFixture keys(CardType::type6, TestKey::p256);
         Request request;
         keys.expectPinQuery(reply);
-        EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), 0x8010006Au);
+        EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), status::securityViolation);
         EXPECT_EQ(keys.log.file(), lines(scope, {entered}));
         EXPECT_EQ(keys.log.output(), LogLines{});
         EXPECT_EQ(keys.context.secretAgreements, Agreements{});
@@ -184,7 +188,7 @@ TEST(CardConstructDHAgreement, CountsAPinQueryThatFailsAsAClosedPin) {
     KeysFixture keys(CardType::type6, TestKey::p256);
     Request request;
     keys.expectPinQuery("6A80");
-    EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), 0x8010006Au);
+    EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), status::securityViolation);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered}));
 }
 
@@ -268,7 +272,7 @@ TEST(CardConstructDHAgreement, FailsWhenTheCardGivesNothing) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "9000");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (failure)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (failure)"));
     EXPECT_EQ(keys.log.output(),
               (LogLines{{"DEBUG", "Decipher failed. No decrypted data returned by card."}}));
 }
@@ -278,7 +282,8 @@ TEST(CardConstructDHAgreement, ReportsTheCards6982AsASecurityViolation) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "6982");
-    expectFailure(keys, request, 0x8010006A, exited("0x8010006a", " (security violation)"));
+    expectFailure(keys, request, status::securityViolation,
+                  exited("0x8010006a", " (security violation)"));
 }
 
 TEST(CardConstructDHAgreement, ReportsAnObjectOfAnotherFamilyAsOther) {
@@ -286,7 +291,7 @@ TEST(CardConstructDHAgreement, ReportsAnObjectOfAnotherFamilyAsOther) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "6A80");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
 }
 
 TEST(CardConstructDHAgreement, ReportsAPointerAsOther) {
@@ -294,7 +299,7 @@ TEST(CardConstructDHAgreement, ReportsAPointerAsOther) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "6A88");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
 }
 
 TEST(CardConstructDHAgreement, HandsALogicErrorToTheFirstHandlerAndAPointerToOneToTheSecond) {
@@ -313,11 +318,12 @@ TEST(CardConstructDHAgreement, HandsALogicErrorToTheFirstHandlerAndAPointerToOne
         return 0;
     };
     fault = [] { throw std::out_of_range("planted"); };
-    expectFailure(keys, request, 0x8010006A, exited("0x8010006a", " (security violation)"));
+    expectFailure(keys, request, status::securityViolation,
+                  exited("0x8010006a", " (security violation)"));
     fault = [&] { throw &planted; };
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
     fault = [] { throw std::bad_alloc(); };
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
     EXPECT_EQ(sent, 9);
 }
 
@@ -326,7 +332,7 @@ TEST(CardConstructDHAgreement, SendsNoPointThatOneCommandCannotCarry) {
     Request request(255);
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
     Request longest(254);
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04", 254)), "0A 9000");
@@ -373,7 +379,7 @@ TEST(CardConstructDHAgreement, WorksWithoutACardContext) {
 
 TEST(CardDestroyDHAgreement, WritesItsLineBeforeItLooksAtTheRecord) {
     KeysFixture keys(CardType::type6, TestKey::p256);
-    EXPECT_EQ(CardDestroyDHAgreement(nullptr, 0x1F, 16), 0x80100004u);
+    EXPECT_EQ(CardDestroyDHAgreement(nullptr, 0x1F, 16), status::invalidParameter);
     EXPECT_EQ(keys.log.file(),
               lines(destroyScope, {"Entering the function, with parameters, "
                                    "bSecretAgreementIndex:'0x0000001f', dwFlags:'16'"}));
@@ -382,8 +388,8 @@ TEST(CardDestroyDHAgreement, WritesItsLineBeforeItLooksAtTheRecord) {
 TEST(CardDestroyDHAgreement, RefusesAnUnknownIndexAndFlagsWithoutAskingTheCard) {
     KeysFixture keys(CardType::type6, TestKey::p256);
     keys.context.secretAgreements = {{1, {0x0A}}};
-    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 2, 0), 0x80100004u);
-    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 1), 0x80100004u);
+    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 2, 0), status::invalidParameter);
+    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 1), status::invalidParameter);
     EXPECT_EQ(keys.card.statusCalls(), 0);
     EXPECT_EQ(keys.log.file(),
               lines(destroyScope, {"Entering the function, with parameters, "
@@ -398,7 +404,7 @@ TEST(CardDestroyDHAgreement, DestroysNothingWhileThePinIsClosed) {
     keys.context.secretAgreements = {{1, {0x0A}}};
     keys.data->hSCardCtx = 0;  // Looked at only afterwards.
     keys.expectPinQuery("63C3");
-    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 0), 0x8010006Au);
+    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 0), status::securityViolation);
     EXPECT_EQ(keys.context.secretAgreements.size(), 1u);
 }
 
@@ -407,7 +413,7 @@ TEST(CardDestroyDHAgreement, DestroysNothingWithoutACardContext) {
     keys.context.secretAgreements = {{1, {0x0A}}};
     keys.data->hSCardCtx = 0;
     keys.expectPinQuery();
-    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 0), 0x80100004u);
+    EXPECT_EQ(CardDestroyDHAgreement(keys.data, 1, 0), status::invalidParameter);
     EXPECT_EQ(keys.context.secretAgreements.size(), 1u);
 }
 

@@ -2,6 +2,7 @@
 
 #include "keys/keys_fixture.h"
 #include "keys/public_key_blobs.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -48,9 +49,9 @@ struct ChangedKey {
 TEST(CardGetContainerInfo, RefusesNullPointersAndFlagsInThisOrderWithoutExitLine) {
     KeysFixture keys(CardType::type3);
     CONTAINER_INFO info{};
-    EXPECT_EQ(CardGetContainerInfo(nullptr, 0, 1, nullptr), 0x80100004u);
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 1, nullptr), 0x80100004u);
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 9, 1, &info), 0x80100004u);
+    EXPECT_EQ(CardGetContainerInfo(nullptr, 0, 1, nullptr), status::invalidParameter);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 1, nullptr), status::invalidParameter);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 9, 1, &info), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, entered, entered}));
     EXPECT_EQ(keys.log.output(), (LogLines{{"DEBUG", "CMR_377: pCardData is NULL"},
                                            {"DEBUG", "CMR_378: pContainerInfo is NULL"},
@@ -61,7 +62,7 @@ TEST(CardGetContainerInfo, RefusesContainer2WithoutSecondSigningKey) {
     KeysFixture keys(CardType::type6);
     CONTAINER_INFO info{};
     info.dwVersion = 2;  // The index is looked at first.
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 2, 0, &info), 0x80100030u);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 2, 0, &info), status::noKeyContainer);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(2, 0, 2), exited("0x80100030")}));
     EXPECT_EQ(info.dwVersion, 2u);
 }
@@ -69,7 +70,7 @@ TEST(CardGetContainerInfo, RefusesContainer2WithoutSecondSigningKey) {
 TEST(CardGetContainerInfo, RefusesContainer3WithSecondSigningKey) {
     KeysFixture keys(CardType::type5, TestKey::p256);
     CONTAINER_INFO info{};
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 3, 0, &info), 0x80100030u);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 3, 0, &info), status::noKeyContainer);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(3, 0, 0), exited("0x80100030")}));
 }
 
@@ -237,7 +238,7 @@ TEST(CardGetContainerInfo, GivesNoKeyThatThePlatformDoesNotDecode) {
         KeysFixture keys(CardType::type3);
         platformCalls().failCall("CryptDecodeObject", call);
         CONTAINER_INFO info{};
-        EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0x8010001Fu);
+        EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::unexpected);
         EXPECT_EQ(keys.log.file(),
                   lines(scope, {entered, parameters(0, 0, 0), exited("0x8010001f")}));
         EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
@@ -255,7 +256,7 @@ TEST(CardGetContainerInfo, GivesNoBlobThatIsShorterThanItsHeaderOrLongerThanItsR
             return TRUE;
         };
         CONTAINER_INFO info{};
-        EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0x8010001Fu);
+        EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::unexpected);
         EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
         EXPECT_EQ(testing::PlatformRecord::liveAllocations(), 0);
     }
@@ -265,7 +266,7 @@ TEST(CardGetContainerInfo, GivesNoEccKeyThatHasNoByte) {
     KeysFixture keys(CardType::type8, TestKey::p256);
     const ChangedKey empty(keys.context.authCert, 0);
     CONTAINER_INFO info{};
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0x8010001Fu);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::unexpected);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(0, 0, 0), exited("0x8010001f")}));
     EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
     EXPECT_EQ(info.cbKeyExPublicKey, 0u);

@@ -2,6 +2,7 @@
 
 #include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -40,7 +41,7 @@ constexpr LPCWSTR ecdhKey = WIDE_TEXT("Associated ECDH Key");
 
 TEST(CardGetContainerProperty, RefusesANullRecord) {
     KeysFixture keys(CardType::type3);
-    EXPECT_EQ(Request{pinIdentifier}.run(nullptr), 0x80100004u);
+    EXPECT_EQ(Request{pinIdentifier}.run(nullptr), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited("0x80100004")}));
     EXPECT_EQ(keys.log.output(), error("CMR_389: pCardData is NULL."));
 }
@@ -48,14 +49,14 @@ TEST(CardGetContainerProperty, RefusesANullRecord) {
 TEST(CardGetContainerProperty, RefusesWithoutACardContextWithTheExitLineAlone) {
     KeysFixture keys(CardType::type3);
     keys.data->hSCardCtx = 0;
-    EXPECT_EQ(Request{nullptr}.run(keys.data), 0x80100004u);
+    EXPECT_EQ(Request{nullptr}.run(keys.data), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited("0x80100004")}));
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
 
 TEST(CardGetContainerProperty, RefusesANullNameWithoutExitLine) {
     KeysFixture keys(CardType::type3);
-    EXPECT_EQ(Request{nullptr}.run(keys.data), 0x80100004u);
+    EXPECT_EQ(Request{nullptr}.run(keys.data), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered}));
     EXPECT_EQ(keys.log.output(), error("CMR_391: wszProperty is NULL or empty"));
 }
@@ -64,14 +65,14 @@ TEST(CardGetContainerProperty, RefusesANullBufferBeforeItLooksAtTheName) {
     KeysFixture keys(CardType::type3);
     DWORD length = 0;
     EXPECT_EQ(CardGetContainerProperty(keys.data, 9, WIDE_TEXT("Unknown"), nullptr, 64, &length, 1),
-              0x80100004u);
+              status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, "with parameters wszProperty: 'Unknown'"}));
     EXPECT_EQ(keys.log.output(), error("CMR_392: pbData is NULL."));
 }
 
 TEST(CardGetContainerProperty, RefusesAnIndexAtTheEndOfTheListBeforeItLooksAtTheName) {
     KeysFixture keys(CardType::type3);
-    EXPECT_EQ((Request{WIDE_TEXT("Unknown"), 2}.run(keys.data)), 0x80100030u);
+    EXPECT_EQ((Request{WIDE_TEXT("Unknown"), 2}.run(keys.data)), status::noKeyContainer);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, "with parameters wszProperty: 'Unknown'",
                                              exited("0x80100030")}));
     EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));
@@ -81,10 +82,10 @@ TEST(CardGetContainerProperty, RefusesAnUnknownName) {
     KeysFixture keys(CardType::type3);
     for (const LPCWSTR name : {WIDE_TEXT("container info"), WIDE_TEXT("Container Inf"),
                                WIDE_TEXT("Container Info "), WIDE_TEXT("")}) {
-        EXPECT_EQ(Request{name}.run(keys.data), 0x80100004u);
+        EXPECT_EQ(Request{name}.run(keys.data), status::invalidParameter);
         EXPECT_EQ(keys.log.output(), error("CMR_391: wszProperty is invalid."));
     }
-    EXPECT_EQ(Request{WIDE_TEXT("\u00E4")}.run(keys.data), 0x80100004u);
+    EXPECT_EQ(Request{WIDE_TEXT("\u00E4")}.run(keys.data), status::invalidParameter);
     const LogLines file = keys.log.file();
     EXPECT_EQ(
         LogLines(file.end() - 3, file.end()),
@@ -103,15 +104,15 @@ TEST(CardGetContainerProperty, ChecksFlagsSizeAndLengthInThisOrderForEachPropert
         BYTE buffer[64] = {};
         const DWORD tooSmall = row.size - 1;
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, tooSmall, nullptr, 1),
-                  0x80100004u);
+                  status::invalidParameter);
         EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100004")}));
         EXPECT_EQ(keys.log.output(), error("CMR_393: dwFlags is invalid."));
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, tooSmall, nullptr, 0),
-                  0x80100008u);
+                  status::insufficientBuffer);
         EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100008")}));
         EXPECT_EQ(keys.log.output(), error("CMR_395: cbData is too small."));
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, row.size, nullptr, 0),
-                  0x80100004u);
+                  status::invalidParameter);
         EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100004")}));
         EXPECT_EQ(keys.log.output(), error("CMR_396: pdwDataLen is NULL."));
         EXPECT_EQ(testing::platformCalls().counts["CryptDecodeObject"], 0) << "no key is read";
@@ -192,7 +193,7 @@ TEST(CardGetContainerProperty, NamesThePinOfEachContainer) {
 TEST(CardGetContainerProperty, NamesNoPinOfAContainerThatIsNotValid) {
     KeysFixture keys(CardType::type3);
     keys.context.containers[1].bFlags = CONTAINER_MAP_DEFAULT_CONTAINER;
-    EXPECT_EQ((Request{pinIdentifier, 1}.run(keys.data)), 0x80100030u);
+    EXPECT_EQ((Request{pinIdentifier, 1}.run(keys.data)), status::noKeyContainer);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited("0x80100030")}));
     EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));
 }
@@ -200,9 +201,9 @@ TEST(CardGetContainerProperty, NamesNoPinOfAContainerThatIsNotValid) {
 TEST(CardGetContainerProperty, ExpectsNoThirdContainerWithoutSecondSigningKeyNorAFourth) {
     KeysFixture keys(CardType::type7, TestKey::p256);
     keys.context.containers.push_back(keys.context.containers[1]);
-    EXPECT_EQ((Request{pinIdentifier, 3}.run(keys.data)), 0x8010001Fu);
+    EXPECT_EQ((Request{pinIdentifier, 3}.run(keys.data)), status::unexpected);
     keys.context.hasSecondSignCert = false;
-    EXPECT_EQ((Request{pinIdentifier, 2}.run(keys.data)), 0x8010001Fu);
+    EXPECT_EQ((Request{pinIdentifier, 2}.run(keys.data)), status::unexpected);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited("0x8010001f"), entered,
                                              pinParameters, exited("0x8010001f")}));
     EXPECT_EQ(keys.log.output(), LogLines{});
@@ -213,7 +214,7 @@ TEST(CardGetContainerProperty, HasNoAssociatedEcdhKeyForAnyContainer) {
     for (const BYTE index : {BYTE{0}, BYTE{1}, BYTE{2}}) {
         Request request{ecdhKey, index};
         request.size = 1;
-        EXPECT_EQ(request.run(keys.data), 0x80100030u);
+        EXPECT_EQ(request.run(keys.data), status::noKeyContainer);
         EXPECT_EQ(request.length, 77u);
         EXPECT_EQ(keys.log.file(), lines(scope, {entered, ecdhParameters, exited("0x80100030")}));
         EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));

@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "keys/keys_fixture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -61,8 +62,8 @@ std::string firstBlock(const ByteVector& data) {
 TEST(CardRSADecrypt, RefusesNullPointersWithTheExitLineAlone) {
     KeysFixture keys(CardType::type3);
     Request request;
-    EXPECT_EQ(CardRSADecrypt(nullptr, &request.info), 0x80100004u);
-    EXPECT_EQ(CardRSADecrypt(keys.data, nullptr), 0x80100004u);
+    EXPECT_EQ(CardRSADecrypt(nullptr, &request.info), status::invalidParameter);
+    EXPECT_EQ(CardRSADecrypt(keys.data, nullptr), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {exited("0x80100004", " (CMR_413/414)."),
                                              exited("0x80100004", " (CMR_413/414).")}));
 }
@@ -71,7 +72,7 @@ TEST(CardRSADecrypt, MarksARecordOfVersion0AsVersion1AndRefusesIt) {
     KeysFixture keys(CardType::type3);
     Request request;
     request.info.dwVersion = 0;
-    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), 0x51Au);
+    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), status::revisionMismatch);
     EXPECT_EQ(request.info.dwVersion, 1u);
     EXPECT_EQ(keys.log.file(),
               lines(scope, {entered(request.info), exited("0x0000051a", " (CMR_415).")}));
@@ -82,12 +83,12 @@ TEST(CardRSADecrypt, RefusesVersion1OfAVersion7CardAndVersion3OfAny) {
     for (const DWORD version : {1u, 3u}) {
         Request request(9, 9);
         request.info.dwVersion = version;
-        expectFailure(keys, request, 0x51A, exited("0x0000051a", " (CMR_415)."));
+        expectFailure(keys, request, status::revisionMismatch, exited("0x0000051a", " (CMR_415)."));
     }
     keys.data->dwVersion = 6;
     Request request(9, 9);
     request.info.dwVersion = 3;
-    expectFailure(keys, request, 0x51A, exited("0x0000051a", " (CMR_415)."));
+    expectFailure(keys, request, status::revisionMismatch, exited("0x0000051a", " (CMR_415)."));
 }
 
 TEST(CardRSADecrypt, TakesVersion1OfACardOfAnotherVersion) {
@@ -95,13 +96,13 @@ TEST(CardRSADecrypt, TakesVersion1OfACardOfAnotherVersion) {
     keys.data->dwVersion = 6;
     Request request(9);
     request.info.dwVersion = 0;
-    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), 0x80100030u);
+    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), status::noKeyContainer);
 }
 
 TEST(CardRSADecrypt, RefusesAContainerBeyondTheList) {
     KeysFixture keys(CardType::type3);
     Request request(2, 9);
-    expectFailure(keys, request, 0x80100030, exited("0x80100030", " (CMR_416)."));
+    expectFailure(keys, request, status::noKeyContainer, exited("0x80100030", " (CMR_416)."));
 }
 
 TEST(CardRSADecrypt, RefusesKeySpecificationsOtherThan1And2) {
@@ -109,7 +110,8 @@ TEST(CardRSADecrypt, RefusesKeySpecificationsOtherThan1And2) {
     for (const DWORD keySpec : {0u, 3u}) {
         Request request(0, keySpec);
         request.info.pbData = nullptr;
-        expectFailure(keys, request, 0x80100004, exited("0x80100004", " (CMR_417 case 1)."));
+        expectFailure(keys, request, status::invalidParameter,
+                      exited("0x80100004", " (CMR_417 case 1)."));
     }
 }
 
@@ -119,16 +121,18 @@ TEST(CardRSADecrypt, RefusesAKeySpecificationThatDoesNotFitTheContainer) {
          {std::pair(BYTE{0}, 2u), std::pair(BYTE{1}, 1u), std::pair(BYTE{2}, 1u)}) {
         Request request(container, keySpec);
         request.info.pbData = nullptr;
-        expectFailure(keys, request, 0x80100004, exited("0x80100004", " (CMR_417 case 2)."));
+        expectFailure(keys, request, status::invalidParameter,
+                      exited("0x80100004", " (CMR_417 case 2)."));
     }
 }
 
 TEST(CardRSADecrypt, RefusesContainer2WithoutSecondSigningKeyByTheListOrByThePair) {
     KeysFixture keys(CardType::type3);
     Request request(2, 2);
-    expectFailure(keys, request, 0x80100030, exited("0x80100030", " (CMR_416)."));
+    expectFailure(keys, request, status::noKeyContainer, exited("0x80100030", " (CMR_416)."));
     keys.context.containers.push_back(keys.context.containers[1]);
-    expectFailure(keys, request, 0x80100004, exited("0x80100004", " (CMR_417 case 2)."));
+    expectFailure(keys, request, status::invalidParameter,
+                  exited("0x80100004", " (CMR_417 case 2)."));
 }
 
 TEST(CardRSADecrypt, RefusesNoBlock) {
@@ -136,13 +140,14 @@ TEST(CardRSADecrypt, RefusesNoBlock) {
     Request request;
     request.info.pbData = nullptr;
     request.info.cbData = 0;
-    expectFailure(keys, request, 0x80100004, exited("0x80100004", " (CMR_418)."));
+    expectFailure(keys, request, status::invalidParameter, exited("0x80100004", " (CMR_418)."));
 }
 
 TEST(CardRSADecrypt, ComparesTheBlockWithTheKeyOfContainer0AlsoForAnother) {
     KeysFixture keys(CardType::type3, TestKey::rsa2048, TestKey::rsa1024);
     Request request(1, 2, 255);
-    expectFailure(keys, request, 0x80100008, exited("0x80100008", " (not enough data)."));
+    expectFailure(keys, request, status::insufficientBuffer,
+                  exited("0x80100008", " (not enough data)."));
     EXPECT_EQ(keys.card.statusCalls(), 0);
 }
 
@@ -157,7 +162,8 @@ TEST(CardRSADecrypt, RefusesAllPaddingsButPkcs1BeforeAnyCommand) {
     Request oaep;
     oaep.info.dwPaddingType = 8;
     oaep.info.pPaddingInfo = &oaep;
-    expectFailure(keys, oaep, 0x8010001F, exited("0x8010001f", ". OAEP padding not implemented."));
+    expectFailure(keys, oaep, status::unexpected,
+                  exited("0x8010001f", ". OAEP padding not implemented."));
     oaep.info.pPaddingInfo = nullptr;
     expectFailure(keys, oaep, 0x57, exited("0x00000057", " (pPaddingInfo)."));
     EXPECT_EQ(keys.log.output(), LogLines{});
@@ -212,7 +218,7 @@ TEST(CardRSADecrypt, FailsForA128ByteBlockOfA1024BitKey) {
     KeysFixture keys(CardType::type3, TestKey::rsa1024);
     Request request(0, 1, 128);
     keys.card.expect(mse81, "9000");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (empty data vector)"));
     EXPECT_EQ(keys.log.output(),
               (LogLines{{"DEBUG", "Decipher failed. Message length shorther than expected."}}));
 }
@@ -223,45 +229,45 @@ TEST(CardRSADecrypt, FailsWhenTheCardGivesNothing) {
     keys.card.expect(mse81, "9000")
         .expect(firstBlock(reversed(request.block)), "9000")
         .expect("00 2A 80 86 02 01 00 FF", "9000");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (empty data vector)"));
 }
 
 TEST(CardRSADecrypt, TakesTheLengthOfTheBlockAs16Bits) {
     KeysFixture keys(CardType::type3);
     Request wrapped(0, 1, 65536 + 100);
     keys.card.expect(mse81, "9000");
-    expectFailure(keys, wrapped, 0x8010001F, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, wrapped, status::unexpected, exited("0x8010001f", " (empty data vector)"));
     Request longer(0, 1, 65536 + 256);
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(longer.block)), "9000");
-    expectFailure(keys, longer, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, longer, status::unexpected, exited("0x8010001f"));
 }
 
 TEST(CardRSADecrypt, SendsNoLastBlockThatOneCommandCannotCarry) {
     KeysFixture keys(CardType::type3);
     Request request(0, 1, 510);
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "9000");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
 }
 
 TEST(CardRSADecrypt, ReportsAClosedPinAsASecurityViolation) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "6982");
-    expectFailure(keys, request, 0x8010006A, exited("0x8010006a"));
+    expectFailure(keys, request, status::securityViolation, exited("0x8010006a"));
 }
 
 TEST(CardRSADecrypt, ReportsAnObjectOfAnotherFamilyAsUnexpected) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "6A80");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
 }
 
 TEST(CardRSADecrypt, ReportsAPointerAsUnexpected) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "6A88");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
 }
 
 TEST(CardRSADecrypt, ReportsAFailedTransmissionAsUnexpected) {
@@ -269,7 +275,7 @@ TEST(CardRSADecrypt, ReportsAFailedTransmissionAsUnexpected) {
     Request request;
     keys.card.expectFailure(mse81, SCARD_W_REMOVED_CARD);
     const ByteVector before = request.block;
-    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), 0x8010001Fu);
+    EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), status::unexpected);
     EXPECT_EQ(request.block, before);
     const LogLines file = keys.log.file();
     ASSERT_EQ(file.size(), 3u);
@@ -281,14 +287,14 @@ TEST(CardRSADecrypt, HandsALogicErrorToTheFirstHandlerAndAPointerToOneToTheSecon
     KeysFixture keys(CardType::type3);
     Request request;
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw std::out_of_range("planted"); };
-    expectFailure(keys, request, 0x8010006A, exited("0x8010006a"));
+    expectFailure(keys, request, status::securityViolation, exited("0x8010006a"));
     std::logic_error planted("planted");
     platformCalls().SCardTransmit = [&](auto&&...) -> LONG { throw &planted; };
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw std::bad_alloc(); };
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw 7; };
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
 }
 
 TEST(CardRSADecrypt, WorksWithoutACardContext) {
@@ -296,7 +302,7 @@ TEST(CardRSADecrypt, WorksWithoutACardContext) {
     keys.data->hSCardCtx = 0;
     Request request;
     keys.card.expect(mse81, "6A88");
-    expectFailure(keys, request, 0x8010001F, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
 }
 
 }  // namespace

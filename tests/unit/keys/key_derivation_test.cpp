@@ -2,6 +2,7 @@
 
 #include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
+#include "support/statuses.h"
 
 // The stand-in's own call, for a hook that only looks on (tests/support/platform_calls.h).
 extern "C" NTSTATUS __real_BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE hAlgorithm,
@@ -104,8 +105,8 @@ void expectRefusal(Derivation& card, Request& request, DWORD status,
 TEST(CardDeriveKey, RefusesNullPointersWithTheEntryLineAlone) {
     Derivation card;
     Request request;
-    EXPECT_EQ(CardDeriveKey(nullptr, &request.info), 0x80100004u);
-    EXPECT_EQ(CardDeriveKey(card.data, nullptr), 0x80100004u);
+    EXPECT_EQ(CardDeriveKey(nullptr, &request.info), status::invalidParameter);
+    EXPECT_EQ(CardDeriveKey(card.data, nullptr), status::invalidParameter);
     EXPECT_EQ(card.log.file(), lines(scope, {entered, entered}));
 }
 
@@ -121,7 +122,7 @@ TEST(CardDeriveKey, WritesTheRequestBeforeItChecksTheVersion) {
         request.info.dwFlags = 0x80000001;
         request.info.bSecretAgreementIndex = 0xFE;
         request.info.dwKeyLen = 256;
-        expectRefusal(card, request, 0x51A,
+        expectRefusal(card, request, status::revisionMismatch,
                       {entered,
                        "with parameters, bSecretAgreementIndex:'0x000000fe', "
                        "dwFlags:'0x80000001', dwVersion:'0x0000000" +
@@ -135,7 +136,7 @@ TEST(CardDeriveKey, RefusesNoKdf) {
     Derivation card;
     Request request;
     request.info.pwszKDF = nullptr;
-    expectRefusal(card, request, 0x80100004,
+    expectRefusal(card, request, status::invalidParameter,
                   {entered, parameters, exited("0x80100004", ". CMR_444")});
 }
 
@@ -147,7 +148,7 @@ TEST(CardDeriveKey, RefusesAllFlagsButTwoBeforeTheKdf) {
         Request request;
         request.kdfName = WIDE_TEXT("hash");
         request.info.dwFlags = flag;
-        EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x80100004u);
+        EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
         EXPECT_EQ(card.log.file().back().message, exited("0x80100004", ". CMR_445"));
     }
 }
@@ -160,7 +161,7 @@ TEST(CardDeriveKey, KnowsNoKdfButHash) {
         request.kdfName = name;
         request.info.pwszKDF = request.kdfName.data();
         request.info.bSecretAgreementIndex = 9;
-        EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x80100004u);
+        EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
         EXPECT_EQ(card.log.file().back().message, exited("0x80100004", ". CMR_446"));
     }
 }
@@ -170,7 +171,7 @@ TEST(CardDeriveKey, RefusesAnUnknownIndexBeforeTheParameterList) {
     Request request;
     request.add(9, "unknown type");
     request.info.bSecretAgreementIndex = 2;
-    expectRefusal(card, request, 0x80100004,
+    expectRefusal(card, request, status::invalidParameter,
                   {entered,
                    "with parameters, bSecretAgreementIndex:'0x00000002', dwFlags:'0x00000000', "
                    "dwVersion:'0x00000002', dwKeyLen:'0'",
@@ -183,7 +184,7 @@ TEST(CardDeriveKey, RefusesASecretThatWasDestroyed) {
     EXPECT_EQ(CardDestroyDHAgreement(card.data, 1, 0), 0u);
     card.log.clear();
     Request request;
-    EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x80100004u);
+    EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
     EXPECT_EQ(card.log.file(),
               lines(scope, {entered, parameters, kdf, exited("0x80100004", ". CMR_447")}));
 }
@@ -193,6 +194,7 @@ TEST(CardDeriveKey, HashesTheBareSecretBySha1WithoutAParameterList) {
     Request request;
     EXPECT_EQ(request.derive(card), bytes(sha1OfAbc));
     EXPECT_EQ(request.info.cbDerivedKey, 20u);
+    EXPECT_EQ(PlatformRecord::takeAllocatedSizes(), std::vector<std::size_t>{20});
     EXPECT_EQ(request.info.hKey, 0xEEEEu);
     EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf, exited("0x00000000", ".")}));
     EXPECT_EQ(card.log.output(), LogLines{});
@@ -267,7 +269,7 @@ TEST(CardDeriveKey, AsksThePlatformsOwnProviderForTheNamedHash) {
         return static_cast<NTSTATUS>(0xC0000225);
     };
     card.expectPinQuery();
-    EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x8010001Fu);
+    EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::unexpected);
     EXPECT_EQ(name, WIDE_TEXT("SHA256"));
     EXPECT_EQ(implementation, WIDE_TEXT("Microsoft Primitive Provider"));
 }
@@ -312,7 +314,7 @@ TEST(CardDeriveKey, RefusesHashNamesOutsideTheFourExactly) {
         Request request;
         request.addHash(name);
         request.add(9, "not reached");
-        expectRefusal(card, request, 0x80100004,
+        expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 0.",
                        exited("0x80100004", ". Invalid hash algorithm.")});
     }
@@ -322,7 +324,7 @@ TEST(CardDeriveKey, RefusesAHashNameThatIsNotThere) {
     Derivation card;
     Request request;
     request.add(KDF_HASH_ALGORITHM, nullptr, 14);
-    expectRefusal(card, request, 0x80100004,
+    expectRefusal(card, request, status::invalidParameter,
                   {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 0.",
                    exited("0x80100004", ". Invalid hash algorithm.")});
 }
@@ -342,7 +344,7 @@ TEST(CardDeriveKey, ReadsAHashNameNoFurtherThanItsBuffer) {
         if (whole) {
             other.derive(card);
         } else {
-            EXPECT_EQ(CardDeriveKey(card.data, &other.info), 0x80100004u);
+            EXPECT_EQ(CardDeriveKey(card.data, &other.info), status::invalidParameter);
         }
     }
 }
@@ -362,7 +364,7 @@ TEST(CardDeriveKey, RefusesAnUnknownBufferTypeAtOnceWithoutALineForIt) {
         request.add(KDF_SECRET_PREPEND, "A");
         request.add(type, "B");
         request.addHash(WIDE_TEXT("sha1"));
-        expectRefusal(card, request, 0x80100004,
+        expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 1.",
                        exited("0x80100004", ". CMR_448")});
     }
@@ -373,7 +375,7 @@ TEST(CardDeriveKey, RefusesBytesAndBuffersThatAreNotThere) {
         Derivation card;
         Request request;
         request.add(type, nullptr, 1);
-        expectRefusal(card, request, 0x80100004,
+        expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists,
                        "Found a KDF buffer with type: " + std::to_string(type) + ".",
                        exited("0x80100004", ". CMR_448")});
@@ -382,7 +384,7 @@ TEST(CardDeriveKey, RefusesBytesAndBuffersThatAreNotThere) {
     Request request;
     request.list.cBuffers = 1;
     request.info.pParameterList = &request.list;
-    expectRefusal(card, request, 0x80100004,
+    expectRefusal(card, request, status::invalidParameter,
                   {entered, parameters, kdf, listExists, exited("0x80100004", ". CMR_448")});
 }
 
@@ -392,7 +394,7 @@ TEST(CardDeriveKey, RefusesWithoutALineWhileThePinIsClosed) {
     card.data->hSCardCtx = 0;  // Looked at only afterwards.
     request.info.dwFlags = 0x20000000;
     card.expectPinQuery("63C3");
-    EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x8010006Au);
+    EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::securityViolation);
     EXPECT_EQ(card.log.file(), lines(scope, {entered, sizeOnlyParameters, kdf}));
     EXPECT_EQ(card.bcryptCalls(), noBcrypt);
     EXPECT_EQ(request.info.cbDerivedKey, 0xDDDDu);
@@ -403,7 +405,7 @@ TEST(CardDeriveKey, LooksForTheCardContextOnlyAfterItHasSpokenToTheCard) {
     Request request;
     card.data->hSCardCtx = 0;
     card.expectPinQuery();
-    EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x80100004u);
+    EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
     EXPECT_EQ(card.log.file(),
               lines(scope, {entered, parameters, kdf, exited("0x80100004", ". isNoCardMode")}));
     EXPECT_EQ(card.card.exchanges().size(), 2u);
@@ -496,7 +498,7 @@ TEST(CardDeriveKey, ClosesWhatItOpenedWhenAHashCallFailsAndThenWritesItsLine) {
             return __real_BCryptCloseAlgorithmProvider(handle, flags);
         };
         card.expectPinQuery();
-        EXPECT_EQ(CardDeriveKey(card.data, &request.info), 0x8010001Fu);
+        EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::unexpected);
         LogLines file = card.log.file();
         if (failure.calls.size() > 1) {
             EXPECT_EQ(beforeClosing, lines(scope, {entered, parameters, kdf}));

@@ -1,6 +1,7 @@
 #include <tuple>
 
 #include "keys/keys_fixture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -27,8 +28,8 @@ Sizes all(const CARD_KEY_SIZES& sizes) {
 TEST(CardQueryKeySizes, RefusesNullPointersWithTheExitLineAlone) {
     KeysFixture keys(CardType::type3);
     CARD_KEY_SIZES sizes{};
-    EXPECT_EQ(CardQueryKeySizes(nullptr, 1, 0, &sizes), 0x80100004u);
-    EXPECT_EQ(CardQueryKeySizes(keys.data, 1, 0, nullptr), 0x80100004u);
+    EXPECT_EQ(CardQueryKeySizes(nullptr, 1, 0, &sizes), status::invalidParameter);
+    EXPECT_EQ(CardQueryKeySizes(keys.data, 1, 0, nullptr), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), lines(scope, {exited("0x80100004"), exited("0x80100004")}));
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
@@ -37,7 +38,7 @@ TEST(CardQueryKeySizes, RefusesKeySpecifications0And9AndLeavesTheRecord) {
     for (const DWORD keySpec : {0u, 9u, 0xFFFFFFFFu}) {
         KeysFixture keys(CardType::type3);
         CARD_KEY_SIZES sizes{5, 6, 7, 8, 9};  // Neither flags nor version are looked at.
-        EXPECT_EQ(CardQueryKeySizes(keys.data, keySpec, 1, &sizes), 0x80100004u);
+        EXPECT_EQ(CardQueryKeySizes(keys.data, keySpec, 1, &sizes), status::invalidParameter);
         EXPECT_EQ(all(sizes), Sizes(5, 6, 7, 8, 9));
         EXPECT_EQ(keys.log.file(), lines(scope, {entered(keySpec, 1, 5), exited("0x80100004")}));
     }
@@ -63,7 +64,7 @@ TEST(CardQueryKeySizes, GivesTheSizesOfEachKeySpecification) {
 TEST(CardQueryKeySizes, FillsTheRecordAlsoWhenItRefusesTheFlags) {
     KeysFixture keys(CardType::type3);
     CARD_KEY_SIZES sizes{2, 0, 0, 0, 5};  // The flags are looked at before the version.
-    EXPECT_EQ(CardQueryKeySizes(keys.data, 1, 4, &sizes), 0x80100004u);
+    EXPECT_EQ(CardQueryKeySizes(keys.data, 1, 4, &sizes), status::invalidParameter);
     EXPECT_EQ(all(sizes), Sizes(2, 2048, 2048, 2048, 0));
     EXPECT_EQ(keys.log.file(), lines(scope, {entered(1, 4, 2), exited("0x80100004")}));
 }

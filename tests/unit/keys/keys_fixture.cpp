@@ -90,14 +90,4 @@ ByteVector reversed(ByteVector value) {
     return value;
 }
 
-LogLines lines(const std::string& scope, std::initializer_list<std::string> messages) {
-    LogLines result;
-    for (const std::string& message : messages) result.push_back({scope, message});
-    return result;
-}
-
-std::string exited(const std::string& status, const std::string& suffix) {
-    return "Exiting the function, with status code: '" + status + "'" + suffix;
-}
-
 }  // namespace KelmoraID::testing

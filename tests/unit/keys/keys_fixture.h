@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
 
 #include "session/card_context.h"
@@ -43,10 +42,5 @@ private:
 /// The bytes 00, 01, 02 ... of that length.
 ByteVector counting(std::size_t length);
 ByteVector reversed(ByteVector value);
-
-/// Lines under one scope.
-LogLines lines(const std::string& scope, std::initializer_list<std::string> messages);
-/// The text of an exit line, the status as it is printed.
-std::string exited(const std::string& status, const std::string& suffix = "");
 
 }  // namespace KelmoraID::testing

@@ -3,6 +3,7 @@
 #include "keys/keys_fixture.h"
 #include "platform/wide_text.h"
 #include "profiles/card_profiles.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -125,8 +126,8 @@ void expectSignature(KeysFixture& keys, const ByteVector& data, const std::strin
 TEST(CardSignData, RefusesNullPointersWithTheExitLineAlone) {
     KeysFixture keys(CardType::type3);
     CARD_SIGNING_INFO info{};
-    EXPECT_EQ(CardSignData(nullptr, &info), 0x80100004u);
-    EXPECT_EQ(CardSignData(keys.data, nullptr), 0x80100004u);
+    EXPECT_EQ(CardSignData(nullptr, &info), status::invalidParameter);
+    EXPECT_EQ(CardSignData(keys.data, nullptr), status::invalidParameter);
     const std::string line = exited("0x80100004", ", pInfo or pCardData");
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, line}, {scope, line}}));
 }
@@ -135,7 +136,7 @@ TEST(CardSignData, RefusesWithoutACardContextBeforeTheEntryLine) {
     KeysFixture keys(CardType::type3);
     keys.data->hSCardCtx = 0;
     Request request(0, 1, 32);
-    EXPECT_EQ(request.run(keys), 0x80100004u);
+    EXPECT_EQ(request.run(keys), status::invalidParameter);
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, exited("0x80100004", ", NoCardMode")}}));
 }
 
@@ -146,7 +147,7 @@ TEST(CardSignData, WritesTheWholeRequestInTheEntryLine) {
     request.info.dwSigningFlags = 0x4000000F;
     request.info.aiHashAlg = sha256;
     request.info.dwPaddingType = 0xAB;
-    EXPECT_EQ(request.run(keys), 0x51Au);
+    EXPECT_EQ(request.run(keys), status::revisionMismatch);
     EXPECT_EQ(keys.log.file(),
               (LogLines{{scope,
                          "Entering the function, with parameters, bContainerIndex:'1' "
@@ -161,7 +162,7 @@ TEST(CardSignData, RefusesVersions0And3) {
         Request request(9, 9, 32);
         request.info.dwVersion = version;
         request.info.dwSigningFlags = 0x10;
-        expectRefusal(keys, request, 0x51A, exited("0x0000051a", ", dwVersion"));
+        expectRefusal(keys, request, status::revisionMismatch, exited("0x0000051a", ", dwVersion"));
     }
 }
 
@@ -172,7 +173,8 @@ TEST(CardSignData, RefusesEachForbiddenFlag) {
         KeysFixture keys(CardType::type3);
         Request request(9, 9, 32);
         request.info.dwSigningFlags = flag;
-        expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", dwSigningFlags"));
+        expectRefusal(keys, request, status::invalidParameter,
+                      exited("0x80100004", ", dwSigningFlags"));
     }
 }
 
@@ -193,17 +195,17 @@ TEST(CardSignData, RefusesContainer2WithoutSecondSigningKeyAndContainer3) {
         KeysFixture keys(cardType);
         Request request(container, 2, 32);
         request.info.aiHashAlg = sha256;
-        expectRefusal(keys, request, 0x80100030, exited("0x80100030"));
+        expectRefusal(keys, request, status::noKeyContainer, exited("0x80100030"));
     }
 }
 
 TEST(CardSignData, TellsTheKindOfKeyByTheContainersOwnCertificate) {
     KeysFixture keys(CardType::type4, TestKey::rsa2048, TestKey::p384);
     Request rsa(0, 3, 32);
-    expectRefusal(keys, rsa, 0x80100004, exited("0x80100004", ", dwKeySpec RSA"));
+    expectRefusal(keys, rsa, status::invalidParameter, exited("0x80100004", ", dwKeySpec RSA"));
     for (const BYTE container : {BYTE{1}, BYTE{2}}) {
         Request ecc(container, 2, 32);
-        expectRefusal(keys, ecc, 0x80100004, exited("0x80100004", ", dwKeySpec ECC"));
+        expectRefusal(keys, ecc, status::invalidParameter, exited("0x80100004", ", dwKeySpec ECC"));
     }
 }
 
@@ -212,12 +214,14 @@ TEST(CardSignData, RefusesAKeySpecificationOfTheOtherKind) {
         KeysFixture keys(CardType::type3);
         Request request(0, keySpec, 32);
         request.info.aiHashAlg = sha256;
-        expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", dwKeySpec RSA"));
+        expectRefusal(keys, request, status::invalidParameter,
+                      exited("0x80100004", ", dwKeySpec RSA"));
     }
     for (const DWORD keySpec : {0u, 1u, 2u, 9u}) {
         KeysFixture keys(CardType::type8, TestKey::p256);
         Request request(0, keySpec, 32);
-        expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", dwKeySpec ECC"));
+        expectRefusal(keys, request, status::invalidParameter,
+                      exited("0x80100004", ", dwKeySpec ECC"));
     }
 }
 
@@ -253,10 +257,11 @@ TEST(CardSignData, RefusesNoData) {
     KeysFixture keys(CardType::type3);
     Request none(0, 1, 32);
     none.info.pbData = nullptr;
-    expectRefusal(keys, none, 0x80100004, exited("0x80100004", ", pbData or cbData"));
+    expectRefusal(keys, none, status::invalidParameter, exited("0x80100004", ", pbData or cbData"));
     Request empty(0, 1, 32);
     empty.info.cbData = 0;
-    expectRefusal(keys, empty, 0x80100004, exited("0x80100004", ", pbData or cbData"));
+    expectRefusal(keys, empty, status::invalidParameter,
+                  exited("0x80100004", ", pbData or cbData"));
 }
 
 TEST(CardSignData, SignsByAlgorithmIdAndGivesALittleEndianSignatureOfTheKeysSize) {
@@ -267,6 +272,7 @@ TEST(CardSignData, SignsByAlgorithmIdAndGivesALittleEndianSignatureOfTheKeysSize
     expectSignature(keys, request.data, hexOf(counting(256)) + "9000");
     EXPECT_EQ(request.run(keys), 0u);
     EXPECT_EQ(request.signature(), reversed(counting(256)));
+    EXPECT_EQ(PlatformRecord::takeAllocatedSizes(), std::vector<std::size_t>{256});
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
                                          {scope, exited("0x00000000")}}));
@@ -279,7 +285,8 @@ TEST(CardSignData, WritesTheDataAsSpacedHexadecimalText) {
     KeysFixture keys(CardType::type3);
     Request request(1, 2, 3);
     EXPECT_EQ(dataLine(request.data), "cbData:'3' pbData:'00 01 02',");
-    expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", no hash algorithm"), true);
+    expectRefusal(keys, request, status::invalidParameter,
+                  exited("0x80100004", ", no hash algorithm"), true);
 }
 
 TEST(CardSignData, KnowsTheFourAlgorithmIds) {
@@ -305,7 +312,7 @@ TEST(CardSignData, RefusesAnyOtherAlgorithmId) {
         KeysFixture keys(CardType::type3);
         Request request(0, 1, 32);
         request.info.aiHashAlg = id;
-        expectRefusal(keys, request, 0x80100022,
+        expectRefusal(keys, request, status::unsupportedFeature,
                       exited("0x80100022", " invalid hash algorithm (hashAldId)"), true,
                       rsaByAlgId);
     }
@@ -342,8 +349,8 @@ TEST(CardSignData, CallsTheOldHashesInvalid) {
         KeysFixture keys(CardType::type3);
         Request request(1, 2, 32);
         request.pad(pkcs1, name);
-        expectRefusal(keys, request, 0x80100022, exited("0x80100022", ", invalid hash algorithm"),
-                      true);
+        expectRefusal(keys, request, status::unsupportedFeature,
+                      exited("0x80100022", ", invalid hash algorithm"), true);
     }
 }
 
@@ -353,8 +360,8 @@ TEST(CardSignData, CallsUnknownNamesUnrecommendedUnderAnotherEntryPointsTag) {
         KeysFixture keys(CardType::type3);
         Request request(1, 2, 32);
         request.pad(pss, name);
-        expectRefusal(keys, request, 0x80100022, exited("0x80100022", ", unrecommended algorithm"),
-                      true, {}, "CardReadFile");
+        expectRefusal(keys, request, status::unsupportedFeature,
+                      exited("0x80100022", ", unrecommended algorithm"), true, {}, "CardReadFile");
     }
 }
 
@@ -364,11 +371,12 @@ TEST(CardSignData, RefusesNoPaddingAndOaepBeforeItReadsThePaddingInformation) {
         DWORD status;
         std::string exit;
     };
-    for (const Row& row : {Row{1, 0x80100022, exited("0x80100022", ", padding none")},
-                           Row{8, 0x80100022, exited("0x80100022", ", padding OAEP")},
-                           Row{0, 0x80100004, exited("0x80100004", ", dwPaddingType")},
-                           Row{3, 0x80100004, exited("0x80100004", ", dwPaddingType")},
-                           Row{6, 0x80100004, exited("0x80100004", ", dwPaddingType")}}) {
+    for (const Row& row :
+         {Row{1, status::unsupportedFeature, exited("0x80100022", ", padding none")},
+          Row{8, status::unsupportedFeature, exited("0x80100022", ", padding OAEP")},
+          Row{0, status::invalidParameter, exited("0x80100004", ", dwPaddingType")},
+          Row{3, status::invalidParameter, exited("0x80100004", ", dwPaddingType")},
+          Row{6, status::invalidParameter, exited("0x80100004", ", dwPaddingType")}}) {
         for (const TestKey key : {TestKey::rsa2048, TestKey::p256}) {
             KeysFixture keys(CardType::type3, key);
             Request request(1, key == TestKey::p256 ? 3 : 2, 32);
@@ -388,7 +396,8 @@ TEST(CardSignData, RefusesPaddingInformationThatIsNotThereForEitherKindOfKey) {
             request.info.dwSigningFlags = paddingInfoPresent;
             request.info.dwPaddingType = type;
             request.info.aiHashAlg = sha256;
-            expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", pPaddingInfo"), true);
+            expectRefusal(keys, request, status::invalidParameter,
+                          exited("0x80100004", ", pPaddingInfo"), true);
         }
     }
 }
@@ -398,7 +407,8 @@ TEST(CardSignData, RefusesAnRsaKeyWithoutAnyHashAlgorithm) {
     Request request(0, 1, 20);
     request.info.pPaddingInfo = &request.padding;  // Not said to be present.
     request.info.dwPaddingType = pkcs1;
-    expectRefusal(keys, request, 0x80100004, exited("0x80100004", ", no hash algorithm"), true);
+    expectRefusal(keys, request, status::invalidParameter,
+                  exited("0x80100004", ", no hash algorithm"), true);
 }
 
 TEST(CardSignData, LetsTheAlgorithmIdWinOverPssPaddingInformationOnBothCounts) {
@@ -475,7 +485,7 @@ TEST(CardSignData, RefusesAWrongAlgorithmIdOfAnEccKeyBeforeTheLength) {
     KeysFixture keys(CardType::type8, TestKey::p256);
     Request request(0, 3, 33);
     request.info.aiHashAlg = 0x8003;
-    expectRefusal(keys, request, 0x80100022,
+    expectRefusal(keys, request, status::unsupportedFeature,
                   exited("0x80100022", " invalid hash algorithm (hashAldId)"), true, rsaByAlgId);
 }
 
@@ -483,8 +493,8 @@ TEST(CardSignData, RefusesALengthOfAnEccHashThatIsNone) {
     for (const std::size_t length : {1u, 19u, 30u, 33u, 36u, 65u, 300u}) {
         KeysFixture keys(CardType::type8, TestKey::p256);
         Request request(0, 3, length);
-        expectRefusal(keys, request, 0x80100004, exited("0x80100004", " invalid hash algorihm ECC"),
-                      true, eccBranch);
+        expectRefusal(keys, request, status::invalidParameter,
+                      exited("0x80100004", " invalid hash algorihm ECC"), true, eccBranch);
     }
 }
 
@@ -536,7 +546,7 @@ TEST(CardSignData, ReportsAClosedPinAsASecurityViolation) {
     request.info.aiHashAlg = sha256;
     expectMse(keys, "82", "42");
     expectSignature(keys, request.data, "6982");
-    EXPECT_EQ(request.run(keys), 0x8010006Au);
+    EXPECT_EQ(request.run(keys), status::securityViolation);
     EXPECT_TRUE(request.hasNoSignature());
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
@@ -561,7 +571,7 @@ TEST(CardSignData, ReportsARefusedEnvironmentByItsPlatformCode) {
     Request request(1, 2, 32);
     request.info.aiHashAlg = sha256;
     keys.card.expect("00 22 41 B6 06 84 01 82 80 01 42 00", "6A88");
-    EXPECT_EQ(request.run(keys), 0x80100024u);
+    EXPECT_EQ(request.run(keys), status::fileNotFound);
     EXPECT_TRUE(request.hasNoSignature());
 }
 
@@ -570,7 +580,7 @@ TEST(CardSignData, ReportsAFailedTransmission) {
     Request request(1, 2, 32);
     request.info.aiHashAlg = sha256;
     keys.card.expectFailure("00 22 41 B6 06 84 01 82 80 01 42 00", SCARD_W_REMOVED_CARD);
-    EXPECT_EQ(request.run(keys), 0x8010001Fu);
+    EXPECT_EQ(request.run(keys), status::unexpected);
     EXPECT_TRUE(request.hasNoSignature());
     EXPECT_EQ(keys.log.file().back().message, exited("0x8010001f", " from APDU"));
 }
@@ -605,9 +615,9 @@ TEST(CardSignData, LeavesDataOutThatOneCommandCannotCarry) {
         request.info.aiHashAlg = sha256;
         expectMse(keys, "82", "42");
         keys.card.expect("00 2A 9E 9A 00", "6700");
-        EXPECT_EQ(request.run(keys), 0x80100004u);
+        EXPECT_EQ(request.run(keys), status::invalidParameter);
         EXPECT_TRUE(request.hasNoSignature());
-        // Meant so: 256 bytes are left out without a word.
+        // 256 bytes are left out without a word.
         LogLines output = rsaByAlgId;
         if (length > 256) {
             output.push_back({"ERROR", "Apdu data size too big " + std::to_string(length) +

@@ -4,33 +4,21 @@
 #include "pin/dialog_double.h"
 #include "pin/pin_fixture.h"
 #include "session/entry_points.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
 
 using namespace testing;
 
-constexpr DWORD invalidParameter = 0x80100004;
-constexpr DWORD unsupportedFeature = 0x80100022;
-constexpr DWORD unexpected = 0x8010001F;
-constexpr DWORD wrongPin = 0x8010006B;
-constexpr DWORD blockedPin = 0x8010006C;
 constexpr DWORD untouched = 0xABCD;
 
 constexpr const char* verifySixDigits = "00 20 00 11 06 313233343536";
 
-LogLine scoped(const std::string& message) {
-    return {"CardAuthenticateEx", message};
-}
 LogLine entryLine(const std::string& pinId, const std::string& flags) {
-    return scoped("Entering the function, with parameters, PinId:'" + pinId + "' dwFlags:'" +
-                  flags + "'");
+    return authenticationLine("Entering the function, with parameters, PinId:'" + pinId +
+                              "' dwFlags:'" + flags + "'");
 }
-LogLine exitLine(const std::string& status) {
-    return scoped("Exiting the function, with status code: '" + status + "'");
-}
-const LogLine orLine =
-    scoped("Exiting the function, with status code: '0x8010006b' or '0x8010006c'");
 
 // The lines of the property that tells the kind of PIN.
 LogLines withProperty(const LogLine& entry, const LogLines& rest) {
@@ -74,7 +62,7 @@ TEST_F(Authentication, ARightPinLeavesTheAttemptsUntouched) {
     EXPECT_EQ(authenticate(1), 0u);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(card.statusCalls(), 1);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {exitLine("0x00000000")}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {authenticationExit("0x00000000")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -87,17 +75,17 @@ TEST_F(Authentication, VerifiesAnOpenPinAllTheSame) {
 
 TEST_F(Authentication, AWrongPinTellsTheAttempts) {
     expectVerify("63C2");
-    EXPECT_EQ(authenticate(1), wrongPin);
+    EXPECT_EQ(authenticate(1), status::wrongPin);
     EXPECT_EQ(attempts, 2u);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {orLine}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {refusedPinExit}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_80: PIN attempts remaining: 2."}}));
 }
 
 TEST_F(Authentication, ABlockedPinTellsNoAttempts) {
     expectVerify("6984");
-    EXPECT_EQ(authenticate(1), blockedPin);
+    EXPECT_EQ(authenticate(1), status::blockedPin);
     EXPECT_EQ(attempts, 0u);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {orLine}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {refusedPinExit}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_80: PIN attempts remaining: 0."}}));
 }
 
@@ -105,14 +93,14 @@ TEST_F(Authentication, TheLastAttemptIsAWrongPinWhicheverOfTheTwoAnswersTellsIt)
     for (const char* answer : {"63C0", "6983"}) {
         attempts = untouched;
         expectVerify(answer);
-        EXPECT_EQ(authenticate(1), wrongPin);
+        EXPECT_EQ(authenticate(1), status::wrongPin);
         EXPECT_EQ(attempts, 0u);
     }
 }
 
 TEST_F(Authentication, TheAttemptsOfACardThatDoesNotSayArriveAsMinus1) {
     expectVerify("6300");
-    EXPECT_EQ(authenticate(1), wrongPin);
+    EXPECT_EQ(authenticate(1), status::wrongPin);
     EXPECT_EQ(attempts, 0xFFFFFFFF);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_80: PIN attempts remaining: -1."}}));
 }
@@ -120,30 +108,30 @@ TEST_F(Authentication, TheAttemptsOfACardThatDoesNotSayArriveAsMinus1) {
 TEST_F(Authentication, ACallerWithoutAttemptsGetsNoLineOnThem) {
     expectVerify("63C2");
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0, pin.data(), 6, nullptr, nullptr, nullptr),
-              wrongPin);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {orLine}));
+              status::wrongPin);
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {refusedPinExit}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, RefusesANullRecord) {
     EXPECT_EQ(CardAuthenticateEx(nullptr, 1, 64, pin.data(), 6, nullptr, nullptr, &attempts),
-              invalidParameter);
+              status::invalidParameter);
     EXPECT_EQ(log.file(), LogLines{entryLine("1", "64")});
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_71: pCardData is NULL."}}));
 }
 
 TEST_F(Authentication, RefusesARecordWithoutAContextBeforeAnyCall) {
     acquired.data.hSCardCtx = 0;
-    EXPECT_EQ(authenticate(1), invalidParameter);
+    EXPECT_EQ(authenticate(1), status::invalidParameter);
     EXPECT_EQ(card.statusCalls(), 0);
-    EXPECT_EQ(log.file(), (LogLines{entryLine("1", "0"), exitLine("0x80100004")}));
+    EXPECT_EQ(log.file(), (LogLines{entryLine("1", "0"), authenticationExit("0x80100004")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, RefusesPinId5WithNoTrafficBeyondTheProtocolQuery) {
     for (const DWORD pinId : {5u, 0u, 0xFFFFFFFFu}) {
         const int before = card.statusCalls();
-        EXPECT_EQ(authenticate(pinId), invalidParameter);
+        EXPECT_EQ(authenticate(pinId), status::invalidParameter);
         EXPECT_EQ(card.statusCalls(), before + 1);
         EXPECT_TRUE(card.exchanges().empty());
         EXPECT_EQ(log.file(), LogLines{entryLine(std::to_string(pinId), "0")});
@@ -154,53 +142,56 @@ TEST_F(Authentication, RefusesPinId5WithNoTrafficBeyondTheProtocolQuery) {
 
 TEST_F(Authentication, EndsAsUnexpectedWhenTheKindOfPinCannotBeTold) {
     acquired.data.pfnCspAlloc = [](SIZE_T) -> LPVOID { return nullptr; };
-    EXPECT_EQ(authenticate(1), unexpected);
+    EXPECT_EQ(authenticate(1), status::unexpected);
     EXPECT_EQ(log.file(),
               (LogLines{entryLine("1", "0"),
                         {"CardGetProperty", "Entering the function"},
                         {"CardGetProperty", "with parameters wszProperty: 'PIN Information'"},
                         {"CardGetProperty", "Exiting the function, with status code: '0x00000008'"},
-                        exitLine("0x8010001f")}));
+                        authenticationExit("0x8010001f")}));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_21: Out-of-memory (PFN_CSP_ALLOC)."}}));
 }
 
 TEST_F(Authentication, RefusesANullPinFromThePlatform) {
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0, nullptr, 6, nullptr, nullptr, &attempts),
-              invalidParameter);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {exitLine("0x80100004")}));
+              status::invalidParameter);
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {authenticationExit("0x80100004")}));
     EXPECT_EQ(
         log.output(),
         (LogLines{{"DEBUG", "CMR_73: pbPinData is NULL and PIN type is not external or empty."}}));
 }
 
 TEST_F(Authentication, RefusesSessionPinsFromThePlatformsPrompt) {
-    EXPECT_EQ(authenticate(1, 0x10000000), unsupportedFeature);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "268435456"), {exitLine("0x80100022")}));
+    EXPECT_EQ(authenticate(1, 0x10000000), status::unsupportedFeature);
+    EXPECT_EQ(log.file(),
+              withProperty(entryLine("1", "268435456"), {authenticationExit("0x80100022")}));
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_66: Session PIN generation is not supported."}}));
-    EXPECT_EQ(authenticate(1, 0x20000000), unsupportedFeature);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "536870912"),
-                                       {scoped("CMR_67: Session PIN validation is not supported."),
-                                        exitLine("0x80100022")}));
+    EXPECT_EQ(authenticate(1, 0x20000000), status::unsupportedFeature);
+    EXPECT_EQ(log.file(),
+              withProperty(entryLine("1", "536870912"),
+                           {authenticationLine("CMR_67: Session PIN validation is not supported."),
+                            authenticationExit("0x80100022")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, RefusesBothSessionFlagsTogether) {
-    EXPECT_EQ(authenticate(1, 0x30000000), invalidParameter);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "805306368"), {exitLine("0x80100004")}));
+    EXPECT_EQ(authenticate(1, 0x30000000), status::invalidParameter);
+    EXPECT_EQ(log.file(),
+              withProperty(entryLine("1", "805306368"), {authenticationExit("0x80100004")}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_74: dwFlags is invalid."}}));
 }
 
 TEST_F(Authentication, AcceptsASilentContextWithThePlatformsPinLikeNoFlags) {
     expectVerify("9000");
     EXPECT_EQ(authenticate(1, 0x40), 0u);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "64"), {exitLine("0x00000000")}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "64"), {authenticationExit("0x00000000")}));
 }
 
 TEST_F(Authentication, APinBelowTheMinimumIsAWrongPinWithNoVerifySent) {
     pin = bytes("313233");
     expectLimitsByGetData(card, "11", 4, 12);
-    EXPECT_EQ(authenticate(1), wrongPin);
+    EXPECT_EQ(authenticate(1), status::wrongPin);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "lambda attemptVerifyPin: Error."},
@@ -210,7 +201,7 @@ TEST_F(Authentication, APinBelowTheMinimumIsAWrongPinWithNoVerifySent) {
 TEST_F(Authentication, ALengthOf0WithAPinIsAWrongPin) {
     expectLimitsByGetData(card, "11", 4, 12);
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0, pin.data(), 0, nullptr, nullptr, &attempts),
-              wrongPin);
+              status::wrongPin);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "lambda attemptVerifyPin: Error."},
                                       {"DEBUG", "CMR_75: cbPinData is invalid."}}));
@@ -223,7 +214,7 @@ TEST_F(Authentication, ALengthOf0IsAWrongPinWhateverACardWithoutAMinimumAnswers)
         card.expect(selectRootCommand, "9000").expect("00 20 00 11 00", answer);
         EXPECT_EQ(
             CardAuthenticateEx(&acquired.data, 1, 0, pin.data(), 0, nullptr, nullptr, &attempts),
-            wrongPin);
+            status::wrongPin);
         EXPECT_EQ(attempts, untouched);
         EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_75: cbPinData is invalid."}}));
         EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {}));
@@ -232,7 +223,7 @@ TEST_F(Authentication, ALengthOf0IsAWrongPinWhateverACardWithoutAMinimumAnswers)
 
 TEST_F(Authentication, APinThatTheCardRefusesInFormIsAWrongPin) {
     expectVerify("6700");
-    EXPECT_EQ(authenticate(1), wrongPin);
+    EXPECT_EQ(authenticate(1), status::wrongPin);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_75: cbPinData is invalid."}}));
     EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {}));
@@ -241,42 +232,43 @@ TEST_F(Authentication, APinThatTheCardRefusesInFormIsAWrongPin) {
 TEST_F(Authentication, AReaderRemovedDuringVerifyAborts) {
     expectLimitsByGetData(card, "11", 4, 12);
     card.expect(selectRootCommand, "9000").expectFailure(verifySixDigits, SCARD_W_REMOVED_CARD);
-    EXPECT_EQ(authenticate(1), unexpected);
+    EXPECT_EQ(authenticate(1), status::unexpected);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(log.file(),
               withProperty(entryLine("1", "0"),
                            {{"Transmit",
                              "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
                              "0x-7fefff97"},
-                            scoped("Failed to verify PIN. Aborting...")}));
+                            authenticationLine("Failed to verify PIN. Aborting...")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, AThrownPointerAborts) {
     expectVerify("6D00");
-    EXPECT_EQ(authenticate(1), unexpected);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "0"), {scoped("Failed to verify PIN. Aborting...")}));
+    EXPECT_EQ(authenticate(1), status::unexpected);
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"),
+                                       {authenticationLine("Failed to verify PIN. Aborting...")}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "Error: Failed to verify PIN. Exception."}}));
 }
 
 TEST_F(Authentication, ARefusedSelectionAborts) {
     expectLimitsByGetData(card, "11", 4, 12);
     card.expect(selectRootCommand, "6A82");
-    EXPECT_EQ(authenticate(1), unexpected);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "0"), {scoped("Failed to verify PIN. Aborting...")}));
+    EXPECT_EQ(authenticate(1), status::unexpected);
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"),
+                                       {authenticationLine("Failed to verify PIN. Aborting...")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, ARefusedGetDataAborts) {
     card.expect(selectApplication, "9000").expect(selectRootCommand, "9000");
     card.expect("00 CB 3F FF 0B 4D09 7007 BF8111 03 7F4180 00", "6982");
-    EXPECT_EQ(authenticate(1), unexpected);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "0"),
-                           {scoped("Pin length validation failed with an unknown exception."),
-                            scoped("Failed to verify PIN. Aborting...")}));
+    EXPECT_EQ(authenticate(1), status::unexpected);
+    EXPECT_EQ(
+        log.file(),
+        withProperty(entryLine("1", "0"),
+                     {authenticationLine("Pin length validation failed with an unknown exception."),
+                      authenticationLine("Failed to verify PIN. Aborting...")}));
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "Error: Failed to read PIN properties. Exception."}}));
 }
@@ -287,9 +279,9 @@ TEST_F(Authentication, APinTooLongToBePaddedAborts) {
     expectLimitsInDirectories(card, {{4, 16}});
     EXPECT_EQ(CardAuthenticateEx(&type5.data, 1, 0, const_cast<PBYTE>(longPin.data()), 13, nullptr,
                                  nullptr, nullptr),
-              unexpected);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "0"), {scoped("Failed to verify PIN. Aborting...")}));
+              status::unexpected);
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"),
+                                       {authenticationLine("Failed to verify PIN. Aborting...")}));
 }
 
 TEST_F(Authentication, VerifiesEveryPinIdByItsReference) {
@@ -339,7 +331,7 @@ protected:
 };
 
 TEST_F(AuthenticatePin, RefusesANullUserWithoutACmrLine) {
-    EXPECT_EQ(authenticateAs(nullptr), invalidParameter);
+    EXPECT_EQ(authenticateAs(nullptr), status::invalidParameter);
     EXPECT_EQ(log.file(), withEntry({}));
     EXPECT_EQ(log.output(), LogLines{});
     EXPECT_EQ(card.statusCalls(), 0);
@@ -347,22 +339,23 @@ TEST_F(AuthenticatePin, RefusesANullUserWithoutACmrLine) {
 
 TEST_F(AuthenticatePin, TakesUserForPinId1) {
     expectVerify("63C1");
-    EXPECT_EQ(authenticateAs(WIDE_TEXT("user")), wrongPin);
+    EXPECT_EQ(authenticateAs(WIDE_TEXT("user")), status::wrongPin);
     EXPECT_EQ(attempts, 1u);
-    EXPECT_EQ(log.file(), withEntry(withProperty(entryLine("1", "0"), {orLine})));
+    EXPECT_EQ(log.file(), withEntry(withProperty(entryLine("1", "0"), {refusedPinExit})));
 }
 
 TEST_F(AuthenticatePin, TakesAdminForPinId2) {
     expectLimitsByGetData(card, "12", 4, 12);
     card.expect(selectRootCommand, "9000").expect("00 20 00 12 06 313233343536", "9000");
     EXPECT_EQ(authenticateAs(WIDE_TEXT("admin")), 0u);
-    EXPECT_EQ(log.file(), withEntry(withProperty(entryLine("2", "0"), {exitLine("0x00000000")})));
+    EXPECT_EQ(log.file(),
+              withEntry(withProperty(entryLine("2", "0"), {authenticationExit("0x00000000")})));
 }
 
 TEST_F(AuthenticatePin, RefusesAnyOtherTextByTheInvalidPinId) {
     for (const WCHAR* user : {WIDE_TEXT("USER"), WIDE_TEXT("User"), WIDE_TEXT(""),
                               WIDE_TEXT("user "), WIDE_TEXT("use"), WIDE_TEXT("ADMIN")}) {
-        EXPECT_EQ(authenticateAs(user), invalidParameter);
+        EXPECT_EQ(authenticateAs(user), status::invalidParameter);
         EXPECT_EQ(log.file(), withEntry({entryLine("0", "0")}));
         EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_72: PinId is invalid."}}));
     }
@@ -372,7 +365,7 @@ TEST_F(AuthenticatePin, RefusesAnyOtherTextByTheInvalidPinId) {
 TEST_F(AuthenticatePin, LeavesANullRecordToTheOtherEntryPoint) {
     WideString user = WIDE_TEXT("user");
     EXPECT_EQ(CardAuthenticatePin(nullptr, user.data(), pin.data(), 6, &attempts),
-              invalidParameter);
+              status::invalidParameter);
     EXPECT_EQ(log.file(), withEntry({entryLine("1", "0")}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_71: pCardData is NULL."}}));
 }

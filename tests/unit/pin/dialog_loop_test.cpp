@@ -4,6 +4,7 @@
 #include "pin/dialog_double.h"
 #include "pin/pin_fixture.h"
 #include "session/entry_points.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -11,22 +12,10 @@ namespace {
 using namespace testing;
 using Calls = std::vector<std::string>;
 
-constexpr DWORD unexpected = 0x8010001F;
-constexpr DWORD wrongPin = 0x8010006B;
-constexpr DWORD blockedPin = 0x8010006C;
 constexpr DWORD untouched = 0xABCD;
 
 constexpr const char* load = "load C:\\Program Files\\Kelmora\\CodeEntryLibrary.dll, 8";
 constexpr const char* find = "find promptCodeEntryDefault";
-
-LogLine scoped(const std::string& message) {
-    return {"CardAuthenticateEx", message};
-}
-LogLine exitLine(const std::string& status) {
-    return scoped("Exiting the function, with status code: '" + status + "'");
-}
-const LogLine orLine =
-    scoped("Exiting the function, with status code: '0x8010006b' or '0x8010006c'");
 
 // The calls of the library: the test of it, then those of the loop.
 Calls withTest(const Calls& rest) {
@@ -67,8 +56,8 @@ protected:
     }
     static LogLines fileLines(const LogLines& rest, const std::string& flags = "0",
                               const std::string& pinId = "1") {
-        LogLines lines{scoped("Entering the function, with parameters, PinId:'" + pinId +
-                              "' dwFlags:'" + flags + "'"),
+        LogLines lines{authenticationLine("Entering the function, with parameters, PinId:'" +
+                                          pinId + "' dwFlags:'" + flags + "'"),
                        {"CardGetProperty", "Entering the function"},
                        {"CardGetProperty", "with parameters wszProperty: 'PIN Information'"},
                        {"CardGetProperty", "Exiting the function, with status code: '0x00000000'"}};
@@ -88,7 +77,7 @@ TEST_F(DialogLoop, TakesTheRightPinAtTheFirstCall) {
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(dialog.prompts, (std::vector<PromptCall>{prompt(0, 5, zeros)}));
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
-    EXPECT_EQ(log.file(), fileLines({exitLine("0x00000000")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -114,7 +103,7 @@ TEST_F(DialogLoop, TellsTheKindOfCodeByThePinId) {
     for (const auto& [pinId, kind] : kinds) {
         dialog.prompts.clear();
         dialog.replies = {{"", 1}};
-        EXPECT_EQ(authenticate(pinId), wrongPin);
+        EXPECT_EQ(authenticate(pinId), status::wrongPin);
         EXPECT_EQ(dialog.prompts, (std::vector<PromptCall>{prompt(0, 5, zeros, kind)}));
     }
 }
@@ -123,7 +112,7 @@ TEST_F(DialogLoop, ShowsThePinContextWithItsTitle) {
     acquired.context.pinContextString = "Allekirjoitus \xC3\xA4";
     dialog.replies = {{"1", 0}, {"", 7}};
     expectLimits();
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     ASSERT_EQ(dialog.prompts.size(), 2u);
     for (const PromptCall& call : dialog.prompts) {
         EXPECT_EQ(call.title, "Message");
@@ -142,7 +131,7 @@ TEST_F(DialogLoop, ShowsNoTextWithoutAPinContext) {
 TEST_F(DialogLoop, IsGivenNoWindow) {
     acquired.context.parentWindow = 0x1234;
     dialog.replies = {{"", 1}};
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(dialog.prompts, (std::vector<PromptCall>{prompt(0, 5, zeros)}));
     EXPECT_EQ(acquired.context.parentWindow, 0x1234u);
 }
@@ -151,11 +140,11 @@ TEST_F(DialogLoop, CancelledAtTheFirstCallIsAWrongPinWithNothingSent) {
     for (const std::int32_t result : {1, -1, 0x7FFFFFFF}) {
         dialog.calls.clear();
         dialog.replies = {{"123456", result}};
-        EXPECT_EQ(authenticate(), wrongPin);
+        EXPECT_EQ(authenticate(), status::wrongPin);
         EXPECT_EQ(attempts, untouched);
         EXPECT_TRUE(card.exchanges().empty());
         EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
-        EXPECT_EQ(log.file(), fileLines({exitLine("0x8010006b")}));
+        EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
         EXPECT_EQ(log.output(), LogLines{});
     }
 }
@@ -178,23 +167,23 @@ TEST_F(DialogLoop, ShowsTheAttemptsAfterAWrongPinAndKeepsThemAfterAnInvalidLengt
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_80: PIN attempts remaining: 2."},
                                       {"DEBUG", "lambda attemptVerifyPin: Error."},
                                       {"DEBUG", "PIN length was invalid. Try again."}}));
-    EXPECT_EQ(log.file(), fileLines({exitLine("0x00000000")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}));
 }
 
 TEST_F(DialogLoop, ShowsFiveAttemptsAfterAnInvalidLengthAtFirst) {
     dialog.replies = {{"12"}, {"", 1}};
     expectLimits();
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(dialog.prompts,
               (std::vector<PromptCall>{prompt(0, 5, zeros), prompt(1, 5, buffer("12"))}));
     EXPECT_EQ(attempts, untouched);
-    EXPECT_EQ(log.file(), fileLines({exitLine("0x8010006b")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
 }
 
 TEST_F(DialogLoop, TakesAnAnswer6700ForAnInvalidLength) {
     dialog.replies = {{"123456"}, {"", 1}};
     expectVerify("06 313233343536", "6700");
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "PIN length was invalid. Try again."}}));
     EXPECT_EQ(dialog.prompts,
               (std::vector<PromptCall>{prompt(0, 5, zeros), prompt(1, 5, buffer("123456"))}));
@@ -204,9 +193,9 @@ TEST_F(DialogLoop, CancelledAfterAWrongPinKeepsTheAttemptsTold) {
     dialog.replies = {{"123456"}, {"", 1}};
     expectVerify("06 313233343536", "63C2");
     expectQuery("63C2");
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(attempts, 2u);
-    EXPECT_EQ(log.file(), fileLines({exitLine("0x8010006b")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
 }
 
@@ -215,15 +204,15 @@ TEST_F(DialogLoop, RunsWithoutAPlaceForTheAttempts) {
     expectVerify("06 313233343536", "63C2");
     expectQuery("63C2");
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0, nullptr, 0, nullptr, nullptr, nullptr),
-              wrongPin);
+              status::wrongPin);
     EXPECT_EQ(log.output(), LogLines{});
     EXPECT_EQ(dialog.prompts.back(), prompt(2, 2, buffer("123456")));
 }
 
 TEST_F(DialogLoop, EndsWithTheLastAttemptAndLeavesTheAttemptsUnwritten) {
-    // Meant so: the first two leave the PIN merely wrong, and the attempts unwritten in all cases.
+    // The first two leave the PIN merely wrong, and the attempts unwritten in all cases.
     const std::pair<const char*, DWORD> lastAnswers[] = {
-        {"63C0", wrongPin}, {"6983", wrongPin}, {"6984", blockedPin}};
+        {"63C0", status::wrongPin}, {"6983", status::wrongPin}, {"6984", status::blockedPin}};
     for (const auto& [answer, status] : lastAnswers) {
         SCOPED_TRACE(answer);
         dialog.calls.clear();
@@ -231,7 +220,7 @@ TEST_F(DialogLoop, EndsWithTheLastAttemptAndLeavesTheAttemptsUnwritten) {
         expectVerify("06 313233343536", answer);
         EXPECT_EQ(authenticate(), status);
         EXPECT_EQ(attempts, untouched);
-        EXPECT_EQ(log.file(), fileLines({orLine}));
+        EXPECT_EQ(log.file(), fileLines({refusedPinExit}));
         EXPECT_EQ(log.output(), LogLines{});
         EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
     }
@@ -240,9 +229,9 @@ TEST_F(DialogLoop, EndsWithTheLastAttemptAndLeavesTheAttemptsUnwritten) {
 TEST_F(DialogLoop, EndsAtOnceWhenTheCardDoesNotTellTheAttempts) {
     dialog.replies = {{"123456"}};
     expectVerify("06 313233343536", "6300");
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(attempts, untouched);
-    EXPECT_EQ(log.file(), fileLines({orLine}));
+    EXPECT_EQ(log.file(), fileLines({refusedPinExit}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -252,9 +241,9 @@ TEST_F(DialogLoop, EndsWhenTheCardSaysBlockedThoughItHasToldAttempts) {
         dialog.replies = {{"123456"}};
         expectVerify("06 313233343536", "63C1");
         expectQuery(answer);
-        EXPECT_EQ(authenticate(), wrongPin);  // by the PIN's own answer
+        EXPECT_EQ(authenticate(), status::wrongPin);  // by the PIN's own answer
         EXPECT_EQ(attempts, untouched);
-        EXPECT_EQ(log.file(), fileLines({orLine}));
+        EXPECT_EQ(log.file(), fileLines({refusedPinExit}));
     }
 }
 
@@ -262,7 +251,7 @@ TEST_F(DialogLoop, GoesOnWhenTheQuestionForABlockedPinFails) {
     dialog.replies = {{"123456"}, {"", 1}};
     expectVerify("06 313233343536", "63C1");
     expectQuery("6D00");
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(attempts, 1u);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "Error: Failed to verify PIN. Exception."},
                                       {"ERROR", "VerifyPin failed with an unknown exception."},
@@ -278,7 +267,7 @@ TEST_F(DialogLoop, AsksForABlockedPinOfItsOwnPinId) {
     card.expect("00 20 00 95 06 313233343536", "63C2");
     card.expect(selectRootCommand, "9000").expect(selectEsignAsChild, "9000");
     card.expect("00 20 00 95", "63C2");
-    EXPECT_EQ(authenticate(4), wrongPin);
+    EXPECT_EQ(authenticate(4), status::wrongPin);
     EXPECT_EQ(attempts, 2u);
 }
 
@@ -298,10 +287,10 @@ TEST_F(DialogLoop, StaysUpAsLongAsTheCardAllows) {
 TEST_F(DialogLoop, AnExceptionDuringVerificationAbortsAndLeavesTheLibraryLoaded) {
     dialog.replies = {{"123456"}};
     expectVerify("06 313233343536", "6D00");
-    EXPECT_EQ(authenticate(), unexpected);
+    EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(dialog.calls, withTest({load, find}));
-    EXPECT_EQ(log.file(), fileLines({scoped("Failed to verify PIN. Aborting...")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationLine("Failed to verify PIN. Aborting...")}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "Error: Failed to verify PIN. Exception."}}));
 }
 
@@ -310,30 +299,31 @@ TEST_F(DialogLoop, AReaderRemovedDuringVerifyAborts) {
     expectLimits();
     card.expect(selectRootCommand, "9000");
     card.expectFailure("00 20 00 11 06 313233343536", SCARD_W_REMOVED_CARD);
-    EXPECT_EQ(authenticate(), unexpected);
+    EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(dialog.calls, withTest({load, find}));
     EXPECT_EQ(log.file(),
               fileLines({{"Transmit",
                           "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
                           "0x-7fefff97"},
-                         scoped("Failed to verify PIN. Aborting...")}));
+                         authenticationLine("Failed to verify PIN. Aborting...")}));
 }
 
 TEST_F(DialogLoop, EndsAsUnexpectedWhenTheLibraryNoLongerLoads) {
     dialog.loadsUntilFailure = 1;
-    EXPECT_EQ(authenticate(), unexpected);
+    EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(dialog.calls, withTest({load}));
-    EXPECT_EQ(log.file(), fileLines({scoped("Unable to load DLL: CodeEntryLibrary"),
-                                     scoped("Error code: 126"), exitLine("0x8010001f")}));
+    EXPECT_EQ(log.file(),
+              fileLines({authenticationLine("Unable to load DLL: CodeEntryLibrary"),
+                         authenticationLine("Error code: 126"), authenticationExit("0x8010001f")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(DialogLoop, EndsAsUnexpectedWithoutTheFunction) {
     dialog.functionFound = false;
-    EXPECT_EQ(authenticate(), unexpected);
+    EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
-    EXPECT_EQ(log.file(), fileLines({scoped("Unable to find the function in the DLL!"),
-                                     exitLine("0x8010001f")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationLine("Unable to find the function in the DLL!"),
+                                     authenticationExit("0x8010001f")}));
 }
 
 TEST_F(DialogLoop, EndsAsUnexpectedWithoutAPathAndTriesNoLoad) {
@@ -341,11 +331,13 @@ TEST_F(DialogLoop, EndsAsUnexpectedWithoutAPathAndTriesNoLoad) {
     CardOperations operations(ScriptedCard::handle, CardType::type3);
     const PinId pinId = PinId::user;
     const AttemptVerifyPin attempt(acquired.context, acquired.data, pinId, operations);
-    EXPECT_EQ(runPinDialog(pinId, &attempts, acquired.context, operations, attempt), unexpected);
+    EXPECT_EQ(runPinDialog(pinId, &attempts, acquired.context, operations, attempt),
+              status::unexpected);
     EXPECT_EQ(dialog.calls, Calls{});
-    EXPECT_EQ(log.file(), (LogLines{scoped("Error: The codeEntryLibPath was not set."),
-                                    scoped("Unable to load DLL: CodeEntryLibrary"),
-                                    scoped("Error code: 126"), exitLine("0x8010001f")}));
+    EXPECT_EQ(log.file(),
+              (LogLines{authenticationLine("Error: The codeEntryLibPath was not set."),
+                        authenticationLine("Unable to load DLL: CodeEntryLibrary"),
+                        authenticationLine("Error code: 126"), authenticationExit("0x8010001f")}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -354,7 +346,7 @@ TEST_F(DialogLoop, ReadsNoFurtherThanTheBufferWhenTheTerminatorIsMissing) {
     expectLimitsByGetData(card, "11", 4, 13);
     card.expect(selectRootCommand, "9000");
     card.expect("00 20 00 11 0D 31323334353637383930313233", "6700");
-    EXPECT_EQ(authenticate(), wrongPin);
+    EXPECT_EQ(authenticate(), status::wrongPin);
 }
 
 TEST_F(DialogLoop, TakesTwelveCharacters) {
@@ -385,7 +377,7 @@ TEST_F(DialogLoop, GeneratesNoSessionPinThoughItIsAskedForOne) {
               0u);
     EXPECT_EQ(sessionPin, nullptr);
     EXPECT_EQ(sessionPinSize, untouched);
-    EXPECT_EQ(log.file(), fileLines({exitLine("0x00000000")}, "268435456"));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}, "268435456"));
 }
 
 TEST_F(DialogLoop, IsNotShownForASessionPinWithoutItsPointers) {
@@ -393,15 +385,15 @@ TEST_F(DialogLoop, IsNotShownForASessionPinWithoutItsPointers) {
     DWORD size = 0;
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0x10000000, nullptr, 0, &sessionPin, nullptr,
                                  nullptr),
-              0x80100004);
+              status::invalidParameter);
     EXPECT_EQ(
         CardAuthenticateEx(&acquired.data, 1, 0x10000000, nullptr, 0, nullptr, &size, nullptr),
-        0x80100004);
+        status::invalidParameter);
     EXPECT_TRUE(dialog.prompts.empty());
 }
 
 TEST_F(DialogLoop, IsNotShownInASilentContext) {
-    EXPECT_EQ(authenticate(1, 0x40), 0x80100022);
+    EXPECT_EQ(authenticate(1, 0x40), status::unsupportedFeature);
     EXPECT_TRUE(dialog.prompts.empty());
     EXPECT_EQ(dialog.calls, DialogDouble::callsOfOneTest());
     EXPECT_EQ(log.file(), fileLines({}, "64"));
@@ -412,7 +404,7 @@ TEST_F(DialogLoop, IsNotShownInASilentContext) {
 
 TEST_F(DialogLoop, IsNotShownOnTheLogonScreen) {
     dialog.windowClass = WIDE_TEXT("LogonUI Logon Window");
-    EXPECT_EQ(authenticate(), 0x80100004);
+    EXPECT_EQ(authenticate(), status::invalidParameter);
     EXPECT_TRUE(dialog.prompts.empty());
     EXPECT_EQ(
         log.output(),

@@ -246,6 +246,28 @@ TEST_F(ExternalDialog, TakesAWindowWithoutAClassNameForTheLogonScreen) {
     EXPECT_EQ(pinType(), 0u);
 }
 
+// A failed call may have written to the buffer all the same.
+TEST_F(ExternalDialog, TakesACountOfZeroForTheLogonScreenWhateverTheBufferHolds) {
+    for (const int count : {0, -1}) {
+        platformCalls().GetClassNameW = [count](HWND, LPWSTR name, int) {
+            name[0] = WCHAR{'x'};
+            return count;
+        };
+        EXPECT_TRUE(isLoginWindowHandle());
+        EXPECT_EQ(log.file(), failedConversion);
+    }
+}
+
+TEST_F(ExternalDialog, TakesAnEmptyClassNameForTheLogonScreenWhateverItsCount) {
+    platformCalls().GetClassNameW = [](HWND, LPWSTR name, int) {
+        name[0] = 0;
+        name[1] = WCHAR{'x'};
+        return 2;
+    };
+    EXPECT_TRUE(isLoginWindowHandle());
+    EXPECT_EQ(log.file(), failedConversion);
+}
+
 TEST_F(ExternalDialog, TakesNoWindowAtAllForTheLogonScreen) {
     platformCalls().GetForegroundWindow = [] { return HWND{}; };
     platformCalls().GetClassNameW = [](HWND handle, LPWSTR, int) {

@@ -3,22 +3,8 @@
 
 #include <fmt/format.h>
 
-#include <cstdlib>
-
-#include "support/fineid_script.h"
-
 namespace KelmoraID::testing {
 namespace {
-
-LPVOID WINAPI allocate(SIZE_T size) {
-    return std::malloc(size);
-}
-LPVOID WINAPI reallocate(LPVOID address, SIZE_T size) {
-    return std::realloc(address, size);
-}
-void WINAPI release(LPVOID address) {
-    std::free(address);
-}
 
 // A file's SELECT walks the ladder of the organisation cards and its READ BINARY takes it whole.
 void expectFile(ScriptedCard& card, const std::string& identifier, const ByteVector& content) {
@@ -31,17 +17,17 @@ void expectFile(ScriptedCard& card, const std::string& identifier, const ByteVec
 
 }  // namespace
 
-AcquiredPinCard::AcquiredPinCard(CardType cardType) : atr(bytes(atrOf(cardType))) {
-    context.hasSecondSignCert = profileOf(cardType).hasSecondSigningKey;
-    data.dwVersion = 7;
-    data.pbAtr = atr.data();
-    data.cbAtr = static_cast<DWORD>(atr.size());
-    data.pfnCspAlloc = allocate;
-    data.pfnCspReAlloc = reallocate;
-    data.pfnCspFree = release;
-    data.hSCardCtx = 1;
-    data.hScard = ScriptedCard::handle;
+AcquiredPinCard::AcquiredPinCard(CardType cardType) : record(cardType) {
     data.pvVendorSpecific = &context;
+    context.hasSecondSignCert = profileOf(cardType).hasSecondSigningKey;
+}
+
+LogLine authenticationLine(const std::string& message) {
+    return {"CardAuthenticateEx", message};
+}
+
+LogLine authenticationExit(const std::string& status) {
+    return exitLine("CardAuthenticateEx", status);
 }
 
 void expectLimitsInDirectories(ScriptedCard& card,

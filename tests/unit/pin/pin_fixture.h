@@ -11,6 +11,7 @@
 #include "card/card_operations.h"
 #include "profiles/card_type.h"
 #include "session/card_context.h"
+#include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/scripted_card.h"
@@ -31,13 +32,18 @@ inline constexpr const char* selectEsignByIdentifier = "00 A4 00 0C 02 5016";
 /// certificates.
 struct AcquiredPinCard {
     explicit AcquiredPinCard(CardType cardType);
-    AcquiredPinCard(const AcquiredPinCard&) = delete;
-    AcquiredPinCard& operator=(const AcquiredPinCard&) = delete;
+    /// Takes the context back: no deletion stands in the log.
+    ~AcquiredPinCard() { data.pvVendorSpecific = nullptr; }
 
     CardContext context;
-    ByteVector atr;
-    CARD_DATA data{};
+    PlatformRecord record;
+    CARD_DATA& data = record.data;
 };
+
+// The lines of CardAuthenticateEx: any one, its exit line, and that of a refused PIN.
+LogLine authenticationLine(const std::string& message);
+LogLine authenticationExit(const std::string& status);
+inline const LogLine refusedPinExit = authenticationLine(exited("0x8010006b") + " or '0x8010006c'");
 
 /// Adds the walk through the directories that gives a PIN's limits: the application, the object
 /// directory and the authentication object directory, with one entry for each pair (minimum,

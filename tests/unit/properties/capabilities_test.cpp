@@ -5,6 +5,7 @@
 #include "session/entry_points.h"
 #include "support/acquired_card.h"
 #include "support/log_capture.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -28,15 +29,15 @@ TEST_F(Capabilities, QueryFillsNoField) {
 }
 
 TEST_F(Capabilities, QueryRefusesNullPointersInOrder) {
-    EXPECT_EQ(CardQueryCapabilities(nullptr, nullptr), 0x80100004);
+    EXPECT_EQ(CardQueryCapabilities(nullptr, nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_318: pCardData is NULL"}}));
-    EXPECT_EQ(CardQueryCapabilities(card.data(), nullptr), 0x80100004);
+    EXPECT_EQ(CardQueryCapabilities(card.data(), nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_319: pCardCapabilities is NULL"}}));
 }
 
 TEST_F(Capabilities, QueryRefusesARecordOfVersionTwo) {
     CARD_CAPABILITIES capabilities{2, 0, 0};
-    EXPECT_EQ(CardQueryCapabilities(card.data(), &capabilities), 0x51A);
+    EXPECT_EQ(CardQueryCapabilities(card.data(), &capabilities), status::revisionMismatch);
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_320: pCardCapabilities version 2 is not supported"}}));
 }
@@ -71,16 +72,16 @@ TEST_F(Capabilities, FreeSpaceTakesARecordOfVersionOneAlsoWithoutAContextHandle)
 
 TEST_F(Capabilities, FreeSpaceRefusesBadArgumentsWithoutALine) {
     CARD_FREE_SPACE_INFO info{};
-    EXPECT_EQ(CardQueryFreeSpace(card.data(), 1, &info), 0x80100004);
-    EXPECT_EQ(CardQueryFreeSpace(nullptr, 0, &info), 0x80100004);
-    EXPECT_EQ(CardQueryFreeSpace(card.data(), 0, nullptr), 0x80100004);
+    EXPECT_EQ(CardQueryFreeSpace(card.data(), 1, &info), status::invalidParameter);
+    EXPECT_EQ(CardQueryFreeSpace(nullptr, 0, &info), status::invalidParameter);
+    EXPECT_EQ(CardQueryFreeSpace(card.data(), 0, nullptr), status::invalidParameter);
     EXPECT_EQ(log.output(), LogLines{});
     EXPECT_EQ(log.file().size(), 3u);
 }
 
 TEST_F(Capabilities, FreeSpaceRefusesARecordOfVersionTwo) {
     CARD_FREE_SPACE_INFO info{2, 9, 9, 9};
-    EXPECT_EQ(CardQueryFreeSpace(card.data(), 0, &info), 0x51A);
+    EXPECT_EQ(CardQueryFreeSpace(card.data(), 0, &info), status::revisionMismatch);
     EXPECT_EQ(info.dwMaxKeyContainers, 9);
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_314: pCardFreeSpaceInfo version 2 is not supported"}}));

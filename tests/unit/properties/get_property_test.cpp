@@ -6,13 +6,12 @@
 #include "support/acquired_card.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
 
 using namespace testing;
-
-const char* const exitFormat = "Exiting the function, with status code: '";
 
 class CardGetPropertyTest : public ::testing::Test {
 protected:
@@ -45,15 +44,14 @@ protected:
     static LogLines lines(const std::string& name, const std::string& status) {
         return {{"CardGetProperty", "Entering the function"},
                 {"CardGetProperty", "with parameters wszProperty: '" + name + "'"},
-                {"CardGetProperty", exitFormat + status + "'"}};
+                exitLine("CardGetProperty", status)};
     }
 
     void expectInvalidFlags(LPCWSTR property, DWORD dwFlags) {
         log.clear();
-        EXPECT_EQ(get(property, dwFlags).status, 0x80100004);
+        EXPECT_EQ(get(property, dwFlags).status, status::invalidParameter);
         EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_329: dwFlags is invalid."}}));
-        EXPECT_EQ(log.file().back(),
-                  (LogLine{"CardGetProperty", std::string(exitFormat) + "0x80100004'"}));
+        EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", "0x80100004"));
     }
 
     PlatformCallsGuard hooks;
@@ -87,7 +85,7 @@ TEST_F(CardGetPropertyTest, KeySizesLogTheCallThatFillsThem) {
                     {{"CardQueryKeySizes",
                       "Entering the function, with parameters, dwKeySpec:'8' dwFlags:'0', "
                       "dwVersion:'1'"},
-                     {"CardQueryKeySizes", std::string(exitFormat) + "0x00000000'"}});
+                     exitLine("CardQueryKeySizes", "0x00000000")});
     EXPECT_EQ(log.file(), expected);
     EXPECT_EQ(log.output(), LogLines{});
 }
@@ -98,12 +96,12 @@ TEST_F(CardGetPropertyTest, KeySizesWithFlagsZeroFailBeforeTheAllocation) {
 }
 
 TEST_F(CardGetPropertyTest, KeySizesWithFlagsNineCallCardQueryKeySizesFirst) {
-    EXPECT_EQ(get(WIDE_TEXT("Key Sizes"), 9).status, 0x80100004);
+    EXPECT_EQ(get(WIDE_TEXT("Key Sizes"), 9).status, status::invalidParameter);
     const LogLines file = log.file();
     ASSERT_EQ(file.size(), 5u);
     EXPECT_EQ(file[2].scope, "CardQueryKeySizes");
-    EXPECT_EQ(file[3], (LogLine{"CardQueryKeySizes", std::string(exitFormat) + "0x80100004'"}));
-    EXPECT_EQ(file[4], (LogLine{"CardGetProperty", std::string(exitFormat) + "0x80100004'"}));
+    EXPECT_EQ(file[3], exitLine("CardQueryKeySizes", "0x80100004"));
+    EXPECT_EQ(file[4], exitLine("CardGetProperty", "0x80100004"));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_329: dwFlags is invalid."}}));
 }
 
@@ -123,19 +121,18 @@ TEST_F(CardGetPropertyTest, CardIdentifierIsTheContentOfCardid) {
     const LogLines file = log.file();
     ASSERT_EQ(file.size(), 6u);
     EXPECT_EQ(file[2], (LogLine{"CardReadFile", "Entering the function"}));
-    EXPECT_EQ(file[5], (LogLine{"CardGetProperty", std::string(exitFormat) + "0x00000000'"}));
+    EXPECT_EQ(file[5], exitLine("CardGetProperty", "0x00000000"));
 }
 
 TEST_F(CardGetPropertyTest, CardIdentifierFailsWithTheStatusOfCardReadFile) {
     PlatformRecord::failAllocation(1);
     EXPECT_EQ(get(WIDE_TEXT("Card Identifier"), 0).status, 8);
-    EXPECT_EQ(log.file().back(),
-              (LogLine{"CardGetProperty", std::string(exitFormat) + "0x00000008'"}));
+    EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", "0x00000008"));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(CardGetPropertyTest, CardSerialNumberIsRefusedWithTheExitLine) {
-    EXPECT_EQ(get(WIDE_TEXT("Card Serial Number"), 77).status, 0x80100022);
+    EXPECT_EQ(get(WIDE_TEXT("Card Serial Number"), 77).status, status::unsupportedFeature);
     EXPECT_EQ(log.file(), lines("Card Serial Number", "0x80100022"));
 }
 
@@ -144,7 +141,7 @@ TEST_F(CardGetPropertyTest, ThreePropertiesAreRefusedWithoutTheExitLine) {
          {std::pair{WIDE_TEXT("Authenticated State"), "Authenticated State"},
           std::pair{WIDE_TEXT("PIN Strength Change"), "PIN Strength Change"},
           std::pair{WIDE_TEXT("PIN Strength Unblock"), "PIN Strength Unblock"}}) {
-        EXPECT_EQ(get(property, 77).status, 0x80100022) << name;
+        EXPECT_EQ(get(property, 77).status, status::unsupportedFeature) << name;
         LogLines expected = lines(name, "");
         expected.pop_back();
         EXPECT_EQ(log.file(), expected);
@@ -272,28 +269,29 @@ TEST_F(CardGetPropertyTest, NamesAreComparedExactly) {
          {WIDE_TEXT("free space"), WIDE_TEXT("Free Space "), WIDE_TEXT(""),
           WIDE_TEXT("Parent Window"), WIDE_TEXT("PIN Context String"), WIDE_TEXT("PIN Identifier"),
           WIDE_TEXT("Container Info"), WIDE_TEXT("Associated ECDH Key")}) {
-        EXPECT_EQ(get(property, 0).status, 0x80100004);
+        EXPECT_EQ(get(property, 0).status, status::invalidParameter);
         EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_325: wszProperty is invalid."}}));
     }
 }
 
 TEST_F(CardGetPropertyTest, RefusesANullNameWithoutTheParameterLine) {
-    EXPECT_EQ(get(nullptr, 0).status, 0x80100004);
+    EXPECT_EQ(get(nullptr, 0).status, status::invalidParameter);
     EXPECT_EQ(log.file(), (LogLines{{"CardGetProperty", "Entering the function"},
-                                    {"CardGetProperty", std::string(exitFormat) + "0x80100004'"}}));
+                                    exitLine("CardGetProperty", "0x80100004")}));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_325: wszProperty is invalid."}}));
 }
 
 TEST_F(CardGetPropertyTest, RefusesANullRecordAfterTheParameterLine) {
     DWORD length = 0;
-    EXPECT_EQ(CardGetProperty(nullptr, WIDE_TEXT("PIN List"), nullptr, 0, &length, 0), 0x80100004);
+    EXPECT_EQ(CardGetProperty(nullptr, WIDE_TEXT("PIN List"), nullptr, 0, &length, 0),
+              status::invalidParameter);
     EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_324: pCardData is NULL."}}));
 }
 
 TEST_F(CardGetPropertyTest, RefusesWithoutAContextHandle) {
     card.data()->hSCardCtx = 0;
-    EXPECT_EQ(get(WIDE_TEXT("PIN List"), 0).status, 0x80100004);
+    EXPECT_EQ(get(WIDE_TEXT("PIN List"), 0).status, status::invalidParameter);
     EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
     EXPECT_EQ(log.output(), LogLines{});
 }
@@ -308,7 +306,7 @@ TEST_F(CardGetPropertyTest, AnAllocationThatFailsHasALineAndStatusEight) {
 TEST_F(CardGetPropertyTest, ThereIsNoSizeQuery) {
     DWORD length = 77;
     EXPECT_EQ(CardGetProperty(card.data(), WIDE_TEXT("PIN List"), nullptr, 0, &length, 0),
-              0x80100004);
+              status::invalidParameter);
     EXPECT_EQ(length, 77);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_326: pbData is NULL."}}));
     EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
@@ -316,7 +314,7 @@ TEST_F(CardGetPropertyTest, ThereIsNoSizeQuery) {
 }
 
 TEST_F(CardGetPropertyTest, ABufferOneByteTooSmallIsRefused) {
-    EXPECT_EQ(get(WIDE_TEXT("PIN Information"), 1, 35).status, 0x80100008);
+    EXPECT_EQ(get(WIDE_TEXT("PIN Information"), 1, 35).status, status::insufficientBuffer);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_327: cbData is too small."}}));
     EXPECT_EQ(get(WIDE_TEXT("PIN Information"), 1, 36).status, 0);
 }
@@ -324,7 +322,7 @@ TEST_F(CardGetPropertyTest, ABufferOneByteTooSmallIsRefused) {
 TEST_F(CardGetPropertyTest, ABufferThatIsTooSmallIsRefusedBeforeANullLength) {
     BYTE buffer[4] = {};
     EXPECT_EQ(CardGetProperty(card.data(), WIDE_TEXT("PIN List"), buffer, 3, nullptr, 0),
-              0x80100008);
+              status::insufficientBuffer);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_327: cbData is too small."}}));
     EXPECT_EQ(log.file(), lines("PIN List", "0x80100008"));
 }
@@ -332,7 +330,7 @@ TEST_F(CardGetPropertyTest, ABufferThatIsTooSmallIsRefusedBeforeANullLength) {
 TEST_F(CardGetPropertyTest, ANullLengthIsRefusedAfterTheBuffer) {
     BYTE buffer[4] = {9, 9, 9, 9};
     EXPECT_EQ(CardGetProperty(card.data(), WIDE_TEXT("PIN List"), buffer, 4, nullptr, 0),
-              0x80100004);
+              status::invalidParameter);
     EXPECT_EQ(buffer[0], 9);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_328: pdwDataLen is NULL."}}));
 }

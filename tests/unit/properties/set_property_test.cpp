@@ -7,6 +7,7 @@
 #include "support/acquired_card.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
+#include "support/statuses.h"
 
 namespace KelmoraID {
 namespace {
@@ -39,9 +40,10 @@ protected:
 
 TEST_F(CardSetPropertyTest, RefusesNullsAndAnEmptyNameWithoutAnyLine) {
     BYTE data[8] = {};
-    EXPECT_EQ(CardSetProperty(nullptr, WIDE_TEXT("Parent Window"), data, 8, 0), 0x80100004);
-    EXPECT_EQ(CardSetProperty(card.data(), nullptr, data, 8, 0), 0x80100004);
-    EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT(""), data, 8, 0), 0x80100004);
+    EXPECT_EQ(CardSetProperty(nullptr, WIDE_TEXT("Parent Window"), data, 8, 0),
+              status::invalidParameter);
+    EXPECT_EQ(CardSetProperty(card.data(), nullptr, data, 8, 0), status::invalidParameter);
+    EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT(""), data, 8, 0), status::invalidParameter);
     EXPECT_EQ(log.file(), LogLines{});
     EXPECT_EQ(log.output(), LogLines{});
 }
@@ -86,14 +88,14 @@ TEST_F(CardSetPropertyTest, AnEmptyPinContextLeavesTheOldText) {
 }
 
 TEST_F(CardSetPropertyTest, RefusesFlagsForThePinContext) {
-    EXPECT_EQ(setContext(WIDE_TEXT("abc"), 3, 1), 0x80100004);
+    EXPECT_EQ(setContext(WIDE_TEXT("abc"), 3, 1), status::invalidParameter);
     EXPECT_EQ(card.context->pinContextString, "");
     EXPECT_EQ(log.file(), (LogLines{entry("PIN Context String", 1, 3)}));
 }
 
 TEST_F(CardSetPropertyTest, RefusesFlagsBeforeItLooksForAPinContext) {
     EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT("PIN Context String"), nullptr, 0, 1),
-              0x80100004);
+              status::invalidParameter);
     EXPECT_EQ(log.file(), (LogLines{entry("PIN Context String", 1, 0)}));
 }
 
@@ -111,7 +113,7 @@ TEST_F(CardSetPropertyTest, StoresAParentWindowThatIsAWindow) {
 
 TEST_F(CardSetPropertyTest, RefusesAParentWindowThatIsNone) {
     platformCalls().IsWindow = [](HWND) -> BOOL { return 0; };
-    EXPECT_EQ(setWindow(0x12345), 0x80100004);
+    EXPECT_EQ(setWindow(0x12345), status::invalidParameter);
     EXPECT_EQ(card.context->parentWindow, 0u);
     EXPECT_EQ(log.file(), (LogLines{entry("Parent Window", 0, 8)}));
 }
@@ -124,10 +126,11 @@ TEST_F(CardSetPropertyTest, AcceptsAParentWindowOfZero) {
 }
 
 TEST_F(CardSetPropertyTest, RefusesAParentWindowOfFourBytes) {
-    EXPECT_EQ(setWindow(0, 4), 0x80100004);
-    EXPECT_EQ(setWindow(0, 9), 0x80100004);
-    EXPECT_EQ(setWindow(0, 8, 1), 0x80100004);
-    EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT("Parent Window"), nullptr, 8, 0), 0x80100004);
+    EXPECT_EQ(setWindow(0, 4), status::invalidParameter);
+    EXPECT_EQ(setWindow(0, 9), status::invalidParameter);
+    EXPECT_EQ(setWindow(0, 8, 1), status::invalidParameter);
+    EXPECT_EQ(CardSetProperty(card.data(), WIDE_TEXT("Parent Window"), nullptr, 8, 0),
+              status::invalidParameter);
 }
 
 TEST_F(CardSetPropertyTest, RefusesReadOnlyPropertiesAsUnsupportedWithoutAnExitLine) {
@@ -143,9 +146,11 @@ TEST_F(CardSetPropertyTest, RefusesReadOnlyPropertiesAsUnsupportedWithoutAnExitL
           std::pair{WIDE_TEXT("PIN Strength Verify"), "PIN Strength Verify"},
           std::pair{WIDE_TEXT("PIN Strength Change"), "PIN Strength Change"},
           std::pair{WIDE_TEXT("PIN Strength Unblock"), "PIN Strength Unblock"}}) {
-        EXPECT_EQ(CardSetProperty(card.data(), property, data, 4, 0), 0x80100022) << name;
+        EXPECT_EQ(CardSetProperty(card.data(), property, data, 4, 0), status::unsupportedFeature)
+            << name;
         EXPECT_EQ(log.file(), (LogLines{entry(name, 0, 4)}));
-        EXPECT_EQ(CardSetProperty(card.data(), property, nullptr, 4, 0), 0x80100004) << name;
+        EXPECT_EQ(CardSetProperty(card.data(), property, nullptr, 4, 0), status::invalidParameter)
+            << name;
         log.clear();
     }
 }
@@ -156,7 +161,7 @@ TEST_F(CardSetPropertyTest, RefusesAnyOtherNameAsABadArgument) {
          {WIDE_TEXT("Free Space"), WIDE_TEXT("Capabilities"), WIDE_TEXT("Key Sizes"),
           WIDE_TEXT("PIN List"), WIDE_TEXT("Authenticated State"), WIDE_TEXT("no such property"),
           WIDE_TEXT("parent window")}) {
-        EXPECT_EQ(CardSetProperty(card.data(), property, data, 8, 0), 0x80100004);
+        EXPECT_EQ(CardSetProperty(card.data(), property, data, 8, 0), status::invalidParameter);
     }
 }
 

@@ -1,0 +1,35 @@
+// What a run with a fault in it has to end with: rules over the commands that went out and what
+// arrived for each of them, without a look at how the driver comes to its status.
+#pragma once
+
+#include <vector>
+
+#include "platform_side.h"
+
+namespace boundary {
+
+/// A command with its whole answer: the GET RESPONSE commands that gathered it, and the try before
+/// a reconnect, are no steps of their own.
+struct Step {
+    Bytes command;
+    bool answered = false;
+    bool wasReset = false;  ///< told of a reset, and not tried again
+    unsigned statusWord = 0;
+    Bytes data;      ///< of all replies
+    Bytes lastData;  ///< of the last one
+};
+using Steps = std::vector<Step>;
+
+/// @param n  the number, from 1, of the exchange that the fault struck; 0 for none
+Steps stepsOf(const std::vector<virtual_card::Exchange>& exchanges, std::size_t n = 0,
+              const virtual_card::Fault& fault = {});
+
+// Each compares a run with the good one, reports a command that should not have gone out or should
+// have, and gives the status that the run has to have.
+DWORD statusOfAcquisition(const Steps& good, const Steps& run);
+DWORD statusOfPin(const Steps& good, const Steps& run);
+DWORD statusOfSignature(const Steps& good, const Steps& run);
+DWORD statusOfDecryption(const Steps& good, const Steps& run);
+DWORD statusOfAgreement(const Steps& good, const Steps& run);
+
+}  // namespace boundary

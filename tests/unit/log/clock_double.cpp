@@ -1,0 +1,45 @@
+#include "log/clock_double.h"
+
+#include <ctime>
+#include <optional>
+
+namespace {
+
+using std::chrono::system_clock;
+
+std::optional<system_clock::time_point> stoppedAt;
+
+}  // namespace
+
+// The linker leads both calls here (--wrap). The second name is that of system_clock::now.
+extern "C" {
+std::time_t __real_time(std::time_t* result);
+std::time_t __wrap_time(std::time_t* result);
+system_clock::rep __real__ZNSt6chrono3_V212system_clock3nowEv();
+system_clock::rep __wrap__ZNSt6chrono3_V212system_clock3nowEv();
+
+std::time_t __wrap_time(std::time_t* result) {
+    if (!stoppedAt) return __real_time(result);
+    const std::time_t moment = system_clock::to_time_t(*stoppedAt);
+    if (result != nullptr) *result = moment;
+    return moment;
+}
+
+// A time_point comes back in the register of its count.
+system_clock::rep __wrap__ZNSt6chrono3_V212system_clock3nowEv() {
+    return stoppedAt ? stoppedAt->time_since_epoch().count()
+                     : __real__ZNSt6chrono3_V212system_clock3nowEv();
+}
+}
+
+namespace KelmoraID::testing {
+
+StoppedClock::StoppedClock(system_clock::time_point moment) {
+    stoppedAt = moment;
+}
+
+StoppedClock::~StoppedClock() {
+    stoppedAt.reset();
+}
+
+}  // namespace KelmoraID::testing
