@@ -44,6 +44,8 @@ struct LogAcquisition {
 class LogReader {
 public:
     LogReader();
+    LogReader(const LogReader&) = delete;
+    LogReader& operator=(const LogReader&) = delete;
 
     /// Pieces of the file in order, then the end.
     void add(ByteView piece) { lines_.add(piece); }

@@ -76,8 +76,17 @@ def wine(*command, cwd=None):
     return out
 
 
+def service_control(*arguments):
+    """Wine's service manager does not answer every call on a busy machine: asks until it does."""
+    for _ in range(20):
+        code, out, _ = run(*settings.launcher, "sc", *arguments)
+        if code == 0:
+            return
+    raise AssertionError(f"sc {arguments} ended with {code}\n{out}")
+
+
 def create_service(name, start="demand"):
-    wine("sc", "create", name, "binPath=", r"C:\windows\system32\svchost.exe", "start=", start)
+    service_control("create", name, "binPath=", r"C:\windows\system32\svchost.exe", "start=", start)
 
 
 def registration():
@@ -115,8 +124,13 @@ class DoctorTest(unittest.TestCase):
 
     def findings(self, *arguments, card=3):
         """What a look finds not to be well: {id: [found, ...]}; the exit code has to fit."""
-        code, out = self.doctor("--json", *arguments, card=card)
-        report = json.loads(out)
+        for _ in range(20):
+            code, out = self.doctor("--json", *arguments, card=card)
+            report = json.loads(out)
+            # Wine's service manager does not answer every call on a busy machine.
+            if not any((finding["id"], finding["verdict"]) == ("platform.service", "unknown")
+                       for finding in report["findings"]):
+                break
         self.assertEqual(code == OK, report["isWell"])
         found = {}
         for finding in report["findings"]:
@@ -454,14 +468,14 @@ class Sick(Prefix):
         self.named("problem platform.app-control", "refuses files without a trusted signature")
 
     def test_with_the_service_disabled(self):
-        wine("sc", "delete", "SCardSvr")
+        service_control("delete", "SCardSvr")
         create_service("SCardSvr", "disabled")
         self.addCleanup(create_service, "SCardSvr")
-        self.addCleanup(wine, "sc", "delete", "SCardSvr")
+        self.addCleanup(service_control, "delete", "SCardSvr")
         self.named("problem platform.service", "Smart Card: is disabled")
 
     def test_without_the_service(self):
-        wine("sc", "delete", "SCardSvr")
+        service_control("delete", "SCardSvr")
         self.addCleanup(create_service, "SCardSvr")
         self.named("problem platform.service", "Smart Card: is not there")
 
@@ -478,10 +492,17 @@ class Sick(Prefix):
 
     def test_with_malformed_addresses(self):
         for address, text in (("https://host", "is not of the form"), ("ftp://h:21", "begins neither"),
-                              ("https://h:0", "from 1 to 65535"), ("https://h:x", "is no number")):
+                              ("https://h:0", "from 1 to 65535")):
             with self.subTest(address=address):
                 self.add(SETTINGS, "ADRSURL", "REG_SZ", address)
                 self.named("problem settings.address", text)
+
+    def test_with_an_address_that_stops_the_acquisition(self):
+        self.add(SETTINGS, "ADRSURL", "REG_SZ", "https://h:x")
+        found = self.findings()
+        self.assertIn("the first acquisition of each process fails",
+                      found["problem settings.address"][0])
+        self.assertIn("SCARD_E_UNEXPECTED", found["problem card.refused"][0])
 
     def test_with_an_address_of_another_type(self):
         self.add(SETTINGS, "ADRSURL", "REG_DWORD", "1")

@@ -56,13 +56,11 @@ std::string ended(int second) {
     return at(second, "DllMain", "Started with reason code: 0");
 }
 
-LogReader readIn(const std::string& text, std::size_t pieceSize) {
-    LogReader log;
+void readIn(LogReader& log, const std::string& text, std::size_t pieceSize) {
     for (std::size_t i = 0; i < text.size(); i += pieceSize) {
         log.add(bytesOf(text).subspan(i, std::min(pieceSize, text.size() - i)));
     }
     log.finish();
-    return log;
 }
 
 /// "verdict id subject: found" of all that is not well.
@@ -245,9 +243,11 @@ TEST(Log, ThatIsNoneIsNamed) {
 
 TEST(Log, IsReadTheSameInPiecesOfAnySize) {
     const std::string text = loaded() + acquired(1) + call(2, "CardSignData", "0x8010001f") + "cut";
-    const auto whole = readIn(text, text.size());
+    LogReader whole;
+    readIn(whole, text, text.size());
     for (std::size_t size = 1; size < 40; ++size) {
-        const auto pieces = readIn(text, size);
+        LogReader pieces;
+        readIn(pieces, text, size);
         EXPECT_EQ(pieces.lines(), whole.lines());
         EXPECT_EQ(pieces.strays(), whole.strays());
         ASSERT_EQ(pieces.troubled().size(), 1U);

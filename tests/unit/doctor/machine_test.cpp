@@ -565,7 +565,8 @@ TEST(Policies, WithoutACardTellWhatTheyWouldMean) {
 TEST(Sections, StandInTheOrderInWhichACardNeedsThem) {
     FakeMachine machine;
     std::vector<std::string> sections;
-    for (const Finding& finding : examined(machine).all()) {
+    const Findings findings = examined(machine);
+    for (const Finding& finding : findings.all()) {
         if (sections.empty() || sections.back() != finding.section) {
             sections.push_back(finding.section);
         }

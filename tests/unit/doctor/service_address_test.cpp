@@ -49,7 +49,7 @@ constexpr Row rows[] = {
     {"https://host:0", Form::portOutOfRange, "host", 0, ""},
     {"https://host:-1", Form::portOutOfRange, "host", 0, ""},
     {"https://host:65536", Form::portOutOfRange, "host", 0, ""},
-    {"https://host:0x1BB", Form::portOutOfRange, "host", 0, ""},
+    {"https://host:0x1BB", Form::portOutOfRange, "host", 0, "x1BB"},
     {"https://host:x", Form::portIsNoNumber, "host", 0, ""},
     {"https://host: ", Form::portIsNoNumber, "host", 0, ""},
     {"https://host:99999999999", Form::portIsNoNumber, "host", 0, ""},
