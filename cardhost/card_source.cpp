@@ -298,6 +298,7 @@ struct ConnectedCard::Parts {
     std::optional<Connection> connection;
     std::string reader;
     Bytes atr;
+    Bytes shownAtr;
 
     ~Parts() {
         connection.reset();
@@ -340,6 +341,10 @@ ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::pa
     parts.connection->hold();
     parts.atr = parts.connection->atr();
     if (parts.atr.empty()) throw Failure(ExitCode::notFound, "the card does not tell its ATR");
+    parts.shownAtr =
+        choice.takenFor == 0
+            ? parts.atr
+            : virtual_card::fromHex(virtual_card::findGeneration(choice.takenFor)->atr);
     trace.begin(parts.atr, parts.connection->protocol());
 }
 
@@ -360,6 +365,10 @@ const std::string& ConnectedCard::reader() const {
 bool ConnectedCard::answers() const {
     // A card in this process cannot go.
     return parts_->virtualSource || parts_->recordedSource || parts_->connection->answers();
+}
+
+const Bytes& ConnectedCard::shownAtr() const {
+    return parts_->shownAtr;
 }
 
 bool ConnectedCard::isRecording() const {

@@ -20,6 +20,7 @@ struct CardChoice {
     /// A reader's name instead, or "" for the first with such a card.
     std::optional<std::string> reader;
     std::filesystem::path recording;  // a recorded conversation to replay instead; empty for none
+    int takenFor = 0;  // the type whose ATR the driver is shown, 3 to 8; 0 for the card's own
 };
 
 /// A recorded conversation; throws a Failure (file) with the number of the line if it is none.
@@ -55,6 +56,8 @@ public:
     /// Whether the card still answers commands, whatever its answer is.
     bool answers() const;
     const Bytes& atr() const;
+    /// The ATR that the driver is shown.
+    const Bytes& shownAtr() const;
     /// Whether it is a recorded one.
     bool isRecording() const;
     /// Throws a Failure (recording) if a recorded card was asked what its recording has not.

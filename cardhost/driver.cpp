@@ -38,7 +38,7 @@ Driver::Driver(const std::filesystem::path& file)
       acquireContext_(library_.get<PFN_CARD_ACQUIRE_CONTEXT>("CardAcquireContext")) {}
 
 Acquisition::Acquisition(const Driver& driver, ConnectedCard& card, const Trace& trace)
-    : card_(card), trace_(trace), atr_(card.atr()), cardName_(wide("FINEID")) {
+    : card_(card), trace_(trace), atr_(card.shownAtr()), cardName_(wide("FINEID")) {
     record_.dwVersion = CARD_DATA_VERSION_SEVEN;
     record_.pbAtr = atr_.data();
     record_.cbAtr = static_cast<DWORD>(atr_.size());

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "doctor/log_lines.h"
 #include "exit_codes.h"
 #include "files.h"
 
@@ -16,28 +17,16 @@ constexpr std::size_t readAtMost = 4 * 1024 * 1024;
 constexpr std::string_view entering = "Entering the function";
 constexpr std::string_view exiting = "Exiting the function, with status code: '0x";
 
-struct Line {
-    std::string_view scope;
-    std::string_view message;
-};
-
-/// The scope and the message of "[time] [scope] message"; empty ones for any other line.
-Line lineOf(std::string_view text) {
-    const std::size_t start = text.find("] [");
-    const std::size_t end = text.find("] ", start == std::string_view::npos ? start : start + 3);
-    if (text.empty() || text.front() != '[' || end == std::string_view::npos) return {};
-    return {text.substr(start + 3, end - start - 3), text.substr(end + 2)};
+/// A line as the log has it.
+std::string textOf(const doctor::LogLine& line) {
+    return fmt::format("[{}] [{}] {}", line.time, line.scope, line.message);
 }
 
 template <typename Use>
 void forEachLine(std::string_view text, const Use& use) {
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, end);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        if (!line.empty()) use(line);
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
+    doctor::LogLines lines(use);
+    lines.add(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+    lines.finish();
 }
 
 }  // namespace
@@ -59,15 +48,14 @@ std::vector<std::string> LogFollower::newLines() {
     stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(stream.gcount()));
     seen_ += text.size();
-    forEachLine(text, [&](std::string_view line) { lines.emplace_back(line); });
+    forEachLine(text, [&](const doctor::LogLine& line) { lines.push_back(textOf(line)); });
     return lines;
 }
 
 recording::Conversation lastLogonIn(std::string_view text) {
     recording::Conversation conversation;
     std::string open;
-    forEachLine(text, [&](std::string_view whole) {
-        const Line line = lineOf(whole);
+    forEachLine(text, [&](const doctor::LogLine& line) {
         if (line.message == entering) {
             if (line.scope == "CardAcquireContext") conversation.entries.clear();
             open = line.scope;
@@ -83,7 +71,7 @@ recording::Conversation lastLogonIn(std::string_view text) {
             return;
         }
         if (!conversation.entries.empty()) {
-            conversation.entries.push_back(recording::LogLine{std::string(whole)});
+            conversation.entries.push_back(recording::LogLine{textOf(line)});
         }
     });
     return conversation;

@@ -51,6 +51,14 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
             ->excludes(stateFile)
             ->group(group);
     program
+        .add_option(
+            "--as", line.common.card.takenFor,
+            "Have the driver take the card for one of this type, 3 to 8, whatever its ATR: to "
+            "see how far it gets with a card that it does not know")
+        ->check(CLI::Range(3, 8).description(""))
+        ->type_name("TYPE")
+        ->group(group);
+    program
         .add_flag("--trace", line.common.trace,
                   "Show on standard error each entry point that is called and each command to the "
                   "card, the bytes of PINs masked")

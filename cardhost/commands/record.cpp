@@ -87,9 +87,9 @@ void walk(Session& session, const RecordOptions& options) {
     });
     for (const PIN_ID pin : {authenticationPin, signaturePin}) {
         acquisition.propertyAs<PIN_INFO>("PIN Information", pin);
-        const auto tries = triesLeft(session.card, pin, session.trace);
-        report.row(fmt::format("PIN {}", pin),
-                   tries ? fmt::format("{} tries left", *tries) : "tries left not told");
+    }
+    for (const doctor::PinTries& tries : askPinTries(session.card, session.trace)) {
+        report.row(fmt::format("PIN {}", tries.pin), triesText(tries));
     }
     for (const Container& container : containers) {
         PinOptions pin = options.pin;

@@ -21,7 +21,6 @@ namespace cardhost {
 namespace {
 
 constexpr PIN_ID authenticationPin = 1;
-constexpr PIN_ID signaturePin = 4;
 
 struct ReportOptions {
     std::string out;
@@ -65,10 +64,8 @@ Group containerGroup(const Container& container) {
 
 Group pinGroup(Session& session) {
     Group group{"PINs", {}};
-    for (const PIN_ID pin : {authenticationPin, signaturePin}) {
-        const auto tries = triesLeft(session.card, pin, session.trace);
-        group.rows.emplace_back("PIN " + pinText(pin), tries ? fmt::format("{} tries left", *tries)
-                                                             : "tries left not told");
+    for (const doctor::PinTries& tries : askPinTries(session.card, session.trace)) {
+        group.rows.emplace_back("PIN " + pinText(static_cast<PIN_ID>(tries.pin)), triesText(tries));
     }
     return group;
 }

@@ -35,7 +35,7 @@ _cardhost() {
         compopt -o filenames 2>/dev/null
         return
         ;;
-    --virtual)
+    --virtual | --as)
         mapfile -t COMPREPLY < <(compgen -W '3 4 5 6 7 8' -- "$current")
         return
         ;;

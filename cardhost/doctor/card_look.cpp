@@ -2,7 +2,7 @@
 
 #include "containers.h"
 #include "doctor/certificate_facts.h"
-#include "doctor/pin_tries.h"
+#include "pin_query.h"
 
 namespace cardhost::doctor {
 
@@ -44,14 +44,7 @@ CardFacts lookAtCard(const CommonOptions& options) {
         }
         // A recording has no answer to what the driver did not ask.
         if (card.isRecording()) return facts;
-        facts.pins = pinTries(card.atr(), [&](ByteView command) {
-            const recording::Reply reply = card.exchange(command);
-            if (reply.failure != 0) {
-                throw Failure(ExitCode::notFound,
-                              "the card does not answer: " + statusText(reply.failure));
-            }
-            return reply.bytes;
-        });
+        facts.pins = askPinTries(card, trace);
     } catch (const Failure& failure) {
         facts.failure = failure.what();
     }

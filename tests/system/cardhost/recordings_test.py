@@ -91,6 +91,21 @@ class Replay(CardhostTest):
                                expected=RECORDING_HAS_NOT)
         self.assertRegex(message, "it has no further call of CardAuthenticateEx with PIN 3$")
 
+    def test_a_card_of_no_known_type_can_be_taken_for_one(self):
+        kept = (RECORDINGS / "card-type-5.txt").read_text()
+        atr = "ATR 3B 7F 96 00 00 80 31 B8 65 B0 85 04 02 1B 12 00 F6 82 90 00"
+        self.assertIn(atr, kept)
+        self.write("card.txt", kept.replace(atr, atr.replace("1B 12", "77 12")).encode())
+        self.assertRegex(self.message("--replay", "card.txt", "info", expected=cardhost_test.REFUSED),
+                         "CardAcquireContext: 0x8010000d SCARD_E_UNKNOWN_CARD")
+        out, _ = self.cardhost("--replay", "card.txt", "--as", 5, "info")
+        self.assertRegex(out, "type +not known by its ATR")
+        self.assertEqual(out.count("the key of the certificate"), 3)
+        self.message("--replay", "card.txt", "--as", 8, "verify", "--pin", "1234",
+                     expected=RECORDING_HAS_NOT)
+        self.cardhost("--replay", "card.txt", "--as", 5, "record", "--out", "again.txt")
+        self.assertIn("77 12", (self.folder / "again.txt").read_text().splitlines()[2])
+
     def test_no_pin_stands_in_a_message(self):
         _, error = self.cardhost("--replay", RECORDINGS / "card-type-3.txt", "verify", "--pin",
                                  "77777", expected=RECORDING_HAS_NOT)
@@ -332,7 +347,7 @@ class Completion(CardhostTest):
         self.assertIn("record", commands)
         offered = self.complete("")
         self.assertEqual({word for word in offered if not word.startswith("-")}, commands)
-        common = {"--driver", "--virtual", "--virtual-state", "--reader", "--trace", "--replay"}
+        common = {"--driver", "--virtual", "--virtual-state", "--reader", "--trace", "--replay", "--as"}
         self.assertLessEqual(common, offered)
         for command in sorted(commands):
             with self.subTest(command=command):

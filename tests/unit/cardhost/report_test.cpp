@@ -123,24 +123,28 @@ TEST(Tlv, ReadsWholeAndCutElements) {
 TEST(DriverLog, TellsOfTheLastLogon) {
     const auto conversation = lastLogonIn(
         "rubbish\n"
-        "[t] [CardAcquireContext] Entering the function\n"
-        "[t] [CardAcquireContext] Exiting the function, with status code: '0x00000000'\n"
-        "[t] [CardAcquireContext] Entering the function\r\n"
-        "[t] [AdAttributeService] No AD service address found.\n"
-        "[t] [CardAcquireContext] Exiting the function, with status code: '0x00000000'\n"
-        "[t] [CardSignData] Entering the function\n"
+        "[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\n"
+        "[2026-01-01 10:00:00] [CardAcquireContext] Exiting the function, with status code: "
+        "'0x00000000'\n"
+        "[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\r\n"
+        "[2026-01-01 10:00:00] [AdAttributeService] No AD service address found.\n"
+        "[2026-01-01 10:00:00] [CardAcquireContext] Exiting the function, with status code: "
+        "'0x00000000'\n"
+        "[2026-01-01 10:00:00] [CardSignData] Entering the function\n"
         "cut\n"
-        "[t] [CardSignData] Exiting the function, with status code: '0x8010006a'\n"
-        "[t] [CardReadFile] Exiting the function, with status code: '0x00000000'\n");
+        "[2026-01-01 10:00:00] [CardSignData] Exiting the function, with status code: "
+        "'0x8010006a'\n"
+        "[2026-01-01 10:00:00] [CardReadFile] Exiting the function, with status code: "
+        "'0x00000000'\n");
     const std::vector<recording::Entry> expected{
         recording::Call{"CardAcquireContext"},
-        recording::LogLine{"[t] [AdAttributeService] No AD service address found."},
+        recording::LogLine{
+            "[2026-01-01 10:00:00] [AdAttributeService] No AD service address found."},
         recording::Result{0, {}},
         recording::Call{"CardSignData"},
-        recording::LogLine{"cut"},
         recording::Result{0x8010006A, {}},
-        recording::LogLine{
-            "[t] [CardReadFile] Exiting the function, with status code: '0x00000000'"}};
+        recording::LogLine{"[2026-01-01 10:00:00] [CardReadFile] Exiting the function, with status "
+                           "code: '0x00000000'"}};
     EXPECT_EQ(conversation.entries, expected);
     EXPECT_TRUE(lastLogonIn("").entries.empty());
     EXPECT_TRUE(lastLogonIn("[] [] \n[\n]\n] [ ] \n").entries.empty());
