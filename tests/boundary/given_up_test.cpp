@@ -8,9 +8,10 @@
 
 namespace {
 
+// It outlives the program's end, when the leak checker looks: what it holds is no leak to report.
 std::set<PCCERT_CONTEXT>& liveCertificates() {
-    static std::set<PCCERT_CONTEXT> live;
-    return live;
+    static auto* const live = new std::set<PCCERT_CONTEXT>;
+    return *live;
 }
 
 }  // namespace
@@ -48,13 +49,16 @@ TEST_P(GivenUp, IsTheCertificateOfTheSecondSigningKeyAlone) {
     EXPECT_EQ(liveCertificates().size() - before, hasSecondSigningKey ? 1u : 0u);
 }
 
-TEST_P(GivenUp, IsOneErrorForAVerificationThatTheCardCannotAnswer) {
+// Where a card is asked for the limits of its PINs: the error of the selection that failed and, in
+// its place, that of the verification. Other cards fail by return values.
+TEST_P(GivenUp, AreTheErrorsOfAPinWhoseLimitsTheCardDoesNotTell) {
     PlatformSide platform(GetParam());
     platform.acquireOrFail();
     const int before = KelmoraID::testing::thrownPointers();
     platform.reader.failTransmit(1, {virtual_card::Fault::Kind::TransportError, 0x8010002F});
     platform.authenticate(1, platform.pin(virtual_card::PinRole::Authentication));
-    EXPECT_EQ(KelmoraID::testing::thrownPointers() - before, 1);
+    const bool isAskedForLimits = virtual_card::findGeneration(GetParam())->knowsGetData;
+    EXPECT_EQ(KelmoraID::testing::thrownPointers() - before, isAskedForLimits ? 2 : 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(CardType, GivenUp, ::testing::ValuesIn(allCardTypes));

@@ -1,4 +1,5 @@
-// What cardhost doctor reads of a machine that it does not know: the driver's log, and library files.
+// What cardhost doctor reads of a machine that it does not know: the driver's log, and library
+// files.
 #include <span>
 #include <string_view>
 
