@@ -9,9 +9,21 @@
 namespace boundary {
 namespace {
 
+// A desktop that has only just been started has no window in front yet, and the driver then takes
+// it for the logon screen.
+bool desktopIsUp() {
+    for (int tries = 0; tries < 200; ++tries) {
+        char name[64];
+        if (GetClassNameA(GetForegroundWindow(), name, sizeof(name)) > 0) return true;
+        Sleep(50);
+    }
+    return false;
+}
+
 class ExternalDialog : public ::testing::Test {
 protected:
     void SetUp() override {
+        ASSERT_TRUE(desktopIsUp());
         library = LoadLibraryA((programFolder() + "\\CodeEntryLibrary.dll").c_str());
         ASSERT_NE(library, nullptr);
         const auto find = reinterpret_cast<CodeEntryScript* (*)()>(
