@@ -66,10 +66,13 @@ for command in "$@"; do
     inside "$command" </dev/null || code=$?
     seconds=$(($(date +%s) - began))
     packages >"$folder/root/after"
-    added=$(comm -13 "$folder/root/before" "$folder/root/after" | wc -l)
+    comm -13 "$folder/root/before" "$folder/root/after" >"$folder/root/added"
+    added=$(wc -l <"$folder/root/added")
     mv "$folder/root/after" "$folder/root/before"
     echo "=== $command ended with exit code $code after $((seconds / 60)) min $((seconds % 60)) s;" \
-         "it brought $added packages"
+         "it brought $added packages:"
+    tr '\n' ' ' <"$folder/root/added" | fold -s -w 78
+    echo
     [ "$code" = 0 ] || failed="$failed $command"
 done
 echo

@@ -10,11 +10,10 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 # Compiled anew each time.
 CCACHE_DISABLE=1
-KELMORA_BOTAN_X64=$("$repository/tools/build_botan.sh" x86_64)
-KELMORA_BOTAN_X86=$("$repository/tools/build_botan.sh" i686)
+for target in x86_64 i686; do "$repository/tools/build_botan.sh" "$target" >/dev/null; done
 KELMORA_BOTAN_ARM64=$("$repository/tools/build_botan.sh" aarch64)
 KELMORA_ARM64_RUNTIME=$("$repository/tools/build_arm64_runtime.sh")
-export CCACHE_DISABLE KELMORA_BOTAN_X64 KELMORA_BOTAN_X86 KELMORA_BOTAN_ARM64 KELMORA_ARM64_RUNTIME
+export CCACHE_DISABLE KELMORA_BOTAN_ARM64 KELMORA_ARM64_RUNTIME
 
 build() { # the folder
     for architecture in x64 x86 arm64; do

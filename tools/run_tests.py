@@ -186,12 +186,18 @@ def package(tally, name):
     if not step(tally, name, "Making the package", ["packaging/windows/make_package.sh"]):
         return
     tally.result("package: is made")
-    code, output = run("Installing it in Wine, and taking it away",
-                       [sys.executable, "packaging/windows/check_package.py"], "package-check")
-    counted, one_failed = count_lines(tally, name, output)
-    if code not in (0, 1) or not counted or bool(code) != one_failed:
-        show_end(output)
-        tally.result(name, f"exit code {code}")
+    for title, script in (
+            ("Finding the cards in what registers them",
+             ["packaging/windows/check_registration.py", "build/package", "build/native/print_card_profiles"]),
+            ("Installing it in Wine, and taking it away", ["packaging/windows/check_package.py"])):
+        code, output = run(title, [sys.executable, *script], f"package-{pathlib.Path(script[0]).stem}")
+        counted, one_failed = count_lines(tally, name, output)
+        if code not in (0, 1) or not counted or bool(code) != one_failed:
+            show_end(output)
+            tally.result(f"{name}: {script[0]}", f"exit code {code}")
+    check = [sys.executable, "-m", "unittest", "discover", "-s", "packaging/windows", "-p", "*_test.py"]
+    if step(tally, name, "Planting faults in what registers the cards", check):
+        tally.result("package: planted faults are found")
 
 
 WINDOWS = ("minidriver", "cardhost", "test_programs")

@@ -1,5 +1,4 @@
-// The outcome of a command record. A card's refusal is data in it; nothing is
-// thrown.
+// The outcome of a command record. A card's refusal is data in it; nothing is thrown.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,4 @@
-// The status-word table: what a card's answer to a command record means (ISO/IEC
-// 7816-4, 5.6). The
+// The status-word table: what a card's answer to a command record means (ISO/IEC 7816-4, 5.6). The
 // platform code of a row is how a card's refusal becomes a status that an entry point can return.
 #pragma once
 

@@ -267,7 +267,7 @@ TEST_P(Reset, DuringASignatureIsAFailureWithoutAReconnect) {
 }
 
 // A system may leave the length as it was announced when a call fails. Zeros are then taken for a
-// reply, as laid down for this path; their status word has no code of the platform's, so that the
+// reply; their status word has no code of the platform's, so that the
 // caller is told success and finds no signature. Only a GET RESPONSE keeps the call's own code.
 TEST_P(Reset, DuringASignatureWhereTheLengthStaysAsAnnounced) {
     const auto sign = [](PlatformSide& card) { return card.signMessage(0, "a message"); };
@@ -329,7 +329,10 @@ Outcome atKeyOperation(const Commands& commands, std::size_t n) {
     }
 }
 
-TEST_P(Reset, DuringADecryption) {
+class ResetOfAnRsaCard : public Reset {};
+INSTANTIATE_TEST_SUITE_P(EveryRsaCard, ResetOfAnRsaCard, ::testing::ValuesIn(rsaCardTypes));
+
+TEST_P(ResetOfAnRsaCard, DuringADecryption) {
     for (BYTE container = 0; container < generation().keys.size(); ++container) {
         if (!virtual_card::isRsa(generation().keys[container].kind)) continue;
         SCOPED_TRACE("container " + std::to_string(container));

@@ -287,7 +287,10 @@ TEST_P(WindowsLimits, TheContainerMapHasOneDefaultContainerAndNamesOfTheirOwn) {
     EXPECT_EQ(names.size(), card.containers());
 }
 
-TEST_P(WindowsLimits, AKeyOnP521IsToldAs528Bits) {
+class WindowsLimitsOfAP521Card : public WindowsLimits {};
+INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAP521Card, ::testing::Values(8));
+
+TEST_P(WindowsLimitsOfAP521Card, AKeyOnP521IsToldAs528Bits) {
     for (BYTE container = 0; container < card.containers(); ++container) {
         if (card.key(container).kind != virtual_card::KeyKind::P521) continue;
         const CONTAINER_MAP_RECORD record = containerRecord(container);
@@ -303,7 +306,10 @@ TEST_P(WindowsLimits, AKeyOnP521IsToldAs528Bits) {
     }
 }
 
-TEST_P(WindowsLimits, EveryEllipticCurveKeyIsMarkedAsOneOnP384) {
+class WindowsLimitsOfAnEcCard : public WindowsLimits {};
+INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAnEcCard, ::testing::ValuesIn(ecCardTypes));
+
+TEST_P(WindowsLimitsOfAnEcCard, EveryEllipticCurveKeyIsMarkedAsOneOnP384) {
     for (BYTE container = 0; container < card.containers(); ++container) {
         if (!card.isEcKey(container)) continue;
         const Bytes blob = card.publicKey(container);

@@ -104,7 +104,7 @@ TEST_F(WithEmptyReaders, LeavesAMovedContextToWhoeverTookIt) {
         const ReaderContext moved(std::move(source));
         taken = moved.getContext();
     }
-    // Neither object has released it: meant so.
+    // Neither object has released it: the mark went to the source, the handle to the new object.
     EXPECT_EQ(SCardReleaseContext(taken), 0);
     EXPECT_EQ(log.output(), LogLines{});
 }
