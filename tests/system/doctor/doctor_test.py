@@ -10,6 +10,7 @@ In Wine the tests have a prefix of their own, build/wine/doctor.
 """
 import argparse
 import contextlib
+import functools
 import http.server
 import json
 import os
@@ -318,19 +319,39 @@ class Prefix(DoctorTest):
         cls.addClassCleanup(shutil.rmtree, folder)
         (folder / "cards.reg").write_text(registration(), encoding="utf-16")
         wine("reg", "import", "cards.reg", cwd=folder)
-        # As long as this runs, Wine's service manager does: its start takes a while on a busy machine.
-        keeper = subprocess.Popen([*settings.launcher, "cmd"], stdin=subprocess.PIPE,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        cls.addClassCleanup(keeper.wait)
-        cls.addClassCleanup(keeper.stdin.close)
+        cls.keeper = None
+        cls.addClassCleanup(cls.stop_wine)
         cls.built = {"x64": REPOSITORY / "build/windows-x64" / DLL,
                      "x86": REPOSITORY / "build/windows-x86" / DLL}
         shutil.copy(cls.built["x64"], DLL64)
         shutil.copy(cls.built["x86"], DLL32)
         for service in SERVICES:
             create_service(service)
+        cls.restart_wine()
         wine("reg", "add", LSA, "/v", "RunAsPPL", "/t", "REG_DWORD", "/d", "0", "/f")
         wine("reg", "add", POLICIES + r"\ScPnP", "/v", "EnableScPnP", "/t", "REG_DWORD", "/d", "0", "/f")
+
+    @classmethod
+    def stop_wine(cls):
+        if cls.keeper is not None:
+            cls.keeper.stdin.close()
+            cls.keeper.wait()
+            cls.keeper = None
+        subprocess.run(["wineserver", "-k"], check=False)
+        subprocess.run(["wineserver", "-w"], check=True)
+
+    @classmethod
+    def restart_wine(cls):
+        """Wine's service manager surely knows what stood in the registry when it started. As long as the
+        keeper runs, it does: its start takes a while on a busy machine."""
+        cls.stop_wine()
+        cls.keeper = subprocess.Popen([*settings.launcher, "cmd"], stdin=subprocess.PIPE,
+                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def change_services(self, *changes):
+        for change in changes:
+            change()
+        self.restart_wine()
 
     def named(self, expected, text, *arguments, card=3):
         """The sickness is named with that text, and no other stands beside it."""
@@ -468,15 +489,14 @@ class Sick(Prefix):
         self.named("problem platform.app-control", "refuses files without a trusted signature")
 
     def test_with_the_service_disabled(self):
-        service_control("delete", "SCardSvr")
-        create_service("SCardSvr", "disabled")
-        self.addCleanup(create_service, "SCardSvr")
-        self.addCleanup(service_control, "delete", "SCardSvr")
+        delete = functools.partial(service_control, "delete", "SCardSvr")
+        self.addCleanup(self.change_services, delete, functools.partial(create_service, "SCardSvr"))
+        self.change_services(delete, functools.partial(create_service, "SCardSvr", "disabled"))
         self.named("problem platform.service", "Smart Card: is disabled")
 
     def test_without_the_service(self):
-        service_control("delete", "SCardSvr")
-        self.addCleanup(create_service, "SCardSvr")
+        self.addCleanup(self.change_services, functools.partial(create_service, "SCardSvr"))
+        self.change_services(functools.partial(service_control, "delete", "SCardSvr"))
         self.named("problem platform.service", "Smart Card: is not there")
 
     def test_with_an_ec_card_and_no_policy(self):
