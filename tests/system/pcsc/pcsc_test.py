@@ -12,6 +12,7 @@ says why, where neither can be.
 """
 import argparse
 import contextlib
+import json
 import os
 import pathlib
 import re
@@ -159,7 +160,10 @@ class Presence(PcscTest):
     def check_cardhost_lists_the_card(self, card_type):
         with self.card(card_type, reader=1):
             done = programs.run(settings.bin / "cardhost", "list")
-        self.assertEqual(done.returncode, OK, done.stderr)
+            listed = programs.run(settings.bin / "cardhost", "list", "--json")
+        self.assertEqual((done.returncode, listed.returncode), (OK, OK), done.stderr + listed.stderr)
+        self.assertEqual([(one["reader"], one["type"]) for one in json.loads(listed.stdout)],
+                         [(READERS[0], None), (READERS[1], card_type)])
         self.assertRegex(done.stdout, rf"\A{READERS[0]}\n  card +no card\n\n"
                                       rf"{READERS[1]}\n  card +FINEID card of type {card_type}, .*\n"
                                       rf"  ATR +{atr_text(card_type)}\n\Z")
