@@ -23,7 +23,7 @@ begin_cached_build "arm64-runtime-$mingw-libcxx-${libcxx#*:}-$recipe"
 # The folders of the build must not stand in what is built, nor its moment.
 SOURCE_DATE_EPOCH=0
 export SOURCE_DATE_EPOCH
-flags="-Os -ffunction-sections -fdata-sections -ffile-prefix-map=$work="
+flags="-Os -DNDEBUG -ffunction-sections -fdata-sections -ffile-prefix-map=$work="
 
 unpack() { # what was fetched; of LLVM only the folders that the runtimes are built of
     cd "$work" || return
