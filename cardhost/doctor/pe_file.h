@@ -1,4 +1,4 @@
-// Facts of a Windows library file (PE/COFF specification), read from its bytes alone. The file is
+// Facts of a Windows library file (PE/COFF), read from its bytes alone. The file is
 // input from outside: every offset and count is checked, whatever the file says.
 #pragma once
 
