@@ -28,7 +28,7 @@ void throwUnlessSelected(const FINEID::Apdu& select, const char* text) {
 }  // namespace
 
 CardOperations::CardOperations(SCARDHANDLE card, CardType type)
-    : hScard_(card), sendPci(protocolControlOf(card)), cardType_(type) {}
+    : hScard(card), sendPci(protocolControlOf(card)), cardType(type) {}
 
 void CardOperations::SelectFineidApplication() {
     constexpr const char* failure = "Failed to select FINEID application.";
@@ -36,7 +36,7 @@ void CardOperations::SelectFineidApplication() {
     Select select(SelectMode::applicationIdentifier, ByteVector(FineidAid.begin(), FineidAid.end()),
                   noResponse);
     try {
-        select.Transmit(hScard_, sendPci);
+        select.Transmit(hScard, sendPci);
     } catch (const std::system_error& error) {
         logToFile("SelectFineidApplication", fmt::format("Transmit error. Exception: {}, error: {}",
                                                          error.what(), error.code().value()));
@@ -47,21 +47,21 @@ void CardOperations::SelectFineidApplication() {
 
 void CardOperations::selectRoot() {
     Select select(SelectMode::masterFile, std::nullopt, noResponse);
-    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select root.");
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select root.");
 }
 
 void CardOperations::selectParent() {
     Select select(SelectMode::parentDirectory, std::nullopt, noResponse);
-    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select parent.");
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select parent.");
 }
 
 void CardOperations::selectEsignDirectory() {
     selectRoot();
-    const SelectMode mode = profileOf(cardType_).selectsEsignUnderMasterFile
+    const SelectMode mode = profileOf(cardType).selectsEsignUnderMasterFile
                                 ? SelectMode::identifierUnderMasterFile
                                 : SelectMode::childDirectory;
     Select select(mode, ByteVector(EsignIdentifier.begin(), EsignIdentifier.end()), noResponse);
-    throwUnlessSelected(select.Transmit(hScard_, sendPci), "Failed to select ESIGN directory.");
+    throwUnlessSelected(select.Transmit(hScard, sendPci), "Failed to select ESIGN directory.");
 }
 
 }  // namespace KelmoraID

@@ -58,9 +58,9 @@ public:
     ByteVector decipherEcdh(const ByteVector& data, bool hasSecondSignCert);
 
 private:
-    SCARDHANDLE hScard_;
+    SCARDHANDLE hScard;
     SCARD_IO_REQUEST sendPci;
-    CardType cardType_;
+    CardType cardType;
 };
 
 }  // namespace KelmoraID

@@ -65,15 +65,15 @@ void logNoData() {
 ByteVector CardOperations::decipherRsa(const ByteVector& data, std::uint16_t length,
                                        DWORD dwKeySpec) {
     const BYTE selector = dwKeySpec == AT_KEYEXCHANGE ? 1 : 2;
-    setEnvironment(FINEID::Set(confidentialityTemplate, 0, selector, false), hScard_, sendPci);
+    setEnvironment(FINEID::Set(confidentialityTemplate, 0, selector, false), hScard, sendPci);
     // The length has 16 bits and can have wrapped: it never says that there is more than there is.
     if (length < minimumRsaLength || data.size() < minimumRsaLength) {
         logTooShort();
         return {};
     }
     const auto cut = data.begin() + firstBlockLength;
-    decipher({data.begin(), cut}, firstBlockLe, true, hScard_, sendPci);
-    const auto message = decipher({cut, data.end()}, lastBlockLe, false, hScard_, sendPci);
+    decipher({data.begin(), cut}, firstBlockLe, true, hScard, sendPci);
+    const auto message = decipher({cut, data.end()}, lastBlockLe, false, hScard, sendPci);
     if (!message) {
         logNoData();
         logTooShort();
@@ -83,8 +83,8 @@ ByteVector CardOperations::decipherRsa(const ByteVector& data, std::uint16_t len
 }
 
 ByteVector CardOperations::decipherEcdh(const ByteVector& data, bool hasSecondSignCert) {
-    setEnvironment(FINEID::Set(agreementKeyReference(hasSecondSignCert)), hScard_, sendPci);
-    const auto secret = decipher(data, 0x00, false, hScard_, sendPci);
+    setEnvironment(FINEID::Set(agreementKeyReference(hasSecondSignCert)), hScard, sendPci);
+    const auto secret = decipher(data, 0x00, false, hScard, sendPci);
     if (!secret) {
         logNoData();
         return {};

@@ -28,7 +28,7 @@ std::pair<BYTE, BYTE> CardOperations::readPinProperties(PinId pinId) {
     SelectFineidApplication();
     const BYTE reference = pinReference(pinId, true).value();
     FINEID::GetData getData(pinObjectSelector, reference, false);
-    if (!getData.Transmit(hScard_, sendPci).success()) failToReadPinProperties();
+    if (!getData.Transmit(hScard, sendPci).success()) failToReadPinProperties();
     const ByteVector& properties = getData.responseData().value();
     if (properties.size() <= minimumOffset) failToReadPinProperties();
     return {properties[maximumOffset], properties[minimumOffset]};

@@ -19,7 +19,7 @@ std::optional<BYTE> pinReferenceOf(PinId pinId, CardType cardType) {
 }
 
 std::optional<BYTE> CardOperations::pinReference(PinId pinId, bool selectApplication) {
-    const std::optional<BYTE> reference = pinReferenceOf(pinId, cardType_);
+    const std::optional<BYTE> reference = pinReferenceOf(pinId, cardType);
     if (reference && selectApplication) {
         if (pinId == PinId::signature) {
             selectEsignDirectory();

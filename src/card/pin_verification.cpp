@@ -34,8 +34,8 @@ bool pinHasStatus(CardOperations& card, PinId pinId, PinVerifyResult::Status sta
 std::optional<PinVerifyResult> CardOperations::VerifyPin(PinId pinId,
                                                          std::optional<ByteVector> pin) {
     const BYTE reference = pinReference(pinId, true).value();
-    FINEID::Verify verify(reference, cardType_, std::move(pin));
-    if (verify.Transmit(hScard_, sendPci).success()) {
+    FINEID::Verify verify(reference, cardType, std::move(pin));
+    if (verify.Transmit(hScard, sendPci).success()) {
         return PinVerifyResult{verify.attemptsRemaining(), statusOf(verify)};
     }
     if (verify.Sw1Sw2() == wrongLength) return std::nullopt;
