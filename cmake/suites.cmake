@@ -7,6 +7,15 @@ add_custom_target(test_programs)
 list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " KELMORA_LAUNCHER)
 file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/test-results")
 
+# use_shared_prefix(NAME): the test starts programs in the Wine prefix of its architecture. One test at a
+# time does: all drivers of a prefix write into one log file, and a suite that reads it would find the
+# lines of another program there.
+function(use_shared_prefix name)
+    if(CMAKE_CROSSCOMPILING)
+        set_tests_properties(${name} PROPERTIES RESOURCE_LOCK wine_prefix)
+    endif()
+endfunction()
+
 # add_suite(NAME LABEL TARGET): all tests of a GoogleTest program.
 function(add_suite name label target)
     file(RELATIVE_PATH results "${CMAKE_CURRENT_BINARY_DIR}"
@@ -15,6 +24,7 @@ function(add_suite name label target)
              WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
     # 3 is how tools/run_in_wine.sh says that the machine does not allow it, and why.
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600 SKIP_RETURN_CODE 3)
+    use_shared_prefix(${name})
     add_dependencies(test_programs ${target})
     if(label STREQUAL "unit")
         add_dependencies(unit_programs ${target})
