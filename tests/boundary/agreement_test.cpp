@@ -74,7 +74,7 @@ protected:
             card.data.pfnCspFree(info.pbDerivedKey);
         } else {
             EXPECT_EQ(info.pbDerivedKey, nullptr) << "only an allocation that fails writes it";
-            EXPECT_EQ(answer.status, 8u);
+            EXPECT_EQ(answer.status, status::notEnoughMemory);
         }
         return answer;
     }
@@ -328,7 +328,7 @@ TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
     ASSERT_EQ(agree(other->blob(), &index), 0u);
     PlatformSide::failAllocation(1);
     DriverLog log;
-    EXPECT_EQ(derive(index, nullptr).status, 8u);
+    EXPECT_EQ(derive(index, nullptr).status, status::notEnoughMemory);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardDeriveKey",
                        "Exiting the function, with status code: '0x00000008'. No memory."}));

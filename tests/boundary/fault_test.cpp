@@ -170,9 +170,11 @@ TEST_P(Faults, AllocationsFailingOneByOne) {
     for (int n = 0; n <= 3; ++n) {
         SCOPED_TRACE(n);
         PlatformSide::failAllocation(n);
-        EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 1).status, n == 1 ? 8u : 0u);
-        EXPECT_EQ(card.property(WIDE_TEXT("Card Identifier"), 0).status, n == 2 ? 8u : 0u);
-        EXPECT_EQ(card.readFile("mscp", "cmapfile").status, n == 3 ? 8u : 0u);
+        EXPECT_EQ(card.property(WIDE_TEXT("PIN Information"), 1).status,
+                  n == 1 ? status::notEnoughMemory : 0u);
+        EXPECT_EQ(card.property(WIDE_TEXT("Card Identifier"), 0).status,
+                  n == 2 ? status::notEnoughMemory : 0u);
+        EXPECT_EQ(card.readFile("mscp", "cmapfile").status, n == 3 ? status::notEnoughMemory : 0u);
         PlatformSide::failAllocation(0);
     }
 }

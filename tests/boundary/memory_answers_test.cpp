@@ -228,14 +228,14 @@ TEST_P(MemoryAnswers, KeySizesComeFromTheContainersOrTheCurves) {
 
 TEST_P(MemoryAnswers, AllocationsThatFailAreStatusEight) {
     PlatformSide::failAllocation(1);
-    EXPECT_EQ(card.readFile("mscp", "kxc00").status, 8u);
+    EXPECT_EQ(card.readFile("mscp", "kxc00").status, status::notEnoughMemory);
     PlatformSide::failAllocation(1);
-    EXPECT_EQ(card.listFiles(nullptr).status, 8u);
+    EXPECT_EQ(card.listFiles(nullptr).status, status::notEnoughMemory);
     PlatformSide::failAllocation(1);
-    EXPECT_EQ(card.property(WIDE_TEXT("PIN List"), 0).status, 8u);
+    EXPECT_EQ(card.property(WIDE_TEXT("PIN List"), 0).status, status::notEnoughMemory);
     PlatformSide::failAllocation(1);
     CONTAINER_INFO info{};
-    EXPECT_EQ(card.data.pfnCardGetContainerInfo(&card.data, 0, 0, &info), 8u);
+    EXPECT_EQ(card.data.pfnCardGetContainerInfo(&card.data, 0, 0, &info), status::notEnoughMemory);
     EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
 }
 

@@ -200,7 +200,7 @@ TEST_P(Signature, AnAllocationThatFailsIsStatusEight) {
     CARD_SIGNING_INFO info = request(0, data);
     info.aiHashAlg = card.isEcKey(0) ? 0 : 0x800C;
     PlatformSide::failAllocation(1);
-    EXPECT_EQ(card.sign(info).status, 8u);
+    EXPECT_EQ(card.sign(info).status, status::notEnoughMemory);
 }
 
 TEST(SignatureOfRsa, TakesTheLastTwentyBytesOfTheSslForm) {

@@ -8,9 +8,10 @@ calls from platform/ and nowhere else, and holds the members of its own classes 
 conditions stand in platform/ only. The virtual card shares nothing with the product, and cardhost no more
 than the published records and the rows of the supported cards.
 """
-import pathlib
 import re
 import sys
+
+from checker import sources, tell
 
 LAYERS = [["platform"], ["bytes"], ["text", "log", "profiles"], ["hash", "registry", "error_names", "channel"],
           ["apdu"], ["card"], ["session"], ["files", "keys", "pin", "pairing"], ["properties"], ["frame"]]
@@ -48,10 +49,9 @@ def problem_with(component, kind, name):
 
 
 def lines_of(root, top):
-    for path in sorted((root / top).rglob("*")):
-        if path.suffix in (".h", ".cpp"):
-            for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-                yield path.relative_to(root), number, line
+    for path, text in sources(root, top):
+        for number, line in enumerate(text.splitlines(), 1):
+            yield path, number, line
 
 
 def problems(root):
@@ -84,14 +84,5 @@ def problems(root):
                 yield f"{path}:{number}: {top}/ keeps apart from the product's {include[2]}"
 
 
-def main():
-    here = pathlib.Path(__file__).resolve().parents[2]
-    root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else here
-    found = list(problems(root))
-    for line in found:
-        print(line)
-    return 1 if found else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(tell(problems))

@@ -8,17 +8,12 @@ import pathlib
 import re
 import sys
 
+from checker import tell, test_cases
+
 PAGE = pathlib.Path("docs/windows-limits.md")
-TESTS = pathlib.Path("tests/boundary")
+TESTS = "tests/boundary"
 COLUMN = "Held by"
-DEFINITION = re.compile(r"^TEST(?:_P|_F)?\(\s*(\w+),\s*(\w+)\)", re.M)
 NAME = re.compile(r"`(\w+\.\w+)`")
-
-
-def defined_tests(root):
-    """The names of all tests, each as Suite.Name."""
-    return {".".join(found) for path in (root / TESTS).glob("*.cpp")
-            for found in DEFINITION.findall(path.read_text(encoding="utf-8"))}
 
 
 def cells(line):
@@ -26,7 +21,7 @@ def cells(line):
 
 
 def problems(root):
-    defined = defined_tests(root)
+    defined = test_cases(root, TESTS)
     rows, in_body = 0, False
     for number, line in enumerate((root / PAGE).read_text(encoding="utf-8").splitlines(), 1):
         if not line.startswith("|"):
@@ -50,14 +45,5 @@ def problems(root):
         yield f"{PAGE}: no table with rows"
 
 
-def main():
-    here = pathlib.Path(__file__).resolve().parents[2]
-    root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else here
-    found = list(problems(root))
-    for line in found:
-        print(line)
-    return 1 if found else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(tell(problems))

@@ -217,7 +217,7 @@ TEST(CardGetContainerInfo, ReportsAnEccKeyWithoutMemoryWithItsLengthInPlace) {
     KeysFixture keys(CardType::type8, TestKey::p256);
     testing::PlatformRecord::failAllocation(1);
     CONTAINER_INFO info{};
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 8u);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::notEnoughMemory);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(0, 0, 0), exited("0x00000008")}));
     EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
     EXPECT_EQ(info.cbKeyExPublicKey, 72u);
@@ -227,7 +227,7 @@ TEST(CardGetContainerInfo, ReportsAnRsaKeyWithoutMemoryWithALengthOf0) {
     KeysFixture keys(CardType::type3);
     testing::PlatformRecord::failAllocation(1);
     CONTAINER_INFO info{};
-    EXPECT_EQ(CardGetContainerInfo(keys.data, 1, 0, &info), 8u);
+    EXPECT_EQ(CardGetContainerInfo(keys.data, 1, 0, &info), status::notEnoughMemory);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(1, 0, 0), exited("0x00000008")}));
     EXPECT_EQ(info.pbSigPublicKey, nullptr);
     EXPECT_EQ(info.cbSigPublicKey, 0u);

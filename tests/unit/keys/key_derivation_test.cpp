@@ -517,7 +517,7 @@ TEST(CardDeriveKey, ReportsMissingMemoryWithEverythingClosed) {
     Request request;
     card.expectPinQuery();
     PlatformRecord::failAllocation(1);
-    EXPECT_EQ(CardDeriveKey(card.data, &request.info), 8u);
+    EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::notEnoughMemory);
     EXPECT_EQ(card.log.file(),
               lines(scope, {entered, parameters, kdf, exited("0x00000008", ". No memory.")}));
     EXPECT_EQ(request.info.pbDerivedKey, nullptr);

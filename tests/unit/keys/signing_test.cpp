@@ -592,7 +592,7 @@ TEST(CardSignData, ReportsMissingMemoryWithThePlainExitLine) {
     expectMse(keys, "82", "42");
     expectSignature(keys, request.data, "01 9000");
     PlatformRecord::failAllocation(1);
-    EXPECT_EQ(request.run(keys), 8u);
+    EXPECT_EQ(request.run(keys), status::notEnoughMemory);
     EXPECT_TRUE(request.hasNoSignature());
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
