@@ -16,15 +16,26 @@ function(use_shared_prefix name)
     endif()
 endfunction()
 
-# add_suite(NAME LABEL TARGET): all tests of a GoogleTest program.
+# add_suite(NAME LABEL TARGET [SHARDS]): all tests of a GoogleTest program; in so many starts of it, where
+# one alone would keep a core waiting.
 function(add_suite name label target)
-    file(RELATIVE_PATH results "${CMAKE_CURRENT_BINARY_DIR}"
-         "${CMAKE_BINARY_DIR}/test-results/${name}.xml")
-    add_test(NAME ${name} COMMAND ${target} "--gtest_output=xml:${results}" --gtest_brief=1
-             WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
-    # 3 is how tools/run_in_wine.sh says that the machine does not allow it, and why.
-    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 600 SKIP_RETURN_CODE 3)
-    use_shared_prefix(${name})
+    file(RELATIVE_PATH results "${CMAKE_CURRENT_BINARY_DIR}" "${CMAKE_BINARY_DIR}/test-results")
+    set(shards 1 ${ARGN})
+    list(GET shards -1 shards)
+    foreach(shard RANGE 1 ${shards})
+        set(test ${name})
+        math(EXPR index "${shard} - 1")
+        if(shards GREATER 1)
+            set(test ${name}.${shard})
+        endif()
+        add_test(NAME ${test}
+                 COMMAND ${target} "--gtest_output=xml:${results}/${test}.xml" --gtest_brief=1
+                 WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+        # 3 is how tools/run_in_wine.sh says that the machine does not allow it, and why.
+        set_tests_properties(${test} PROPERTIES LABELS ${label} TIMEOUT 600 SKIP_RETURN_CODE 3
+            ENVIRONMENT "GTEST_TOTAL_SHARDS=${shards};GTEST_SHARD_INDEX=${index}")
+        use_shared_prefix(${test})
+    endforeach()
     add_dependencies(test_programs ${target})
     if(label STREQUAL "unit")
         add_dependencies(unit_programs ${target})

@@ -6,10 +6,10 @@ Usage: tools/run_tests.py [STAGE ...]
 Stages, by default all of them in this order:
   lint         the sources: format, includes, names, static analysis
   native       unit and boundary tests under AddressSanitizer and UndefinedBehaviorSanitizer
+  system       the programs together, under the same: PC/SC daemon, virtual reader, cardhost, OpenSSL
   windows-x86  builds the x86 DLL; checks the file itself; the boundary suite in 32-bit Wine
   windows-x64  the same for the x64 DLL; besides, the directory client and the doctor, in Wine
   package      the MSI and the registration file, installed and taken away in Wine
-  system       the programs together: PC/SC daemon, virtual reader, cardhost, OpenSSL
 
 A stage is a preset: configured, built and handed to ctest. What ctest cannot do is done here: the count of
 what a test program says of each of its own tests, why one was skipped, and a line now and then from what
@@ -202,13 +202,24 @@ def package(tally, name):
         tally.result("package: planted faults are found")
 
 
+def begin_wine_folder(names):
+    """Starts making the folder in which the x86 DLL runs, where it is not there yet: that waits for packages
+    more than it works. The stage that needs it waits for the end, and says so if it failed."""
+    if "windows-x86" not in names:
+        return None
+    LOGS.mkdir(parents=True, exist_ok=True)
+    with (LOGS / "wine-folder.txt").open("wb") as output:
+        return subprocess.Popen([ROOT / "tools/wine_folder.sh", "x86"], stdout=output, stderr=output,
+                                stdin=subprocess.DEVNULL, cwd=ROOT)
+
+
 STAGES = {
     "lint": ("Lint", preset_stage("sanitized", None, "lint")),
     "native": ("Unit and boundary tests, under sanitizers", preset_stage("sanitized", ())),
+    "system": ("System tests", preset_stage("sanitized", (), "system")),
     "windows-x86": ("The x86 DLL, in Wine", preset_stage("windows-x86", ("minidriver", "test_programs"))),
     "windows-x64": ("The x64 DLL, in Wine", preset_stage("windows-x64", ("minidriver", "cardhost", "test_programs"))),
     "package": ("The package for Windows", package),
-    "system": ("System tests", preset_stage("native", ())),
 }
 
 
@@ -227,6 +238,7 @@ def main():
     tally = Tally()
     for name in missing_packages():
         tally.result(f"package {name} is missing", "tools/install_packages.sh build run test installs it")
+    folder = begin_wine_folder(names)
     for name in names:
         title, stage = STAGES[name]
         began, before, failed_before = time.monotonic(), tally.passed, len(tally.failed)
@@ -235,6 +247,8 @@ def main():
         failed = len(tally.failed) - failed_before
         say(f"  {tally.passed - before} passed" + (f", {failed} failed" if failed else "") +
             f" in {time.monotonic() - began:.0f} s ({time.monotonic() - tally.started:.0f} s since the start)")
+    if folder is not None:
+        folder.wait()
     say("")
     for title, entries in (("Skipped", tally.skipped), ("Failed", tally.failed)):
         for entry in entries:

@@ -4,13 +4,14 @@ reader driver, the virtual card as a program of its own, pcsc_scan and scriptor 
 clients, cardhost over the driver and its PC/SC adapter, and OpenSSL as the other party.
 
     pcsc_test.py --bin build/native [unittest arguments]
-    pcsc_test.py --list
 
-Each run has a daemon of its own, in a place of the machine that nobody else sees. Where the machine
-allows no such place, root runs the daemon in the open, if no other one is there. Exits with 77, and
-says why, where neither can be.
+Each run has a daemon of its own, in a place of the machine that nobody else sees. Without the name of a
+test all are run, each in a place of its own, several at a time: they wait for the daemon more than they
+work. Where the machine allows no such place, root runs the daemon in the open, if no other one is
+there. Exits with 77, and says why, where neither can be.
 """
 import argparse
+import concurrent.futures
 import contextlib
 import json
 import os
@@ -29,6 +30,7 @@ import programs  # pylint: disable=wrong-import-position
 from programs import READERS, seen_cards  # pylint: disable=wrong-import-position
 
 SKIPPED = 77
+SIDE_BY_SIDE = 8
 OK, USAGE, NOT_FOUND, REFUSED, WRONG_PIN, BLOCKED, FILE = range(7)
 UNWELL = 8
 AUTHENTICATION, SIGNATURE = 1, 4
@@ -559,27 +561,40 @@ def test_names():
     return [test.id().removeprefix("__main__.") for tests in suite for test in tests]
 
 
+def run_side_by_side(folder):
+    """Runs every test as a run of its own; the exit code."""
+    def run_one(name):
+        # No time-out: what a test waits for has one.
+        return subprocess.run([sys.executable, "-B", __file__, "--bin", folder, name], check=False,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              encoding="utf-8", errors="replace")
+
+    names, all_well = test_names(), True
+    with concurrent.futures.ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
+        for name, done in zip(names, pool.map(run_one, names)):
+            is_well = done.returncode == 0
+            all_well = all_well and is_well
+            print(f"ok - {name}" if is_well else f"{done.stdout}\nnot ok - {name}", flush=True)
+    return 0 if all_well else 1
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--bin", type=pathlib.Path, help="the folder of the native build")
-    parser.add_argument("--list", action="store_true", help="print the tests' names, and end")
+    parser.add_argument("--bin", type=pathlib.Path, required=True, help="the folder of the native build")
     parser.add_argument("--open", action="store_true",
                         help="run the daemon in the open, even where a private place can be made")
     parser.add_argument(private_place.INSIDE, dest="inside", action="store_true",
                         help=argparse.SUPPRESS)
     known, rest = parser.parse_known_args()
-    if known.list:
-        print("\n".join(test_names()))
-        return 0
-    if known.bin is None:
-        parser.error("--bin is needed")
     is_private = not known.open and (known.inside or private_place.can_make())
     reason = reason_not_to_run(is_private)
     if reason:
         print(f"system.pcsc: not run: {reason}")
         return SKIPPED
     if is_private and not known.inside:
+        if not rest:
+            return run_side_by_side(known.bin)
         private_place.enter()
     settings.bin = known.bin.resolve()
     # So that a test that is told to stop ends what it has started.
