@@ -1,15 +1,13 @@
 # {fmt}, compiled once: the machine's library for native builds; for cross builds one made here of the
-# same package's headers, which are copied into the build folder, since the machine's include folder
-# itself must not stand on a cross compiler's path.
+# same package's headers.
 if(NOT CMAKE_CROSSCOMPILING)
     find_package(fmt REQUIRED)
     return()
 endif()
-find_path(FMT_INCLUDE_DIR fmt/format.h PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
-file(COPY "${FMT_INCLUDE_DIR}/fmt" DESTINATION "${CMAKE_BINARY_DIR}/third_party")
+copy_machine_headers(fmt/format.h fmt_headers)
 add_library(fmt STATIC "${CMAKE_CURRENT_LIST_DIR}/fmt_library.cpp")
 add_library(fmt::fmt ALIAS fmt)
-target_include_directories(fmt SYSTEM PUBLIC "${CMAKE_BINARY_DIR}/third_party")
+target_include_directories(fmt SYSTEM PUBLIC "${fmt_headers}")
 # Without the thousands separator's locale: it would pull the C++ locale machinery into the DLL. And
 # without fractions: no text of ours holds one, and they would be a third of the DLL.
 target_compile_definitions(fmt PUBLIC FMT_STATIC_THOUSANDS_SEPARATOR=','
