@@ -1,3 +1,4 @@
+// Finding the application by its name: SELECT with one identifier, then with the other.
 #include <fmt/format.h>
 
 #include <span>

@@ -37,12 +37,15 @@ public:
     /// The PIN's reference on this card, after selecting its directory if selectApplication is
     /// set; no value, and nothing sent, for a PinId outside 1 to 4.
     std::optional<BYTE> pinReference(PinId pinId, bool selectApplication);
-    /// The PIN's limits by GET DATA: (maximum, minimum), in bytes.
+    /// The PIN's limits by GET DATA: (maximum, minimum), in bytes. @throws a pointer to
+    /// std::runtime_error, "Failed to read PIN properties."; std::bad_optional_access for a PinId
+    /// outside 1 to 4; TransmitError
     std::pair<BYTE, BYTE> readPinProperties(PinId pinId);
     /// Whether the length is within the card's limits; reads the card whatever the length.
     bool isPinLengthValid(PinId pinId, std::uint32_t length);
     /// VERIFY with the PIN, or without data to ask for its state. No value: the card refused the
-    /// form of the command (6700).
+    /// form of the command (6700). @throws a pointer to std::runtime_error, "Failed to verify
+    /// PIN.", for any other refusal than a wrong or a blocked PIN; the rest as readPinProperties
     std::optional<PinVerifyResult> VerifyPin(PinId pinId, std::optional<ByteVector> pin);
     /// Whether the card says that the PIN is open, or blocked. Never throw: every failure is false.
     bool isPinVerified(PinId pinId);
@@ -50,11 +53,17 @@ public:
 
     // Deciphering (decipher_scripts.cpp)
 
-    /// The RSA decipher script. @param length the block's length in bytes @return the message as
-    /// the card gave it; empty if the length is below 256 or the card gave nothing
-    /// @throws std::logic_error when the PIN is not verified (6982); std::runtime_error otherwise
+    /// The RSA decipher script, in two chained blocks.
+    /// @param data       the block, in the order of the card
+    /// @param length     its length in bytes, which may have wrapped
+    /// @param dwKeySpec  AT_KEYEXCHANGE for the key of container 0, else that of container 1
+    /// @return the message as the card gave it; empty if the length is below 256 or the card gave
+    ///         nothing
+    /// @throws std::logic_error when the PIN is not verified (6982); std::runtime_error for any
+    ///         other refusal; a pointer to one where MSE SET is refused; TransmitError
     ByteVector decipherRsa(const ByteVector& data, std::uint16_t length, DWORD dwKeySpec);
-    /// The ECDH decipher script; as decipherRsa.
+    /// The ECDH decipher script, in one command. @param data the other party's point, as the card
+    /// takes it @return the shared secret; empty if the card gave nothing @throws as decipherRsa
     ByteVector decipherEcdh(const ByteVector& data, bool hasSecondSignCert);
 
 private:

@@ -59,6 +59,8 @@ public:
     /// Reads that many bytes of the selected file, in chunks of at most 127 bytes.
     ApduResult readBinary(std::uint32_t length);
 
+    // An index counts the entries of the card's directory, from 0 on.
+
     /// The minimum and maximum length of the index-th PIN, one byte each in a good directory; empty
     /// on every failure.
     ByteVector pinLengths(std::uint32_t index);
@@ -76,7 +78,14 @@ public:
 
     // Signing (signature_script.cpp)
 
-    /// The signature script: MSE SET, on some cards PSO HASH, PSO COMPUTE DIGITAL SIGNATURE.
+    /// The signature script: MSE SET, on some cards PSO HASH, PSO COMPUTE DIGITAL SIGNATURE
+    /// (ISO/IEC 7816-8). A card that does not know MSE SET (6D00) goes on without it.
+    /// @param data          the hash, or the DigestInfo, as the card takes it; at most 255 bytes
+    /// @param hashNibble    upper half of the algorithm reference: the hash
+    /// @param schemeNibble  lower half: the signature scheme
+    /// @param keyRef        the key's reference on this card (key_references.h)
+    /// @param cardType      whose row tells of PSO HASH and Le
+    /// @return the signature in the order of the card; or the first refused command's result
     ApduResult computeSignature(const ByteVector& data, BYTE hashNibble, BYTE schemeNibble,
                                 BYTE keyRef, CardType cardType);
 

@@ -1,3 +1,4 @@
+// A certificate of the card: its path from the directories, then its file as it is.
 #include <fmt/format.h>
 
 #include "bytes/byte_texts.h"

@@ -12,8 +12,9 @@ namespace KelmoraID {
 namespace {
 
 constexpr std::size_t receiveBufferSize = 258;  // 256 data bytes and the status word
-// quirk: grown-reply. How far a reply grows by a stated length that cannot be. From two bytes more
-// on, its status word is 0000, however much longer it gets.
+// quirk: grown-reply. A reply grows by zeros to a stated length that cannot be, by so many that its
+// status word is 0000 whatever the buffer ends with, and no further than this.
+constexpr std::size_t shortestGrown = receiveBufferSize + 2;
 constexpr std::size_t longestReply = 512;
 
 constexpr const char* scope = "Transmit";
@@ -53,8 +54,9 @@ ByteVector exchangeWithReconnect(SCARDHANDLE hCard, const SCARD_IO_REQUEST& send
         if (code != 0) throwTransmitFailure(code, triedReconnecting);
         // A reply without a status word is none.
         if (received < 2) throwTransmitFailure(SCARD_E_UNEXPECTED, triedReconnecting);
-        // Cut to what was received, or grown by zeros to what the platform states.
-        response.resize(std::min<std::size_t>(received, longestReply));
+        response.resize(received <= receiveBufferSize
+                            ? received
+                            : std::clamp<std::size_t>(received, shortestGrown, longestReply));
         return response;
     }
 }

@@ -11,8 +11,8 @@ namespace KelmoraID {
 /// @param sendPci  the protocol record, also of the reconnect
 /// @param request  an encoded command APDU (ISO/IEC 7816-4, 5.1)
 /// @return at least two bytes: the data and the status word. A stated length beyond the 258 bytes
-///         that a short reply can have makes the reply longer by zero bytes (up to 512), which then
-///         stand where the status word is.
+///         that a short reply can have makes the reply longer by zero bytes (two at least, and up
+///         to 512 bytes in all), which then stand where the status word is.
 /// @throws TransmitError with the PC/SC code as a signed 32-bit value and the text "Could not
 ///         reconnect to card." or "Failed to transmit data."; with SCARD_E_UNEXPECTED for a reply
 ///         of fewer than two bytes

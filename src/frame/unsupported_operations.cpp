@@ -20,7 +20,7 @@ DWORD notOffered(const char* scope) {
     return SCARD_E_UNSUPPORTED_FEATURE;
 }
 
-// What this system does not provide at all: another status, on purpose.
+// What this system does not provide at all: another status than for what a card lacks.
 DWORD notProvided(const char* scope) {
     logEntry(scope);
     return SCARD_E_UNEXPECTED;

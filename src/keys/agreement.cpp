@@ -25,11 +25,10 @@ constexpr DWORD blobHeaderLength = 8;
 constexpr BYTE uncompressedPoint = 0x04;
 
 // The two statuses tell a key of the wrong kind from no key. 0 for the key of container 0.
-DWORD containerStatus(BYTE bContainerIndex, bool hasSecondSignCert) {
+DWORD containerStatus(const CardContext& context, BYTE bContainerIndex) {
     if (bContainerIndex == 0) return SCARD_S_SUCCESS;
-    if (bContainerIndex == 1) return SCARD_E_INVALID_PARAMETER;
-    if (bContainerIndex == 2 && hasSecondSignCert) return SCARD_E_INVALID_PARAMETER;
-    return SCARD_E_NO_KEY_CONTAINER;
+    return hasContainer(context, bContainerIndex) ? SCARD_E_INVALID_PARAMETER
+                                                  : SCARD_E_NO_KEY_CONTAINER;
 }
 
 // The checks of the arguments, none of which has a line.
@@ -37,8 +36,7 @@ DWORD checkArguments(PCARD_DATA pCardData, PCARD_DH_AGREEMENT_INFO pAgreementInf
     if (pCardData == nullptr || pAgreementInfo == nullptr) return SCARD_E_INVALID_PARAMETER;
     if (pAgreementInfo->dwVersion != 2) return ERROR_REVISION_MISMATCH;
     if (pAgreementInfo->pbPublicKey == nullptr) return SCARD_E_INVALID_PARAMETER;
-    const bool hasSecondSignCert = contextOf(pCardData).hasSecondSignCert;
-    const DWORD status = containerStatus(pAgreementInfo->bContainerIndex, hasSecondSignCert);
+    const DWORD status = containerStatus(contextOf(pCardData), pAgreementInfo->bContainerIndex);
     if (status != SCARD_S_SUCCESS) return status;
     if (pAgreementInfo->dwFlags != 0) return SCARD_E_INVALID_PARAMETER;
     if (pAgreementInfo->dwPublicKey < blobHeaderLength) return SCARD_E_INVALID_PARAMETER;

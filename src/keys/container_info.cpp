@@ -71,7 +71,7 @@ DWORD WINAPI CardGetContainerInfo(PCARD_DATA pCardData, BYTE bContainerIndex, DW
                           bContainerIndex, dwFlags, pContainerInfo->dwVersion));
 
     const CardContext& context = contextOf(pCardData);
-    if (bContainerIndex > (context.hasSecondSignCert ? 2 : 1)) {
+    if (!hasContainer(context, bContainerIndex)) {
         return exitWith(scope, SCARD_E_NO_KEY_CONTAINER);
     }
     if (pContainerInfo->dwVersion > 1) return ERROR_REVISION_MISMATCH;  // No exit line here.

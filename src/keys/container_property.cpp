@@ -49,7 +49,7 @@ DWORD answerPinIdentifier(PCARD_DATA pCardData, BYTE bContainerIndex, PBYTE pbDa
     std::uint32_t pinIdentifier = 0;
     if (bContainerIndex == 0) {
         pinIdentifier = 1;
-    } else if (bContainerIndex == 1 || (bContainerIndex == 2 && context.hasSecondSignCert)) {
+    } else if (hasContainer(context, bContainerIndex)) {
         pinIdentifier = 4;
     } else {
         return exitWith(scope, SCARD_E_UNEXPECTED);

@@ -14,9 +14,9 @@ namespace {
 
 constexpr const char* scope = "CardRSADecrypt";
 
-bool isAllowedPair(DWORD dwKeySpec, BYTE bContainerIndex, bool hasSecondSignCert) {
+bool isAllowedPair(const CardContext& context, DWORD dwKeySpec, BYTE bContainerIndex) {
     if (dwKeySpec == AT_KEYEXCHANGE) return bContainerIndex == 0;
-    return bContainerIndex == 1 || (bContainerIndex == 2 && hasSecondSignCert);
+    return bContainerIndex != 0 && hasContainer(context, bContainerIndex);
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
     if (pInfo->dwKeySpec != AT_KEYEXCHANGE && pInfo->dwKeySpec != AT_SIGNATURE) {
         return exitWith(scope, SCARD_E_INVALID_PARAMETER, " (CMR_417 case 1).");
     }
-    if (!isAllowedPair(pInfo->dwKeySpec, pInfo->bContainerIndex, context.hasSecondSignCert)) {
+    if (!isAllowedPair(context, pInfo->dwKeySpec, pInfo->bContainerIndex)) {
         return exitWith(scope, SCARD_E_INVALID_PARAMETER, " (CMR_417 case 2).");
     }
     if (pInfo->pbData == nullptr) {
@@ -67,9 +67,9 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
     }
     ByteVector message;
     try {
-        message =
-            // quirk: block-length-of-16-bits. It wraps, and the script goes by the wrapped number.
-            card.decipherRsa(block, static_cast<std::uint16_t>(pInfo->cbData), pInfo->dwKeySpec);
+        // quirk: block-length-of-16-bits. It wraps, and the script goes by the wrapped number.
+        const auto length = static_cast<std::uint16_t>(pInfo->cbData);
+        message = card.decipherRsa(block, length, pInfo->dwKeySpec);
     } catch (const std::logic_error&) {
         return exitWith(scope, SCARD_W_SECURITY_VIOLATION);
     } catch (...) {  // Objects and pointers alike.

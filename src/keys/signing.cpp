@@ -37,10 +37,6 @@ void logRequest(const CARD_SIGNING_INFO& info) {
                           info.dwPaddingType, fmt::ptr(info.pPaddingInfo), info.aiHashAlg));
 }
 
-bool isContainer(const CardContext& context, BYTE index) {
-    return index <= (context.hasSecondSignCert ? 2 : 1);
-}
-
 bool isKeySpecification(DWORD dwKeySpec, bool isEcc) {
     return isEcc ? dwKeySpec >= AT_ECDSA_P256 && dwKeySpec <= AT_ECDHE_P521
                  : dwKeySpec >= AT_KEYEXCHANGE && dwKeySpec <= AT_SIGNATURE;
@@ -90,7 +86,7 @@ DWORD WINAPI CardSignData(PCARD_DATA pCardData, PCARD_SIGNING_INFO pInfo) {
     }
     const CardContext& context = contextOf(pCardData);
     const BYTE index = pInfo->bContainerIndex;
-    if (!isContainer(context, index)) return refuse(SCARD_E_NO_KEY_CONTAINER, "");
+    if (!hasContainer(context, index)) return refuse(SCARD_E_NO_KEY_CONTAINER, "");
     const bool isEcc = hasEcPublicKey(certificateOf(context, index));
     if (!isKeySpecification(pInfo->dwKeySpec, isEcc)) {
         return refuse(SCARD_E_INVALID_PARAMETER, isEcc ? ", dwKeySpec ECC" : ", dwKeySpec RSA");

@@ -18,6 +18,10 @@ CardContext& contextOf(const CARD_DATA* pCardData) {
     return *static_cast<CardContext*>(pCardData->pvVendorSpecific);
 }
 
+bool hasContainer(const CardContext& context, BYTE bContainerIndex) {
+    return bContainerIndex <= (context.hasSecondSignCert ? 2 : 1);
+}
+
 PCCERT_CONTEXT certificateOf(const CardContext& context, BYTE bContainerIndex) {
     switch (bContainerIndex) {
         case 0:

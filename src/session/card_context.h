@@ -37,6 +37,9 @@ struct CardContext {
 /// @throws std::runtime_error if the record has none, which only a broken caller brings about
 CardContext& contextOf(const CARD_DATA* pCardData);
 
+/// Whether the card has a key container of that index: 0 and 1, and 2 with a second signing key.
+bool hasContainer(const CardContext& context, BYTE bContainerIndex);
+
 /// The certificate of a container: 0 authCert, 1 signCert, 2 secondSignCert. NULL for any other.
 PCCERT_CONTEXT certificateOf(const CardContext& context, BYTE bContainerIndex);
 

@@ -5,8 +5,9 @@ Usage: tests/lint/check_includes.py [ROOT]
 
 A component of src/ includes only itself and components of the layers below its own, takes the platform's
 calls from platform/ and nowhere else, and holds the members of its own classes only; compile-time
-conditions stand in platform/ only. The virtual card shares nothing with the product, and cardhost no more
-than the published records and the rows of the supported cards.
+conditions stand in platform/ only. The virtual card shares nothing with the product but the platform's own
+calls, a recording nothing at all, and cardhost no more than the published records and the rows of the
+supported cards.
 """
 import re
 import sys
@@ -16,8 +17,8 @@ from checker import sources, tell
 LAYERS = [["platform"], ["bytes"], ["text", "log", "profiles"], ["hash", "registry", "error_names", "channel"],
           ["apdu"], ["card"], ["session"], ["files", "keys", "pin", "pairing"], ["properties"], ["frame"]]
 COMPONENTS = [component for layer in LAYERS for component in layer]
-# What the tools that stand beside the product may know of it.
-SHARED = ("platform", "profiles")
+# What stands beside the product, and what it may know of it.
+BESIDE = {"virtual_card": ["platform"], "recording": [], "cardhost": ["platform", "profiles"]}
 STANDARD = set("""algorithm array atomic cctype cerrno charconv chrono climits clocale compare concepts
     condition_variable cstddef cstdint cstdio cstdlib cstring ctime exception filesystem fstream functional
     initializer_list iomanip ios iostream iterator limits map memory mutex new numeric optional ostream
@@ -76,8 +77,8 @@ def problems(root):
     for path, number, component, name in members:
         if home.get(name, component) != component:
             yield f"{path}:{number}: a member of {name}, a class of {home[name]}/"
-    barred = tuple(f"{component}/" for component in COMPONENTS if component not in SHARED)
-    for top in ("virtual_card", "recording", "cardhost"):
+    for top, shared in BESIDE.items():
+        barred = tuple(f"{component}/" for component in COMPONENTS if component not in shared)
         for path, number, line in lines_of(root, top):
             include = INCLUDE.match(line)
             if include and include[1] == '"' and include[2].startswith(barred):

@@ -19,7 +19,7 @@ SECTION = re.compile(r"^### (.+)$", re.MULTILINE)
 TEST = re.compile(r"^- Test: `(\w+\.\w+)`$", re.MULTILINE)
 # Where a comment that gives no reason is looked for.
 COMMENTED = ("src", "posix", "recording", "virtual_card", "cardhost", "tests")
-NO_REASON = re.compile(r"//.*\b(meant so|(is|are|and) meant)\b", re.IGNORECASE)
+NO_REASON = re.compile(r"//.*\b(meant so|on purpose|(is|are|and) meant)\b", re.IGNORECASE)
 
 
 def sections(page):

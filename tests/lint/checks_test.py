@@ -75,7 +75,12 @@ class Includes(PlantedFaults):
         self.assertEqual(self.include_findings("src/platform/a.h", "#ifdef _WIN32\n"), [])
 
     def test_the_virtual_card_shares_nothing_with_the_product(self):
-        self.assertEqual(len(self.include_findings("virtual_card/a.cpp", '#include "apdu/apdu.h"\n')), 1)
+        for header in ("apdu/apdu.h", "profiles/card_profiles.h"):
+            with self.subTest(header):
+                self.assertEqual(len(self.include_findings("virtual_card/a.cpp", f'#include "{header}"\n')), 1)
+
+    def test_a_recording_knows_nothing_of_the_product(self):
+        self.assertEqual(len(self.include_findings("recording/a.h", '#include "platform/win32.h"\n')), 1)
 
     def test_cardhost_knows_the_records_and_the_cards_only(self):
         self.assertEqual(self.include_findings("cardhost/c.cpp", '#include "profiles/card_profiles.h"\n'), [])

@@ -218,20 +218,24 @@ TEST(Transmit, TellsOfTheReconnectAheadOfAShortReply) {
 // Whatever the platform states beyond the buffer, zeros stand there, and so in the status word.
 TEST(Transmit, TakesNoStatusWordFromAReplyThatIsStatedLongerThanTheBuffer) {
     for (const DWORD stated : {259U, 260U, 511U, 512U, 513U, 0xFFFFFFFFU}) {
-        PlatformCallsGuard guard;
-        Decipher command(std::nullopt, 0x00, false);
-        platformCalls().SCardTransmit = [stated](SCARDHANDLE, LPCSCARD_IO_REQUEST, LPCBYTE, DWORD,
-                                                 LPSCARD_IO_REQUEST, LPBYTE reply,
-                                                 LPDWORD received) {
-            std::fill_n(reply, 256, BYTE{0xC1});
-            reply[256] = 0x90;
-            reply[257] = 0x00;
-            *received = stated;
-            return SCARD_S_SUCCESS;
-        };
-        EXPECT_FALSE(command.Transmit(ScriptedCard::handle, g_rgSCardT1Pci).success()) << stated;
-        EXPECT_EQ(command.Sw1Sw2(), 0x0000) << stated;
-        EXPECT_EQ(command.responseData(), std::nullopt) << stated;
+        // With 90 as its last byte a single zero behind the buffer would make it a success.
+        for (const auto& [sw1, sw2] : {std::pair<BYTE, BYTE>{0x90, 0x00}, {0xC1, 0x90}}) {
+            PlatformCallsGuard guard;
+            Decipher command(std::nullopt, 0x00, false);
+            platformCalls().SCardTransmit = [=](SCARDHANDLE, LPCSCARD_IO_REQUEST, LPCBYTE, DWORD,
+                                                LPSCARD_IO_REQUEST, LPBYTE reply,
+                                                LPDWORD received) {
+                std::fill_n(reply, 256, BYTE{0xC1});
+                reply[256] = sw1;
+                reply[257] = sw2;
+                *received = stated;
+                return SCARD_S_SUCCESS;
+            };
+            EXPECT_FALSE(command.Transmit(ScriptedCard::handle, g_rgSCardT1Pci).success())
+                << stated;
+            EXPECT_EQ(command.Sw1Sw2(), 0x0000) << stated;
+            EXPECT_EQ(command.responseData(), std::nullopt) << stated;
+        }
     }
 }
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "bytes/byte_texts.h"
 #include "profiles/card_profiles.h"
 #include "session/card_type_of.h"
 #include "support/scripted_card.h"
@@ -65,16 +64,6 @@ TEST(CardTypeOf, DoesNotReadAnAtrThatIsLongerThanAnyCanBe) {
     data.pbAtr = &one;
     data.cbAtr = 0xFFFFFFFE;
     EXPECT_EQ(cardTypeOf(&data), CardType::unknown);
-}
-
-// Keys in capitals could never match: the text that is looked up has none.
-TEST(CardTypeOf, LooksUpATextWithoutCapitals) {
-    ByteVector every;
-    for (int value = 0; value < 256; ++value) every.push_back(static_cast<BYTE>(value));
-    EXPECT_EQ(bytesToHex(every).find_first_not_of("0123456789abcdef"), std::string::npos);
-    for (const Row& row : rows) {
-        EXPECT_EQ(std::string(row.atr).find_first_not_of("0123456789abcdef"), std::string::npos);
-    }
 }
 
 TEST(CardTypeOf, KnowsWhichTypesHaveASecondSigningKey) {
