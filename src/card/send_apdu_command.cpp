@@ -16,8 +16,8 @@ constexpr std::size_t receiveBufferSize = 512;
 constexpr DWORD firstReceiveLength = 510;
 constexpr DWORD statusWordLength = 2;
 
-// What one object may send: two files of the largest size that is read at all. An acquisition reads
-// ten small ones, by some 200 commands. A hostile card that keeps each single bound must not hang
+// What one object may send: two files of the largest size that is read at all, where an honest
+// acquisition sends 41 to 110 commands. A hostile card that keeps each single bound must not hang
 // the logon process for days by their product.
 constexpr int mostCommands = 1'024;
 
