@@ -16,7 +16,7 @@ help:
 	@echo 'make tidy          clang-tidy over all sources, and not only over what has changed'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
-	@echo 'make faults        every fault at every place, natively: some 100,000 runs'
+	@echo 'make faults        every fault at every place, natively: 55,000 runs'
 	@echo 'make threads       16 threads under ThreadSanitizer, and against the x64 DLL in Wine'
 	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of the DLL'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
