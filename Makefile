@@ -1,6 +1,6 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
 .PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report check demo lint \
-        tidy format fuzz package release sign reproducible fresh clean
+        tidy format fuzz faults threads long package release sign reproducible fresh clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -16,6 +16,9 @@ help:
 	@echo 'make tidy          clang-tidy over all sources, and not only over what has changed'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
+	@echo 'make faults        every fault at every place, natively: 55,000 runs'
+	@echo 'make threads       16 threads under ThreadSanitizer, and against the x64 DLL in Wine'
+	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of the DLL'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
 	@echo 'make release       everything of a release, for three architectures: dist/'
 	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem, and more in'
@@ -69,6 +72,27 @@ format:
 fuzz:
 	$(BUILD)
 	tools/run_fuzzers.sh
+
+# A program of the in-process tests, natively under a preset's sanitizers, or in Wine.
+in_process = cmake --preset $(1) >/dev/null && cmake --build build/$(1) --target $(2)
+in_wine = tools/run_in_wine.sh x64 build/windows-x64/tests/boundary/boundary_tests.exe
+
+faults:
+	$(call in_process,sanitized,faults)
+	tools/run_faults.py build/sanitized/tests/faults/faults
+
+threads:
+	$(call in_process,threads,boundary_tests)
+	TSAN_OPTIONS=suppressions=tests/boundary/thread_sanitizer_suppressions.txt KELMORA_ROUNDS=20 \
+		build/threads/tests/boundary/boundary_tests --gtest_brief=1 --gtest_filter='Threads.*'
+	$(call in_process,windows-x64,boundary_tests)
+	KELMORA_ROUNDS=20 $(in_wine) --gtest_brief=1 --gtest_filter='Threads.*'
+
+long:
+	$(call in_process,sanitized,boundary_tests)
+	KELMORA_ROUNDS=10000 build/sanitized/tests/boundary/boundary_tests --gtest_brief=1 --gtest_filter='*LongRun*'
+	$(call in_process,windows-x64,boundary_tests)
+	KELMORA_ROUNDS=10000 $(in_wine) --gtest_brief=1 --gtest_filter='*LongRun*'
 
 package: windows
 	tools/install_packages.sh package

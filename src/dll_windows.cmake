@@ -7,7 +7,8 @@ target_link_libraries(kelmora_driver INTERFACE winscard crypt32 advapi32 bcrypt 
 target_compile_options(kelmora_driver PRIVATE -g1 ${KELMORA_STACK_PROTECTION})
 
 add_library(minidriver MODULE frame/dll_main.cpp frame/exported_function.cpp
-            platform/windows/fixed_paths.cpp platform/windows/load_configuration.cpp
+            platform/windows/exception_memory.cpp platform/windows/fixed_paths.cpp
+            platform/windows/load_configuration.cpp
             platform/windows/stack_guard.cpp platform/windows/terminate.cpp
             "${CMAKE_CURRENT_BINARY_DIR}/version.rc")
 target_compile_options(minidriver PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-g1>

@@ -4,6 +4,15 @@
 
 #include "apdu/apdu.h"
 
+namespace KelmoraID {
+
+/// How many GET RESPONSE commands may follow one command, on either way to a card. The longest
+/// reply that a FINEID card has is a signature of 512 bytes: two by 256 bytes, and 16 for a card
+/// that gives 32 bytes at a time. The six need one. A card that goes on would go on for ever.
+inline constexpr int mostGetResponses = 16;
+
+}  // namespace KelmoraID
+
 namespace KelmoraID::FINEID {
 
 class GetResponse final : public Apdu {

@@ -36,7 +36,9 @@ public:
     void setTrace(bool enabled) { traceEnabled = enabled; }
 
     /// Sends the command of the record and gathers the whole reply in it, with GET RESPONSE while
-    /// the card says 61xx. Never throws for the card or the platform: the record tells.
+    /// the card says 61xx, up to mostGetResponses. Never throws for the card or the platform: the
+    /// record tells. From 1,024 commands of this object on nothing goes out, as if the reader gave
+    /// no reply.
     void SendApduCommand(ApduResult& result);
 
     // Selections (application_selection.cpp, directory_selection.cpp, pin_commands.cpp)
@@ -111,6 +113,7 @@ private:
     SCARDHANDLE hSCard_;
     bool transactionOpen = false;
     bool traceEnabled = false;
+    int commandsSent = 0;
     SCARD_IO_REQUEST sendPci;
 };
 

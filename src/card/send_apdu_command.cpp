@@ -5,6 +5,7 @@
 #include <array>
 
 #include "apdu/apdu_commands.h"
+#include "apdu/get_response.h"
 #include "bytes/byte_texts.h"
 #include "card/card_transaction_handler.h"
 
@@ -15,15 +16,20 @@ constexpr std::size_t receiveBufferSize = 512;
 constexpr DWORD firstReceiveLength = 510;
 constexpr DWORD statusWordLength = 2;
 
-// What one command may gather: no FINEID file is larger than a READ BINARY can address. A hostile
-// card that says 61xx for ever must neither hang the logon process nor fill its memory.
-constexpr std::size_t maxGathered = 65'536;
-constexpr int maxWithoutData = 1'024;
+// What one object may send: two files of the largest size that is read at all, where an honest
+// acquisition sends 41 to 110 commands. A hostile card that keeps each single bound must not hang
+// the logon process for days by their product.
+constexpr int mostCommands = 1'024;
 
 }  // namespace
 
 ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector& command,
                                             DWORD announcedLength) {
+    if (commandsSent == mostCommands) {
+        result.transportErrorCode = SCARD_E_UNEXPECTED;
+        return {};
+    }
+    ++commandsSent;
     trace([&] {
         return fmt::format("APDU command (hSCard={:X}): {}", hSCard_, bytesToLogHex(command));
     });
@@ -40,15 +46,11 @@ ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector
 
 void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     trace("SendApduCommand");
-    const std::size_t standing = result.responseData.size();
     // quirk: failed-call-parsed. What it left in the buffer counts as a reply, by its length.
     result.applyReply(exchange(result, result.command.encode(), firstReceiveLength));
 
-    int withoutData = 0;
-    while (result.bytesWaiting() != 0) {
-        const std::size_t gathered = result.responseData.size();
-        if (gathered - standing >= maxGathered || withoutData >= maxWithoutData) return;
-
+    // A card that still says 61xx then is left at that: its status word stands, and is no success.
+    for (int sent = 0; result.bytesWaiting() != 0 && sent < mostGetResponses; ++sent) {
         const DWORD announced = result.bytesWaiting() + statusWordLength;
         const ByteVector reply =
             exchange(result, apduCommands::getResponse(result.SW2).encode(), announced);
@@ -58,7 +60,6 @@ void CardTransactionHandler::SendApduCommand(ApduResult& result) {
         if (failed && reply.size() >= statusWordLength) return;
         result.applyReply(reply);
         if (reply.size() < statusWordLength) return;
-        if (result.responseData.size() == gathered) ++withoutData;
     }
 }
 

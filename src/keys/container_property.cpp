@@ -32,11 +32,26 @@ DWORD refuseWithoutExit(const char* message) {
 // failure whose lines are written already.
 using Answer = DWORD (*)(PCARD_DATA pCardData, BYTE bContainerIndex, PBYTE pbData);
 
+// A record in a byte buffer, which need not be aligned: by way of one of our own. It goes back also
+// where something is thrown, since a buffer of the caller's may be in it.
+class RecordInBuffer {
+public:
+    explicit RecordInBuffer(PBYTE buffer) : buffer_(buffer) {
+        std::memcpy(&info, buffer, sizeof(info));
+    }
+    ~RecordInBuffer() { std::memcpy(buffer_, &info, sizeof(info)); }
+    RecordInBuffer(const RecordInBuffer&) = delete;
+    RecordInBuffer& operator=(const RecordInBuffer&) = delete;
+
+    CONTAINER_INFO info;
+
+private:
+    PBYTE buffer_;
+};
+
 DWORD answerContainerInfo(PCARD_DATA pCardData, BYTE bContainerIndex, PBYTE pbData) {
-    CONTAINER_INFO info;  // By way of a record of our own: a byte buffer need not be aligned.
-    std::memcpy(&info, pbData, sizeof(info));
-    const DWORD status = CardGetContainerInfo(pCardData, bContainerIndex, 0, &info);
-    std::memcpy(pbData, &info, sizeof(info));
+    RecordInBuffer record(pbData);
+    const DWORD status = CardGetContainerInfo(pCardData, bContainerIndex, 0, &record.info);
     if (status != SCARD_S_SUCCESS) exitWith(scope, status);
     return status;
 }

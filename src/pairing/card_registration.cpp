@@ -1,5 +1,6 @@
 #include "pairing/card_registration.h"
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -11,10 +12,10 @@
 namespace KelmoraID {
 namespace {
 
-// For the whole process, plain: they keep overlapping calls apart in the usual case only, which is
-// all that is asked of them.
-bool skipRegisterCard = false;
-bool registerCardRunning = false;
+// For the whole process, by plain loads and stores: two threads can pass the test together. They
+// keep overlapping calls apart in the usual case only, which is all that is asked of them.
+std::atomic<bool> skipRegisterCard = false;
+std::atomic<bool> registerCardRunning = false;
 
 }  // namespace
 
@@ -41,8 +42,8 @@ void RegisterCard(const ByteVector& certificate, bool debug) {
 
 void registerAcquiredCard(const ByteVector& certificate) {
     static constexpr const char* scope = "CardAcquireContext";
-    if (skipRegisterCard) return;
-    if (registerCardRunning) {
+    if (skipRegisterCard.load(std::memory_order_relaxed)) return;
+    if (registerCardRunning.load(std::memory_order_relaxed)) {
         static constexpr const char* text =
             "Another registercard action is already running. Do not attempt to pair card.";
         logToFile(scope, text);
@@ -50,13 +51,14 @@ void registerAcquiredCard(const ByteVector& certificate) {
         return;
     }
     logToFile(scope, "Entering RegisterCard");
-    registerCardRunning = true;
+    registerCardRunning.store(true, std::memory_order_relaxed);
     RegisterCard(certificate, false);
-    registerCardRunning = false;  // quirk: pairing-ends. No guard: an exception leaves it set.
+    // quirk: pairing-ends. No guard: an exception leaves it set.
+    registerCardRunning.store(false, std::memory_order_relaxed);
 }
 
 void setSkipRegisterCard(bool skip) {
-    skipRegisterCard = skip;
+    skipRegisterCard.store(skip, std::memory_order_relaxed);
 }
 
 }  // namespace KelmoraID

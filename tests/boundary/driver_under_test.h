@@ -23,6 +23,23 @@ void writeSetting(Setting setting, const std::string& value);
 /// Tells the leak checker, where there is one, of an object that the driver leaves behind.
 void leftBehind(const void* object);
 
+#ifdef _WIN32
+/// The DLL once more, under another name and so with data of its own: loaded from construction on.
+class LibraryCopy {
+public:
+    LibraryCopy();
+    ~LibraryCopy();
+    LibraryCopy(const LibraryCopy&) = delete;
+    LibraryCopy& operator=(const LibraryCopy&) = delete;
+
+    /// The export; null where the copy could not be loaded.
+    PFN_CARD_ACQUIRE_CONTEXT acquireContext() const;
+
+private:
+    HMODULE module_;
+};
+#endif
+
 /// The folder of this program, where test libraries lie.
 std::string programFolder();
 

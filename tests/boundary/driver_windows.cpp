@@ -67,6 +67,25 @@ void writeSetting(Setting setting, const std::string& value) {
 
 void leftBehind(const void*) {}
 
+LibraryCopy::LibraryCopy() : module_(nullptr) {
+    seamLibrary();
+    static const std::string path = [] {
+        const std::string copy = programFolder() + "\\minidriver-copy.dll";
+        CopyFileA((programFolder() + "\\kelmora-id-minidriver.dll").c_str(), copy.c_str(), FALSE);
+        return copy;
+    }();
+    module_ = LoadLibraryA(path.c_str());
+}
+
+LibraryCopy::~LibraryCopy() {
+    if (module_ != nullptr) FreeLibrary(module_);
+}
+
+PFN_CARD_ACQUIRE_CONTEXT LibraryCopy::acquireContext() const {
+    if (module_ == nullptr) return nullptr;
+    return find<PFN_CARD_ACQUIRE_CONTEXT>(module_, "CardAcquireContext");
+}
+
 std::string programFolder() {
     char path[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);

@@ -34,6 +34,7 @@ void put(Step& step, const Exchange& exchange, const Fault* fault) {
     }
     step.wasReset = exchange.code == status::resetCard;
     step.answered = exchange.code == 0 && bytes.size() >= 2;
+    step.leftCode = exchange.code == status::insufficientBuffer ? exchange.code : 0;
     if (!step.answered) return;
     step.statusWord = bytes[bytes.size() - 2] * 256u + bytes.back();
     step.lastData.assign(bytes.begin(), bytes.end() - 2);
@@ -84,12 +85,16 @@ DWORD statusOfVerify(const Step& step) {
 
 Verdict judgePin(const Step& step, bool) {
     constexpr std::size_t limitsNeed = 15;
+    constexpr BYTE longestPin = 12;
     switch (ins(step)) {
         case 0x20:
             return statusOfVerify(step);
         case 0xCB:
-            if (isGood(step) && step.data.size() >= limitsNeed) return std::nullopt;
-            return status::unexpected;
+            if (!isGood(step) || step.data.size() < limitsNeed) return status::unexpected;
+            // Limits that no PIN keeps: it is not tried.
+            if (step.data[14] > step.data[11] || step.data[14] > longestPin)
+                return status::wrongPin;
+            return std::nullopt;
         default:
             if (isGood(step)) return std::nullopt;
             return status::unexpected;
@@ -99,6 +104,7 @@ Verdict judgePin(const Step& step, bool) {
 // The status of a signature command is that of its status word's row; a word without a row, or with
 // one that has no code of the platform's, is 0.
 DWORD statusByRow(const Step& step) {
+    if (step.leftCode != 0) return step.leftCode;
     if (!step.answered) return status::unexpected;
     if (step.statusWord >> 8 == 0x67) return status::invalidParameter;
     switch (step.statusWord) {
@@ -282,16 +288,24 @@ bool isComplete(std::span<const Step> good, std::span<const Step> run) {
 
 }  // namespace
 
-Steps stepsOf(const std::vector<Exchange>& exchanges, std::size_t n, const Fault& fault) {
+Steps stepsOf(const std::vector<Exchange>& exchanges, std::size_t n, const Fault& fault,
+              bool reconnects) {
     Steps steps;
+    bool isSecondTry = false;
     for (std::size_t at = 0; at < exchanges.size(); ++at) {
         const Exchange& exchange = exchanges[at];
         const bool isTriedAgain = exchange.code == status::resetCard && at + 1 < exchanges.size() &&
                                   exchanges[at + 1].command == exchange.command;
-        if (isTriedAgain) continue;
+        if (isTriedAgain) {
+            isSecondTry = true;
+            continue;
+        }
         const bool gathers = exchange.command.at(1) == 0xC0 && !steps.empty();
         if (!gathers) steps.emplace_back().command = exchange.command;
         put(steps.back(), exchange, at + 1 == n ? &fault : nullptr);
+        // One try more, and no third.
+        if (isSecondTry || !reconnects) steps.back().wasReset = false;
+        isSecondTry = false;
     }
     return steps;
 }

@@ -13,7 +13,8 @@ namespace boundary {
 struct Step {
     Bytes command;
     bool answered = false;
-    bool wasReset = false;  ///< told of a reset, and not tried again
+    bool wasReset = false;  ///< told of a reset for the first time, and not tried again
+    DWORD leftCode = 0;     ///< of a GET RESPONSE whose reply was too long for its room
     unsigned statusWord = 0;
     Bytes data;      ///< of all replies
     Bytes lastData;  ///< of the last one
@@ -21,8 +22,9 @@ struct Step {
 using Steps = std::vector<Step>;
 
 /// @param n  the number, from 1, of the exchange that the fault struck; 0 for none
+/// @param reconnects  whether the reader comes back after a reset
 Steps stepsOf(const std::vector<virtual_card::Exchange>& exchanges, std::size_t n = 0,
-              const virtual_card::Fault& fault = {});
+              const virtual_card::Fault& fault = {}, bool reconnects = true);
 
 // Each compares a run with the good one, reports a command that should not have gone out or should
 // have, and gives the status that the run has to have.

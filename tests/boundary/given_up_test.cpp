@@ -1,5 +1,6 @@
 // What the driver gives up and never frees: handles, counted on their way to the platform and back.
 // Only natively, where the linker puts the counting between the two.
+#include <mutex>
 #include <set>
 
 #include "platform_side.h"
@@ -7,6 +8,8 @@
 #include "virtual_card/virtual_card.h"
 
 namespace {
+
+std::mutex guard;  // Threads of other tests make certificates side by side.
 
 // It outlives the program's end, when the leak checker looks: what it holds is no leak to report.
 std::set<PCCERT_CONTEXT>& liveCertificates() {
@@ -25,12 +28,18 @@ extern "C" PCCERT_CONTEXT WINAPI __wrap_CertCreateCertificateContext(DWORD encod
                                                                      const BYTE* bytes,
                                                                      DWORD size) {
     PCCERT_CONTEXT certificate = __real_CertCreateCertificateContext(encoding, bytes, size);
-    if (certificate != nullptr) liveCertificates().insert(certificate);
+    if (certificate != nullptr) {
+        const std::lock_guard lock(guard);
+        liveCertificates().insert(certificate);
+    }
     return certificate;
 }
 
 extern "C" BOOL WINAPI __wrap_CertFreeCertificateContext(PCCERT_CONTEXT certificate) {
-    liveCertificates().erase(certificate);
+    {
+        const std::lock_guard lock(guard);
+        liveCertificates().erase(certificate);
+    }
     return __real_CertFreeCertificateContext(certificate);
 }
 

@@ -7,15 +7,17 @@
 #include <botan/x509cert.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
 namespace boundary {
 namespace {
 
-int buffers = 0;
-int failing = 0;
-SIZE_T lastSize = 0;
+std::atomic<int> buffers = 0;
+// Of the call that this thread has in hand.
+thread_local int failing = 0;
+thread_local SIZE_T lastSize = 0;
 
 // What the platform allocates comes with no promise about its content.
 LPVOID WINAPI allocate(SIZE_T size) {
@@ -305,6 +307,12 @@ const virtual_card::KeyRow& PlatformSide::key(BYTE container) const {
 
 bool PlatformSide::isEcKey(BYTE container) const {
     return !virtual_card::isRsa(key(container).kind);
+}
+
+BYTE PlatformSide::rsaContainer() const {
+    BYTE container = 0;
+    while (container < containers() && isEcKey(container)) ++container;
+    return container;
 }
 
 std::string PlatformSide::pin(virtual_card::PinRole role) const {

@@ -92,6 +92,8 @@ public:
     /// The certificate of a container, as the virtual file has it.
     Bytes certificate(BYTE container);
     bool isEcKey(BYTE container) const;
+    /// The first container with an RSA key; as many as there are where none has one.
+    BYTE rsaContainer() const;
     const virtual_card::KeyRow& key(BYTE container) const;
     std::string pin(virtual_card::PinRole role) const;
 

@@ -25,8 +25,9 @@ struct PlatformCalls {
     /// Makes the n-th call (from 1) of that name fail in the way of its kind: a BOOL or a handle
     /// with 0, a LONG or NTSTATUS with an error code, and GetLastError with lastError.
     void failCall(const std::string& name, int nth = 1, DWORD lastError = 1234);
-    /// Makes the n-th call (from 1) of all those counted from now on fail, whatever it is.
-    void failNth(int n);
+    /// Makes the n-th call (from 1) of all those counted from now on fail, whatever it is: with
+    /// that last error and, where it tells by a code, with that code; 0 stands for one of its kind.
+    void failNth(int n, DWORD code = 0);
 
     struct Failure {
         int nth;
@@ -35,8 +36,13 @@ struct PlatformCalls {
     std::map<std::string, Failure> failures;
     int failAt = 0;
     int seen = 0;
+    DWORD failCode = 0;
     bool failed = false;  ///< whether failNth has struck
 };
+
+/// Where set, is told of each platform call as it leaves the code under test, with its name, and of
+/// its return, with NULL.
+extern void (*onPlatformCall)(const char* name);
 
 PlatformCalls& platformCalls();
 

@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <atomic>
 #include <typeinfo>
 
 // Names that the compiler's run-time libraries give; the first is there under a leak checker only.
@@ -14,9 +15,11 @@ extern "C" [[noreturn]] void __wrap___cxa_throw(void* thrown, std::type_info* ty
 namespace KelmoraID::testing {
 namespace {
 
-int pointers = 0;
+std::atomic<int> pointers = 0;
 
 }  // namespace
+
+void (*onThrownPointer)(void* error) = nullptr;
 
 int thrownPointers() {
     return pointers;
@@ -28,6 +31,9 @@ int thrownPointers() {
 extern "C" void __wrap___cxa_throw(void* thrown, std::type_info* type, void (*destroy)(void*)) {
     if (dynamic_cast<const abi::__pointer_type_info*>(type) != nullptr) {
         ++KelmoraID::testing::pointers;
+        if (KelmoraID::testing::onThrownPointer != nullptr) {
+            KelmoraID::testing::onThrownPointer(*static_cast<void**>(thrown));
+        }
         if (__lsan_ignore_object != nullptr) __lsan_ignore_object(*static_cast<void**>(thrown));
     }
     __real___cxa_throw(thrown, type, destroy);

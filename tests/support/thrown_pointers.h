@@ -7,5 +7,7 @@ namespace KelmoraID::testing {
 
 /// How many objects the code of this program has thrown as pointers so far.
 int thrownPointers();
+/// Where set, is given each of them as it is thrown. It must not throw, nor allocate.
+extern void (*onThrownPointer)(void* error);
 
 }  // namespace KelmoraID::testing

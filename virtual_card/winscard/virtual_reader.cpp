@@ -175,6 +175,12 @@ std::uint32_t VirtualReader::exchange(std::uint32_t protocol, ByteView command, 
         *replyLength = 0;
         return fault->value;
     }
+    const auto wrong = static_cast<std::uint8_t>(fault ? fault->value : 0);
+    if (fault && fault->kind == Fault::Kind::WrongData && received.size() > 2) {
+        std::fill(received.begin(), received.end() - 2, wrong);
+    }
+    if (fault && fault->kind == Fault::Kind::LongData)
+        received = encodeReply({Bytes(256, wrong), 0x9000});
     if (fault && fault->kind == Fault::Kind::CutReply && fault->value < received.size()) {
         received.resize(fault->value);
     }

@@ -41,6 +41,8 @@ struct Fault {
         ResetCard,       ///< the card is reset first, as if another program had done so
         RemoveCard,      ///< the card is pulled out first
         ClaimedLength,   ///< the reply arrives and its length is told as `value`, however wrong
+        WrongData,  ///< each byte of the reply's data arrives as `value`; the status word stays
+        LongData,   ///< 256 bytes, each of them `value`, and 9000 arrive
     };
     Kind kind = Kind::TransportError;
     std::uint32_t value = 0;

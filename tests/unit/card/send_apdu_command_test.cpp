@@ -229,23 +229,52 @@ ApduResult sendToEndlessCard(std::size_t dataSize) {
     return result;
 }
 
-TEST(SendApduCommand, EndsAnEndlessChainAt65536Bytes) {
-    PlatformCallsGuard guard;
-    LogCapture log;
-    const ApduResult result = sendToEndlessCard(256);
-    EXPECT_EQ(result.responseData.size(), 65'536U);
-    EXPECT_EQ(platformCalls().counts["SCardTransmit"], 256);
-    EXPECT_EQ(result.Sw1Sw2(), 0x6100);
-    EXPECT_FALSE(result.success());
+TEST(SendApduCommand, EndsAnEndlessChainAfter16GetResponses) {
+    for (const std::size_t dataSize : {0, 1, 256}) {
+        PlatformCallsGuard guard;
+        LogCapture log;
+        const ApduResult result = sendToEndlessCard(dataSize);
+        EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1 + 16);
+        EXPECT_EQ(result.responseData.size(), 17 * dataSize);
+        EXPECT_EQ(result.Sw1Sw2(), 0x6100);
+        EXPECT_EQ(result.transportErrorCode, SCARD_S_SUCCESS);
+        EXPECT_FALSE(result.success());
+    }
 }
 
-TEST(SendApduCommand, EndsAnEndlessChainWithoutDataAfter1024GetResponses) {
+TEST(SendApduCommand, TakesAReplyInSixteenPiecesMoreThanTheFirst) {
+    ScriptedCard card;
+    card.expect(root, "A0 6120");
+    for (int piece = 1; piece < 16; ++piece) card.expect("00C0 0000 20", "A1 6120");
+    card.expect("00C0 0000 20", "A2 9000");
+    const ApduResult result = sendRootSelection();
+    EXPECT_TRUE(result.success());
+    EXPECT_EQ(result.responseData.size(), 17U);
+}
+
+TEST(SendApduCommand, SendsNothingFromThe1025thCommandOfAnObjectOn) {
     PlatformCallsGuard guard;
+    platformCalls().SCardTransmit = [](SCARDHANDLE, LPCSCARD_IO_REQUEST, LPCBYTE, DWORD,
+                                       LPSCARD_IO_REQUEST, LPBYTE reply, LPDWORD received) {
+        reply[0] = 0x90;
+        reply[1] = 0x00;
+        *received = 2;
+        return SCARD_S_SUCCESS;
+    };
     LogCapture log;
-    const ApduResult result = sendToEndlessCard(0);
-    EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1 + 1024);
-    EXPECT_EQ(result.Sw1Sw2(), 0x6100);
-    EXPECT_FALSE(result.success());
+    CardTransactionHandler handler(0);
+    for (int sent = 0; sent < 1'024; ++sent) {
+        ApduResult result(apduCommands::selectRootDir());
+        handler.SendApduCommand(result);
+        ASSERT_TRUE(result.success());
+    }
+    log.clear();
+    ApduResult result(apduCommands::selectRootDir());
+    handler.SendApduCommand(result);
+    EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1'024);
+    EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
+    EXPECT_EQ(result.Sw1Sw2(), 0x0000);
+    EXPECT_EQ(log.output(), LogLines{shortReply});
 }
 
 TEST(SendApduCommand, TracesEveryExchange) {

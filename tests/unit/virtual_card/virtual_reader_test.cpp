@@ -256,6 +256,25 @@ TEST_F(Reader, LiesAboutTheLength) {
     EXPECT_EQ(length, 4000U);
 }
 
+TEST_F(Reader, GivesOtherDataUnderTheSameStatusWord) {
+    constexpr std::string_view selectWithParameters = "00A40004023F0000";
+    const std::string honest = transmit(selectWithParameters);
+    ASSERT_GT(honest.size(), 4U);
+    reader.failTransmit(1, {Fault::Kind::WrongData, 0xFF});
+    const std::string wrong = transmit(selectWithParameters);
+    EXPECT_EQ(wrong, std::string(honest.size() - 4, 'F') + "9000");
+    reader.failTransmit(1, {Fault::Kind::WrongData, 0xFF});
+    EXPECT_EQ(transmit(selectMissing), "6A82") << "without data nothing can be wrong";
+}
+
+TEST_F(Reader, GivesAsMuchDataAsAReplyHolds) {
+    reader.failTransmit(1, {Fault::Kind::LongData, 0xEE});
+    EXPECT_EQ(transmit(selectMissing), std::string(512, 'E') + "9000");
+    reader.failTransmit(1, {Fault::Kind::LongData, 0xEE});
+    transmit(selectRoot, 18);
+    EXPECT_EQ(lastCode, pcsc::insufficientBuffer);
+}
+
 // The double by itself -----------------------------------------------------------------------
 
 TEST(WinscardDouble, IsNoServiceWithoutASeam) {

@@ -1,0 +1,278 @@
+// A card that wants to hold its caller for ever: how many commands an entry point sends at most,
+// computed here from what the driver does, and reached by a card that plays along for as long as it
+// can. docs/architecture.md has the same numbers.
+#include "other_party.h"
+#include "support/statuses.h"
+
+namespace boundary {
+namespace {
+
+// What a command costs at most: itself, and the GET RESPONSEs that may follow it.
+constexpr int chain = 1 + 16;
+// Commands of one object of the file-reading kind.
+constexpr int reading = 1'024;
+// PINs and deciphering: each command goes out once more after a reset.
+constexpr int tries = 2;
+
+enum class Mode {
+    PlaysAlong,      ///< whole answers, in as many pieces, resets and large files as are borne
+    OneByteForEver,  ///< 61xx with one byte of data to each command
+    NothingForEver,  ///< 61xx without data
+    LargeFiles,      ///< each file is 64 KiB
+    HugeFiles,       ///< each file is 1 MiB
+    ResetForEver,    ///< each command meets a card that was reset
+};
+constexpr Mode modes[] = {Mode::PlaysAlong, Mode::OneByteForEver, Mode::NothingForEver,
+                          Mode::LargeFiles, Mode::HugeFiles,      Mode::ResetForEver};
+
+// Stands between the driver and a reader with a good card.
+class HostileReader {
+public:
+    explicit HostileReader(PlatformSide& card) : inner_(*card.reader.seam()), seam_(inner_) {
+        seam_.self = this;
+        seam_.transmit = [](void* self, std::uintptr_t, std::uint32_t protocol,
+                            const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
+                            std::uint32_t* replyLength) {
+            return static_cast<HostileReader*>(self)->transmit(
+                protocol, Bytes(command, command + length), reply, replyLength);
+        };
+        // The two others that the driver calls; they need the reader's own self.
+        seam_.status = [](void* self, std::uintptr_t handle, std::uint32_t* state,
+                          std::uint32_t* protocol, std::uint8_t* atr, std::uint32_t* atrLength) {
+            const CardSeam& inner = static_cast<HostileReader*>(self)->inner_;
+            return inner.status(inner.self, handle, state, protocol, atr, atrLength);
+        };
+        seam_.reconnect = [](void*, std::uintptr_t, std::uint32_t, std::uint32_t, std::uint32_t,
+                             std::uint32_t*) { return std::int32_t{0}; };
+        card_ = card.reader.cardHandle();
+        putBehindTheSeam(&seam_);
+    }
+    ~HostileReader() { putBehindTheSeam(&inner_); }
+    HostileReader(const HostileReader&) = delete;
+    HostileReader& operator=(const HostileReader&) = delete;
+
+    Mode mode = Mode::PlaysAlong;
+    int commands = 0;
+
+private:
+    static bool isGetResponse(const Bytes& command) { return command[1] == 0xC0; }
+    // Of the sequences that reconnect: SELECT without response, VERIFY, GET DATA, the deciphering.
+    static bool isTriedAgain(const Bytes& command) {
+        switch (command[1]) {
+            case 0xA4:
+                return command[3] == 0x0C;
+            case 0x20:
+            case 0xCB:
+                return true;
+            case 0x22:
+                return command[3] == 0xB8;
+            default:
+                return command[1] == 0x2A && command[2] == 0x80;
+        }
+    }
+    // SELECT, VERIFY and MSE SET of those sequences do not ask for the rest of an answer.
+    static bool isGathered(const Bytes& command) {
+        return !isTriedAgain(command) || command[1] == 0xCB || command[1] == 0x2A;
+    }
+
+    std::int32_t transmit(std::uint32_t protocol, const Bytes& command, std::uint8_t* reply,
+                          std::uint32_t* replyLength) {
+        ++commands;
+        if (mode == Mode::ResetForEver) {
+            *replyLength = 0;
+            return static_cast<std::int32_t>(status::resetCard);
+        }
+        if (!isGetResponse(command)) current_ = command;
+        const bool comesAgain = mode == Mode::PlaysAlong && isTriedAgain(current_);
+        wasReset_ = comesAgain && !wasReset_;
+        if (wasReset_) {
+            *replyLength = 0;
+            return static_cast<std::int32_t>(status::resetCard);
+        }
+        const Bytes bytes = answer(protocol, command);
+        std::copy(bytes.begin(), bytes.end(), reply);
+        *replyLength = static_cast<std::uint32_t>(bytes.size());
+        return 0;
+    }
+
+    Bytes answer(std::uint32_t protocol, const Bytes& command) {
+        if (mode == Mode::OneByteForEver) return {0xEE, 0x61, 0x01};
+        if (mode == Mode::NothingForEver) return {0x61, 0x01};
+        if (isGetResponse(command) && mode == Mode::PlaysAlong)
+            return ++pieces_ < 16 ? piece() : rest_;
+        rest_ = answerOfTheCard(protocol, command);
+        pieces_ = 0;
+        if (mode != Mode::PlaysAlong || !isGathered(command)) return rest_;
+        return piece();
+    }
+    Bytes piece() {
+        Bytes bytes;
+        if (rest_.size() > 2) {
+            bytes.push_back(rest_.front());
+            rest_.erase(rest_.begin());
+        }
+        bytes.insert(bytes.end(), {0x61, 0x01});
+        return bytes;
+    }
+
+    // As the good card, but for the size of its files; what a larger file holds more is zeros.
+    Bytes answerOfTheCard(std::uint32_t protocol, const Bytes& command) {
+        Bytes bytes(258);
+        auto length = static_cast<std::uint32_t>(bytes.size());
+        EXPECT_EQ(
+            inner_.transmit(inner_.self, card_, protocol, command.data(),
+                            static_cast<std::uint32_t>(command.size()), bytes.data(), &length),
+            0);
+        bytes.resize(length);
+        const bool isFile =
+            command[1] == 0xA4 && command[3] == 0x04 && (command[2] == 0x02 || command[2] == 0x09);
+        if (isFile && bytes.size() >= 2 && (bytes.end()[-2] == 0x90 || bytes.end()[-2] == 0x61)) {
+            return mode == Mode::HugeFiles
+                       ? Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x00, 0x90, 0x00}
+                       : Bytes{0x62, 0x05, 0x80, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00};
+        }
+        if (command[1] == 0xB0) {
+            Bytes chunk = bytes.size() == command.back() + 2u ? bytes : Bytes(command.back() + 2u);
+            chunk.end()[-2] = 0x90;
+            chunk.end()[-1] = 0x00;
+            return chunk;
+        }
+        if (bytes.size() == 2 && bytes[0] == 0x61) {
+            const Bytes gathered = answerOfTheCard(protocol, {0x00, 0xC0, 0x00, 0x00, bytes[1]});
+            return gathered;
+        }
+        return bytes;
+    }
+
+    const CardSeam& inner_;
+    CardSeam seam_;
+    std::uintptr_t card_ = 0;
+    Bytes current_;
+    Bytes rest_;
+    int pieces_ = 0;
+    bool wasReset_ = false;
+};
+
+bool isAskedForLimitsByGetData(const PlatformSide& card) {
+    return const_cast<PlatformSide&>(card).reader.card().generation().knowsGetData;
+}
+
+// An entry point, and how many commands it may cost.
+struct Row {
+    const char* entryPoint;
+    int (*most)(const PlatformSide& card);
+    bool (*fits)(const PlatformSide& card);
+    DWORD (*act)(PlatformSide& card);
+};
+
+bool always(const PlatformSide&) {
+    return true;
+}
+bool hasEcKey(const PlatformSide& card) {
+    return card.isEcKey(0);
+}
+bool hasRsaKey(const PlatformSide& card) {
+    return card.rsaContainer() < card.containers();
+}
+
+// PIN 1 lies in the root, PIN 4 in a directory below it.
+template <PIN_ID pinId>
+int mostOfAPin(const PlatformSide& card) {
+    constexpr int selections = pinId == 1 ? 1 : 2;
+    constexpr int verification = tries * (selections + 1);
+    if (!isAskedForLimitsByGetData(card)) return reading + verification;
+    return tries * (1 + selections + chain) + verification;
+}
+template <PIN_ID pinId>
+DWORD enterPin(PlatformSide& card) {
+    return card.authenticate(pinId, card.pin(pinId == 1 ? virtual_card::PinRole::Authentication
+                                                        : virtual_card::PinRole::Signature));
+}
+
+Bytes rsaBlock;
+BYTE secretIndex = 0;
+
+const Row rows[] = {
+    {"CardAcquireContext", [](const PlatformSide&) { return reading; }, always,
+     [](PlatformSide& card) { return card.acquire(); }},
+    {"CardAuthenticateEx, PIN 1", mostOfAPin<1>, always, enterPin<1>},
+    {"CardAuthenticateEx, PIN 4", mostOfAPin<4>, always, enterPin<4>},
+    {"CardSignData",
+     [](const PlatformSide& card) {
+         // With PSO HASH on the cards that want it.
+         const bool hashes =
+             const_cast<PlatformSide&>(card).reader.card().generation().keys.size() > 2;
+         return (hashes ? 3 : 2) * chain;
+     },
+     always, [](PlatformSide& card) { return card.signMessage(0, "text").status; }},
+    {"CardRSADecrypt", [](const PlatformSide&) { return tries * (1 + 2 * chain); }, hasRsaKey,
+     [](PlatformSide& card) { return card.decrypt(card.rsaContainer(), rsaBlock).status; }},
+    {"CardConstructDHAgreement", [](const PlatformSide&) { return tries * (2 + 1 + chain); },
+     hasEcKey, [](PlatformSide& card) { return card.agreeWithItself(&secretIndex); }},
+    {"CardDeriveKey", [](const PlatformSide&) { return tries * 2; }, hasEcKey,
+     [](PlatformSide& card) { return card.derive(secretIndex).status; }},
+    {"CardDestroyDHAgreement", [](const PlatformSide&) { return tries * 2; }, hasEcKey,
+     [](PlatformSide& card) {
+         return card.data.pfnCardDestroyDHAgreement(&card.data, secretIndex, 0);
+     }},
+};
+
+class HostileCard : public ::testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(EveryCard, HostileCard, ::testing::ValuesIn(allCardTypes));
+
+// How many commands an entry point sends to a card that was good up to there.
+int commandsOf(const Row& row, int cardType, Mode mode) {
+    PlatformSide card(cardType);
+    if (row.act != rows[0].act) {
+        card.acquireOrFail();
+        card.openKey(0);
+        if (hasEcKey(card)) {
+            EXPECT_EQ(card.agreeWithItself(&secretIndex), 0u);
+        }
+        if (hasRsaKey(card)) {
+            card.openKey(card.rsaContainer());
+            rsaBlock = encryptedTo(card.certificate(card.rsaContainer()), "a secret");
+        }
+    }
+    int commands = 0;
+    {
+        HostileReader hostile(card);
+        hostile.mode = mode;
+        row.act(card);
+        commands = hostile.commands;
+    }
+    putBehindTheSeam(card.reader.seam());
+    return commands;
+}
+
+TEST_P(HostileCard, CostsNoMoreCommandsThanAreComputed) {
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.entryPoint);
+        PlatformSide card(GetParam());
+        if (!row.fits(card)) continue;
+        const int most = row.most(card);
+        for (const Mode mode : modes) {
+            SCOPED_TRACE(int(mode));
+            const int commands = commandsOf(row, GetParam(), mode);
+            EXPECT_LE(commands, most);
+            // So low that nothing was computed too high.
+            EXPECT_TRUE(mode != Mode::PlaysAlong || commands == most) << commands;
+        }
+    }
+}
+
+TEST_P(HostileCard, IsAskedNothingByTheOtherEntryPoints) {
+    PlatformSide card(GetParam());
+    card.acquireOrFail();
+    const DWORD before = static_cast<DWORD>(card.reader.exchanges().size());
+    card.readFile("mscp", "kxc00");
+    card.listFiles("mscp");
+    card.property(WIDE_TEXT("PIN Information"), 1);
+    card.containerProperty(0, WIDE_TEXT("PIN Identifier"));
+    card.publicKey(0);
+    card.release();
+    EXPECT_EQ(card.reader.exchanges().size(), before);
+}
+
+}  // namespace
+}  // namespace boundary

@@ -1,0 +1,152 @@
+// Sixteen threads, each with a context and a card of its own, do everything at once. Natively it is
+// run under ThreadSanitizer too (`make threads`).
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "readers.h"
+#include "rounds.h"
+#include "support/statuses.h"
+
+namespace boundary {
+namespace {
+
+constexpr std::size_t threadCount = 16;
+
+// What went wrong, of all threads: a test framework need not stand being told from several.
+class Complaints {
+public:
+    void expect(bool holds, int cardType, const char* what) {
+        if (holds) return;
+        const std::lock_guard guard(mutex_);
+        texts_.push_back("card " + std::to_string(cardType) + ": " + what);
+    }
+    void report() const {
+        for (const std::string& text : texts_) ADD_FAILURE() << text;
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> texts_;
+};
+
+// Cards of all types in readers side by side, and a thread for each.
+class Crowd {
+public:
+    Crowd() {
+        for (std::size_t at = 0; at < threadCount; ++at) {
+            cards_[at] = std::make_unique<PlatformSide>(typeOf(at));
+        }
+        for (const auto& card : cards_) readers_.add(*card);
+    }
+
+    template <typename Work>
+    void each(Work work) {
+        std::vector<std::thread> threads;
+        std::atomic<std::size_t> ready = 0;
+        for (std::size_t at = 0; at < threadCount; ++at) {
+            threads.emplace_back([&, at] {
+                ++ready;
+                while (ready != threadCount) std::this_thread::yield();
+                work(*cards_[at], typeOf(at), complaints);
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        complaints.report();
+    }
+
+    Complaints complaints;
+
+private:
+    static int typeOf(std::size_t at) { return allCardTypes[at % std::size(allCardTypes)]; }
+
+    Readers readers_;
+    std::array<std::unique_ptr<PlatformSide>, threadCount> cards_;
+};
+
+// Each entry point that does something.
+void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
+    const auto expect = [&](bool holds, const char* what) { complaints.expect(holds, type, what); };
+    card.reader.clearExchanges();
+    expect(card.acquire() == 0, "CardAcquireContext");
+    if (!card.acquired) return;
+    expect(card.readFile(nullptr, "cardid").bytes.size() == 16, "CardReadFile");
+    expect(card.listFiles("mscp").status == 0, "CardEnumFiles");
+    expect(card.property(WIDE_TEXT("PIN Information"), 1).status == 0, "CardGetProperty");
+    expect(card.property(WIDE_TEXT("Key Sizes"), 1).status == 0, "CardGetProperty, key sizes");
+    expect(card.containerProperty(0, WIDE_TEXT("PIN Identifier")).status == 0,
+           "CardGetContainerProperty");
+    expect(!card.publicKey(0).empty(), "CardGetContainerInfo");
+    WCHAR text[] = WIDE_TEXT("context");
+    expect(card.data.pfnCardSetProperty(&card.data, WIDE_TEXT("PIN Context String"),
+                                        reinterpret_cast<PBYTE>(text), 8, 0) == 0,
+           "CardSetProperty");
+    // A wrong PIN first, so that the threads' paths part.
+    expect(card.authenticate(1, "9999") == status::wrongPin, "CardAuthenticateEx, a wrong PIN");
+    for (BYTE container = 0; container < card.containers(); ++container) {
+        expect(card.signsTruly(container), "CardSignData");
+    }
+    card.openKey(0);
+    if (card.isEcKey(0)) {
+        BYTE index = 0;
+        expect(card.agreeWithItself(&index) == 0, "CardConstructDHAgreement");
+        expect(card.derive(index).bytes.size() == 20, "CardDeriveKey");
+        expect(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0) == 0,
+               "CardDestroyDHAgreement");
+    } else {
+        const Bytes block = encryptedTo(card.certificate(0), "a secret");
+        expect(card.decrypt(0, block).status == 0, "CardRSADecrypt");
+    }
+    expect(card.data.pfnCardDeauthenticateEx(&card.data, 2, 0) == status::unsupportedFeature,
+           "CardDeauthenticateEx");
+    card.acquired = false;
+    expect(card.data.pfnCardDeleteContext(&card.data) == 0, "CardDeleteContext");
+}
+
+TEST(Threads, DoAllJourneysAtOnce) {
+    Crowd crowd;
+    crowd.each([](PlatformSide& card, int type, Complaints& complaints) {
+        for (int round = 0; round < rounds(1, 20); ++round) goThroughAll(card, type, complaints);
+    });
+}
+
+TEST(Threads, AcquireBesidePairings) {
+    // An address that nobody listens at: each pairing is begun and ends.
+    writeSetting(Setting::serviceAddresses, "http://127.0.0.1:1");
+    {
+        Crowd crowd;
+        crowd.each([](PlatformSide& card, int type, Complaints& complaints) {
+            for (int round = 0; round < rounds(2, 100); ++round) {
+                card.reader.clearExchanges();
+                complaints.expect(card.acquire() == 0, type, "CardAcquireContext");
+                card.release();
+            }
+        });
+    }
+    writeSetting(Setting::serviceAddresses, "");
+}
+
+#ifdef _WIN32
+TEST(Threads, GoOnWhileTheLibraryIsLoadedAndUnloaded) {
+    Crowd crowd;
+    std::atomic<bool> isDone = false;
+    int loads = 0;
+    std::thread loader([&] {
+        while (!isDone) {
+            const LibraryCopy copy;
+            if (copy.acquireContext() == nullptr) break;
+            ++loads;
+        }
+    });
+    crowd.each([](PlatformSide& card, int type, Complaints& complaints) {
+        for (int round = 0; round < rounds(1, 20); ++round) goThroughAll(card, type, complaints);
+    });
+    isDone = true;
+    loader.join();
+    EXPECT_GT(loads, 0);
+}
+#endif
+
+}  // namespace
+}  // namespace boundary
