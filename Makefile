@@ -1,6 +1,6 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
 .PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report check demo lint \
-        tidy format fuzz faults threads long package release sign reproducible fresh clean
+        tidy format fuzz coverage mutants faults threads long package release sign reproducible fresh clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -19,6 +19,9 @@ help:
 	@echo 'make faults        every fault at every place, natively: 55,000 runs'
 	@echo 'make threads       16 threads under ThreadSanitizer, and against the x64 DLL in Wine'
 	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of the DLL'
+	@echo 'make coverage      what of src/ the tests run: lines, branches, conditions by MC/DC'
+	@echo 'make mutants       faults of one token in src/, and which of them no test sees: 100 of them,'
+	@echo '                   or COUNT=1000, SEED=2, SINCE=main, ONLY=boundary'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
 	@echo 'make release       everything of a release, for three architectures: dist/'
 	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem, and more in'
@@ -93,6 +96,13 @@ long:
 	KELMORA_ROUNDS=10000 build/sanitized/tests/boundary/boundary_tests --gtest_brief=1 --gtest_filter='*LongRun*'
 	$(call in_process,windows-x64,boundary_tests)
 	KELMORA_ROUNDS=10000 $(in_wine) --gtest_brief=1 --gtest_filter='*LongRun*'
+
+coverage:
+	tools/coverage.py --report
+
+mutants:
+	tools/mutants.py $(if $(COUNT),--count $(COUNT)) $(if $(SEED),--seed $(SEED)) \
+		$(if $(SINCE),--since $(SINCE)) $(if $(ONLY),--only $(ONLY))
 
 package: windows
 	tools/install_packages.sh package

@@ -7,6 +7,7 @@ Stages, by default all of them in this order:
   lint         the sources: format, includes, names, static analysis
   native       unit and boundary tests under AddressSanitizer and UndefinedBehaviorSanitizer
   system       the programs together, under the same: PC/SC daemon, virtual reader, cardhost, OpenSSL
+  coverage     what of src/ the unit and boundary tests run, but for what is listed with its reason
   windows-x86  builds the x86 DLL; checks the file itself; the boundary suite in 32-bit Wine
   windows-x64  the same for the x64 DLL; besides, the directory client and the doctor, in Wine
   package      the MSI and the registration file, installed and taken away in Wine
@@ -213,10 +214,20 @@ def begin_wine_folder(names):
                                 stdin=subprocess.DEVNULL, cwd=ROOT)
 
 
+def coverage(tally, name):
+    code, output = run("Running the tests over src/ with counters", ["tools/coverage.py"], name)
+    counted, _ = count_lines(tally, name, output)
+    if code or not counted:
+        show_end(output)
+    if not counted:
+        tally.result(name, f"exit code {code}")
+
+
 STAGES = {
     "lint": ("Lint", preset_stage("sanitized", None, "lint")),
     "native": ("Unit and boundary tests, under sanitizers", preset_stage("sanitized", ())),
     "system": ("System tests", preset_stage("sanitized", (), "system")),
+    "coverage": ("Coverage of src/", coverage),
     "windows-x86": ("The x86 DLL, in Wine", preset_stage("windows-x86", ("minidriver", "test_programs"))),
     "windows-x64": ("The x64 DLL, in Wine", preset_stage("windows-x64", ("minidriver", "cardhost", "test_programs"))),
     "package": ("The package for Windows", package),

@@ -3,33 +3,22 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 
 #include "platform/win32.h"
 
 namespace KelmoraID {
 
-struct SignatureKeyReferences {
-    bool hasSecondSignCert;
-    bool isEcc;
-    std::array<BYTE, 3> byContainer;
+/// By whether there is a second signing certificate, whether the key is an EC one, and the
+/// container.
+inline constexpr BYTE signatureKeyReferences[2][2][3] = {
+    {{0x81, 0x82, 0x82}, {0x91, 0x93, 0x93}},
+    {{0x01, 0x02, 0x03}, {0x01, 0x02, 0x03}},
 };
-
-inline constexpr std::array<SignatureKeyReferences, 4> signatureKeyReferences{{
-    {true, false, {0x01, 0x02, 0x03}},
-    {true, true, {0x01, 0x02, 0x03}},
-    {false, false, {0x81, 0x82, 0x82}},
-    {false, true, {0x91, 0x93, 0x93}},
-}};
 
 /// The signature key of a container. @param bContainerIndex  any but 0 and 1 counts as 2
 constexpr BYTE signatureKeyReference(bool hasSecondSignCert, bool isEcc, BYTE bContainerIndex) {
-    for (const auto& row : signatureKeyReferences) {
-        if (row.hasSecondSignCert == hasSecondSignCert && row.isEcc == isEcc) {
-            return row.byContainer[std::min<std::size_t>(bContainerIndex, 2)];
-        }
-    }
-    return 0;
+    return signatureKeyReferences[hasSecondSignCert][isEcc]
+                                 [std::min<std::size_t>(bContainerIndex, 2)];
 }
 
 /// The ECDH key, which is that of container 0.

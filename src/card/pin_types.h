@@ -18,9 +18,6 @@ enum class PinId : std::uint32_t {
 constexpr bool isValidPinId(std::uint32_t pinId) {
     return pinId >= 1 && pinId < 5;
 }
-constexpr bool isValidPinId(PinId pinId) {
-    return isValidPinId(static_cast<std::uint32_t>(pinId));
-}
 
 struct PinVerifyResult {
     enum Status : std::int32_t { verified = 0, wrong = 1, blocked = 2 };

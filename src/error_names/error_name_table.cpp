@@ -16,7 +16,7 @@ struct ErrorNameRow {
 
 #include "error_names/error_name_table.inc"
 
-constexpr bool sortedWithTheFirstPairAhead() {
+consteval bool sortedWithTheFirstPairAhead() {
     for (std::size_t i = 1; i < std::size(errorNamesByCode); ++i) {
         const std::uint32_t before = errorNameRows[errorNamesByCode[i - 1]].code;
         const std::uint32_t code = errorNameRows[errorNamesByCode[i]].code;

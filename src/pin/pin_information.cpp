@@ -15,7 +15,7 @@ struct PinRow {
     PIN_CACHE_POLICY_TYPE cachePolicy;
 };
 
-constexpr PIN_SET setOf(PinId pinId) {
+consteval PIN_SET setOf(PinId pinId) {
     return PIN_SET{1} << static_cast<DWORD>(pinId);
 }
 

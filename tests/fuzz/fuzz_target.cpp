@@ -5,9 +5,9 @@
 
 #include "platform/fixed_paths.h"
 
-// Lines are made and written, and nothing is left behind by a run that ends badly.
+// Lines are made, but no run waits for a file.
 const char* logFilePath() {
-    return "/dev/null";
+    return "";
 }
 
 const char* settingsFilePath() {

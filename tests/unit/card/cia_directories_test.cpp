@@ -119,6 +119,19 @@ TEST(CiaDirectories, GiveNoLengthsOfAnEntryThatLacksAnElement) {
     }
 }
 
+TEST(CiaDirectories, GiveNoLengthsOfAnEntryWithoutAnyNumber) {
+    PinEntry entry;
+    entry.minimum.clear();
+    entry.stored.clear();
+    entry.maximum.clear();
+    TracedCard traced;
+    readAodf(traced, entry.text());
+    traced.line("GetDirectories PRK, exiting private key file reading.");
+    const Outcome outcome = getDirectories(true, false, 0);
+    EXPECT_EQ(outcome.result, ByteVector{});
+    EXPECT_EQ(outcome.trace, traced.lines());
+}
+
 TEST(CiaDirectories, GiveNoLengthsWithoutTheStoredOneOrOfAnEmptyOne) {
     for (const char* stored : {"", "0200"}) {
         PinEntry entry;

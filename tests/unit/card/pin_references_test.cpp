@@ -53,7 +53,6 @@ TEST(IsValidPinId, IsTrueFrom1To4) {
     const bool expected[] = {false, true, true, true, true, false, false};
     for (std::uint32_t pinId = 0; pinId < 7; ++pinId) {
         EXPECT_EQ(isValidPinId(pinId), expected[pinId]);
-        EXPECT_EQ(isValidPinId(pinIdOf(pinId)), expected[pinId]);
     }
     EXPECT_FALSE(isValidPinId(0xFFFFFFFF));
 }

@@ -1,5 +1,5 @@
 // The system clock under the unit tests: std::time and std::chrono::system_clock, at a moment of
-// the test's choice.
+// the test's choice, and its local form.
 #pragma once
 
 #include <chrono>
@@ -13,6 +13,15 @@ public:
     ~StoppedClock();
     StoppedClock(const StoppedClock&) = delete;
     StoppedClock& operator=(const StoppedClock&) = delete;
+};
+
+/// No moment has a local form until the object's end.
+class NoLocalTime {
+public:
+    NoLocalTime();
+    ~NoLocalTime();
+    NoLocalTime(const NoLocalTime&) = delete;
+    NoLocalTime& operator=(const NoLocalTime&) = delete;
 };
 
 }  // namespace KelmoraID::testing

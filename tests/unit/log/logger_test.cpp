@@ -105,6 +105,16 @@ TEST(Logger, StampsTheFileWithLocalTimeAndStandardOutputWithUtc) {
               "[2009-02-13 23:31:30.000000042] [INFO] message\n");
 }
 
+TEST(Logger, LeavesTheStampEmptyWhereATimeHasNoLocalForm) {
+    LogCapture log;
+    fs::remove(logFile());
+    {
+        const testing::NoLocalTime clock;
+        logToFile("scope", "message");
+    }
+    EXPECT_EQ(logFileContent(), "[] [scope] message\n");
+}
+
 // Standard output is that of the host process, where nobody else empties its buffer.
 TEST(Logger, FlushesEachLineOfStandardOutput) {
     EXPECT_EXIT(

@@ -7,6 +7,22 @@
 #include "session/entry_points.h"
 #include "text/text_conversion.h"
 
+namespace {
+
+bool hasMemory = true;
+
+}  // namespace
+
+// new (std::nothrow) T[n], which the linker leads here (--wrap).
+extern "C" {
+void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+
+void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
+    return hasMemory ? __real__ZnamRKSt9nothrow_t(size, tag) : nullptr;
+}
+}
+
 namespace KelmoraID {
 namespace {
 
@@ -284,6 +300,14 @@ TEST_F(ExternalDialog, TakesAWindowWhoseClassNameDoesNotConvertForTheLogonScreen
         EXPECT_TRUE(isLoginWindowHandle());
         EXPECT_EQ(log.file(), failedConversion);
     }
+}
+
+TEST_F(ExternalDialog, TakesAWindowForWhoseClassNameThereIsNoMemoryForTheLogonScreen) {
+    hasMemory = false;
+    const bool isLogon = isLoginWindowHandle();
+    hasMemory = true;
+    EXPECT_TRUE(isLogon);
+    EXPECT_EQ(log.file(), failedConversion);
 }
 
 TEST_F(ExternalDialog, ReadsAClassNameWithinItsBufferAlone) {

@@ -59,7 +59,7 @@ TEST(BCryptHashes, GiveThePublishedDigestsOfPieces) {
 TEST(BCryptHashes, AreFinishedIntoABufferOfTheirLengthOnly) {
     BCRYPT_ALG_HANDLE provider = nullptr;
     BCRYPT_HASH_HANDLE hash = nullptr;
-    ASSERT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA1", nullptr, 0), 0);
+    ASSERT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA1", MS_PRIMITIVE_PROVIDER, 0), 0);
     ASSERT_EQ(BCryptCreateHash(provider, &hash, nullptr, 0, nullptr, 0, 0), 0);
     BYTE digest[21];
     EXPECT_EQ(BCryptFinishHash(hash, digest, 19, 0), invalidParameter);
@@ -71,9 +71,33 @@ TEST(BCryptHashes, AreFinishedIntoABufferOfTheirLengthOnly) {
 
 TEST(BCryptHashes, AreFoundByNameOnly) {
     BCRYPT_ALG_HANDLE provider = nullptr;
-    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA3", nullptr, 0), notFound);
-    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"", nullptr, 0), notFound);
+    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA3", MS_PRIMITIVE_PROVIDER, 0), notFound);
+    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"", MS_PRIMITIVE_PROVIDER, 0), notFound);
     EXPECT_EQ(provider, nullptr);
+}
+
+TEST(BCryptHashes, RefuseFlagsAndWhatIsNotInUse) {
+    BCRYPT_ALG_HANDLE provider = nullptr;
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA1", MS_PRIMITIVE_PROVIDER, 1),
+              invalidParameter);
+    EXPECT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA1", u"another provider", 0), notFound);
+    ASSERT_EQ(BCryptOpenAlgorithmProvider(&provider, u"SHA1", MS_PRIMITIVE_PROVIDER, 0), 0);
+    ULONG length = 0;
+    ULONG written = 0;
+    EXPECT_EQ(BCryptGetProperty(provider, BCRYPT_HASH_LENGTH, reinterpret_cast<PUCHAR>(&length),
+                                sizeof(length), &written, 1),
+              invalidParameter);
+    EXPECT_EQ(BCryptCreateHash(provider, &hash, nullptr, 1, nullptr, 0, 0), invalidParameter);
+    EXPECT_EQ(BCryptCreateHash(provider, &hash, nullptr, 0, nullptr, 1, 0), invalidParameter);
+    EXPECT_EQ(BCryptCreateHash(provider, &hash, nullptr, 0, nullptr, 0, 1), invalidParameter);
+    ASSERT_EQ(BCryptCreateHash(provider, &hash, nullptr, 0, nullptr, 0, 0), 0);
+    BYTE digest[20] = {};
+    EXPECT_EQ(BCryptHashData(hash, digest, 1, 1), invalidParameter);
+    EXPECT_EQ(BCryptFinishHash(hash, digest, 20, 1), invalidParameter);
+    EXPECT_EQ(BCryptDestroyHash(hash), 0);
+    EXPECT_EQ(BCryptCloseAlgorithmProvider(provider, 1), invalidParameter);
+    EXPECT_EQ(BCryptCloseAlgorithmProvider(provider, 0), 0);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ TEST(CryptoApiHashes, GiveThePublishedDigests) {
         HCRYPTPROV provider = 0;
         HCRYPTHASH hash = 0;
         ASSERT_EQ(CryptAcquireContextW(&provider, nullptr, nullptr, row.providerType,
-                                       CRYPT_VERIFYCONTEXT),
+                                       CRYPT_VERIFYCONTEXT | CRYPT_SILENT),
                   TRUE);
         ASSERT_EQ(CryptCreateHash(provider, row.algorithm, 0, 0, &hash), TRUE);
         const BYTE text[] = {'a', 'b', 'c'};
@@ -49,12 +49,35 @@ TEST(CryptoApiHashes, GiveThePublishedDigests) {
 TEST(CryptoApiHashes, OfTheSecondFamilyAreNotInTheOldProvider) {
     HCRYPTPROV provider = 0;
     HCRYPTHASH hash = 0;
-    ASSERT_EQ(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT),
+    ASSERT_EQ(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_FULL,
+                                   CRYPT_VERIFYCONTEXT | CRYPT_SILENT),
               TRUE);
     EXPECT_EQ(CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash), FALSE);
     EXPECT_EQ(GetLastError(), 0x80090008U);
     EXPECT_EQ(hash, 0U);
     CryptReleaseContext(provider, 0);
+}
+
+TEST(CryptoApiHashes, RefuseFlagsThatAreNotInUse) {
+    HCRYPTPROV provider = 0;
+    HCRYPTHASH hash = 0;
+    for (const DWORD flags : {DWORD{0}, DWORD{CRYPT_SILENT}, DWORD{CRYPT_VERIFYCONTEXT | 1}}) {
+        EXPECT_EQ(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES, flags), FALSE);
+        EXPECT_EQ(GetLastError(), 0x80090009U);
+    }
+    ASSERT_EQ(CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES,
+                                   CRYPT_VERIFYCONTEXT | CRYPT_SILENT),
+              TRUE);
+    EXPECT_EQ(CryptCreateHash(provider, CALG_SHA1, 1, 0, &hash), FALSE);
+    EXPECT_EQ(CryptCreateHash(provider, CALG_SHA1, 0, 1, &hash), FALSE);
+    ASSERT_EQ(CryptCreateHash(provider, CALG_SHA1, 0, 0, &hash), TRUE);
+    BYTE digest[20] = {};
+    DWORD length = sizeof(digest);
+    EXPECT_EQ(CryptHashData(hash, digest, 1, 1), FALSE);
+    EXPECT_EQ(CryptGetHashParam(hash, HP_HASHVAL, digest, &length, 1), FALSE);
+    EXPECT_EQ(CryptDestroyHash(hash), TRUE);
+    EXPECT_EQ(CryptReleaseContext(provider, 1), FALSE);
+    EXPECT_EQ(CryptReleaseContext(provider, 0), TRUE);
 }
 
 }  // namespace

@@ -75,5 +75,15 @@ TEST(CardTypeOf, KnowsWhichTypesHaveASecondSigningKey) {
     EXPECT_FALSE(profileOf(CardType::type8).hasSecondSigningKey);
 }
 
+TEST(SupportedCards, AreThoseOfTheTableEachFoundByItsOwnAtr) {
+    ASSERT_EQ(supportedCards().size(), std::size(rows));
+    for (std::size_t at = 0; at < std::size(rows); ++at) {
+        const CardProfile& card = supportedCards()[at];
+        EXPECT_EQ(bytesToHex({card.atr.begin(), card.atr.end()}), rows[at].atr);
+        EXPECT_EQ(findCardByAtr(card.atr), &card);
+    }
+    EXPECT_EQ(findCardByAtr({}), nullptr);
+}
+
 }  // namespace
 }  // namespace KelmoraID

@@ -1,0 +1,849 @@
+// Every entry point with every argument as it should be and wrong in one way after the other: the
+// status, what comes back and the lines of both log channels, compared whole with tests/data/calls.
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <sstream>
+
+#include "platform_side.h"
+
+namespace boundary {
+namespace {
+
+using KelmoraID::testing::LogLines;
+
+// Writes down what the calls of one card answer.
+class Calls {
+public:
+    explicit Calls(int cardType) : card(cardType) {}
+
+    /// One call: what is special about it, and the call itself, which may tell what came back.
+    void call(const std::string& what, const std::function<DWORD()>& work) {
+        // Its own, so that the file is read from this call on.
+        DriverLog log;
+        told_.clear();
+        const DWORD status = work();
+        char number[16];
+        std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(status));
+        text_ += what + "\n    " + number + told_ + "\n";
+        writeLines("file", log.file());
+        writeLines("output", log.output());
+    }
+    /// Of the call that is being made.
+    void tell(const std::string& name, const std::string& value) {
+        told_ += ", " + name + " " + value;
+    }
+    void tell(const std::string& name, std::uint32_t value) { tell(name, std::to_string(value)); }
+    void tellBytes(const std::string& name, const void* bytes, std::size_t size) {
+        const auto* first = static_cast<const std::uint8_t*>(bytes);
+        tell(name, bytes == nullptr ? "none" : toHex(Bytes(first, first + size)));
+    }
+
+    /// What came back, if anything did.
+    template <typename Buffer>
+    void free(Buffer*& buffer) {
+        data.pfnCspFree(buffer);
+        buffer = nullptr;
+    }
+
+    const std::string& text() const { return text_; }
+
+    PlatformSide card;
+    CARD_DATA& data = card.data;
+
+private:
+    void writeLines(const char* channel, const LogLines& lines) {
+        // Where a record stands is of no interest.
+        static const std::regex pointer("(p[A-Z]\\w+):'0x[1-9a-f][0-9a-f]*'");
+        for (const auto& line : lines) {
+            std::string message = std::regex_replace(line.message, pointer, "$1:'(address)'");
+            for (std::size_t at = 0; (at = message.find('\n', at)) != std::string::npos; at += 2) {
+                message.replace(at, 1, "\\n");
+            }
+            text_ += std::string("    ") + channel + " [" + line.scope + "] " + message + "\n";
+        }
+    }
+
+    std::string text_;
+    std::string told_;
+};
+
+char* characters(const char* text) {
+    return const_cast<char*>(text);
+}
+WCHAR* wide(const WCHAR* text) {
+    return const_cast<WCHAR*>(text);
+}
+std::string number(std::uint32_t value) {
+    return std::to_string(value);
+}
+
+// What a caller may hand over as its record.
+void recordRows(Calls& calls, const std::string& name,
+                const std::function<DWORD(PCARD_DATA)>& entry) {
+    // A few serve without the handle too.
+    calls.call(name + ": no record", [&] { return entry(nullptr); });
+    CARD_DATA without = calls.data;
+    without.hSCardCtx = 0;
+    calls.call(name + ": no context handle", [&] { return entry(&without); });
+}
+
+void acquisitions(Calls& calls) {
+    const auto acquire = [&](const char* what, DWORD flags,
+                             const std::function<void(CARD_DATA&)>& change) {
+        calls.call(std::string("CardAcquireContext: ") + what, [&] {
+            CARD_DATA record = calls.data;
+            change(record);
+            const DWORD status = acquireContextOfDriver()(&record, flags);
+            calls.tell("version", record.dwVersion);
+            return status;
+        });
+    };
+    calls.call("CardAcquireContext: no record",
+               [] { return acquireContextOfDriver()(nullptr, 0); });
+    acquire("flags", 2, [](CARD_DATA&) {});
+    for (const DWORD version : {0u, 1u, 4u, 5u, 6u}) {
+        acquire(("version " + number(version)).c_str(), 0,
+                [&](CARD_DATA& record) { record.dwVersion = version; });
+    }
+    acquire("no ATR", 0, [](CARD_DATA& record) { record.pbAtr = nullptr; });
+    acquire("an empty ATR", 0, [](CARD_DATA& record) { record.cbAtr = 0; });
+    acquire("no card name", 0, [](CARD_DATA& record) { record.pwszCardName = nullptr; });
+    acquire("no allocator", 0, [](CARD_DATA& record) { record.pfnCspAlloc = nullptr; });
+    acquire("no reallocator", 0, [](CARD_DATA& record) { record.pfnCspReAlloc = nullptr; });
+    acquire("no free", 0, [](CARD_DATA& record) { record.pfnCspFree = nullptr; });
+    acquire("no card handle", 0, [](CARD_DATA& record) { record.hScard = 0; });
+    acquire("no context handle", 0, [](CARD_DATA& record) { record.hSCardCtx = 0; });
+    calls.call("CardAcquireContext", [&] { return calls.card.acquire(); });
+}
+
+void files(Calls& calls) {
+    struct Name {
+        const char* directory;
+        const char* file;
+    };
+    constexpr Name names[] = {
+        {nullptr, "cardid"}, {nullptr, "cardcf"}, {nullptr, "cardapps"}, {"mscp", "cmapfile"},
+        {"mscp", "kxc00"},   {"mscp", "ksc01"},   {"mscp", "ksc02"},     {"mscp", "kxc01"},
+        {"mscp", "msroots"}, {"mscp", "cardid"},  {nullptr, "cmapfile"}, {"other", "cmapfile"},
+        {"", "cardid"},      {"mscp", ""},        {nullptr, "CARDID"},   {nullptr, "other"},
+        {nullptr, nullptr},
+    };
+    const auto spell = [](const char* text) { return text == nullptr ? "(none)" : text; };
+    for (const Name& name : names) {
+        const std::string path = std::string(spell(name.directory)) + "/" + spell(name.file);
+        calls.call("CardReadFile: " + path, [&] {
+            const Answer answer = calls.card.readFile(name.directory, name.file);
+            // A certificate is long, and told by its length.
+            if (answer.status == 0) calls.tell("size", static_cast<DWORD>(answer.bytes.size()));
+            if (answer.bytes.size() < 256 && answer.status == 0) {
+                calls.tellBytes("bytes", answer.bytes.data(), answer.bytes.size());
+            }
+            return answer.status;
+        });
+        for (const DWORD version : {0u, 1u, 2u}) {
+            calls.call("CardGetFileInfo: " + path + ", version " + number(version), [&] {
+                CARD_FILE_INFO info{};
+                info.dwVersion = version;
+                const DWORD status = calls.data.pfnCardGetFileInfo(
+                    &calls.data, characters(name.directory), characters(name.file), &info);
+                calls.tellBytes("record", &info, sizeof(info));
+                return status;
+            });
+        }
+    }
+    PBYTE bytes = nullptr;
+    DWORD size = 77;
+    recordRows(calls, "CardReadFile", [&](PCARD_DATA record) {
+        const DWORD status =
+            calls.data.pfnCardReadFile(record, nullptr, characters("cardid"), 0, &bytes, &size);
+        calls.free(bytes);
+        return status;
+    });
+    calls.call("CardReadFile: flags",
+               [&] { return calls.card.readFile(nullptr, "cardid", 1).status; });
+    calls.call("CardReadFile: no pointer to the bytes", [&] {
+        return calls.data.pfnCardReadFile(&calls.data, nullptr, characters("cardid"), 0, nullptr,
+                                          &size);
+    });
+    calls.call("CardReadFile: no pointer to the size", [&] {
+        return calls.data.pfnCardReadFile(&calls.data, nullptr, characters("cardid"), 0, &bytes,
+                                          nullptr);
+    });
+    for (const char* file : {"cardid", "cardcf", "cardapps", "msroots"}) {
+        calls.call(std::string("CardReadFile: no memory for ") + file, [&] {
+            PlatformSide::failAllocation(1);
+            const DWORD status =
+                calls.card.readFile(std::strcmp(file, "msroots") == 0 ? "mscp" : nullptr, file)
+                    .status;
+            PlatformSide::failAllocation(0);
+            return status;
+        });
+    }
+    for (const char* directory : {static_cast<const char*>(nullptr), "mscp", "", "other"}) {
+        calls.call(std::string("CardEnumFiles: ") + spell(directory), [&] {
+            const Answer answer = calls.card.listFiles(directory);
+            if (answer.status == 0) {
+                calls.tellBytes("names", answer.bytes.data(), answer.bytes.size());
+            }
+            return answer.status;
+        });
+    }
+    LPSTR list = nullptr;
+    recordRows(calls, "CardEnumFiles", [&](PCARD_DATA record) {
+        const DWORD status = calls.data.pfnCardEnumFiles(record, nullptr, &list, &size, 0);
+        calls.free(list);
+        return status;
+    });
+    calls.call("CardEnumFiles: flags",
+               [&] { return calls.data.pfnCardEnumFiles(&calls.data, nullptr, &list, &size, 1); });
+    calls.call("CardEnumFiles: no pointer to the names", [&] {
+        return calls.data.pfnCardEnumFiles(&calls.data, nullptr, nullptr, &size, 0);
+    });
+    calls.call("CardEnumFiles: no pointer to the size", [&] {
+        return calls.data.pfnCardEnumFiles(&calls.data, nullptr, &list, nullptr, 0);
+    });
+    calls.call("CardEnumFiles: no memory", [&] {
+        PlatformSide::failAllocation(1);
+        const DWORD status = calls.card.listFiles("mscp").status;
+        PlatformSide::failAllocation(0);
+        return status;
+    });
+    CARD_FILE_INFO info{};
+    recordRows(calls, "CardGetFileInfo", [&](PCARD_DATA record) {
+        return calls.data.pfnCardGetFileInfo(record, nullptr, characters("cardid"), &info);
+    });
+    calls.call("CardGetFileInfo: no record to fill", [&] {
+        return calls.data.pfnCardGetFileInfo(&calls.data, nullptr, characters("cardid"), nullptr);
+    });
+}
+
+void capabilities(Calls& calls) {
+    CARD_CAPABILITIES capability{};
+    CARD_FREE_SPACE_INFO space{};
+    CARD_KEY_SIZES sizes{};
+    recordRows(calls, "CardQueryCapabilities", [&](PCARD_DATA record) {
+        return calls.data.pfnCardQueryCapabilities(record, &capability);
+    });
+    recordRows(calls, "CardQueryFreeSpace", [&](PCARD_DATA record) {
+        return calls.data.pfnCardQueryFreeSpace(record, 0, &space);
+    });
+    recordRows(calls, "CardQueryKeySizes", [&](PCARD_DATA record) {
+        return calls.data.pfnCardQueryKeySizes(record, AT_KEYEXCHANGE, 0, &sizes);
+    });
+    calls.call("CardQueryCapabilities: no record to fill",
+               [&] { return calls.data.pfnCardQueryCapabilities(&calls.data, nullptr); });
+    calls.call("CardQueryFreeSpace: no record to fill",
+               [&] { return calls.data.pfnCardQueryFreeSpace(&calls.data, 0, nullptr); });
+    calls.call("CardQueryFreeSpace: flags",
+               [&] { return calls.data.pfnCardQueryFreeSpace(&calls.data, 1, &space); });
+    calls.call("CardQueryKeySizes: no record to fill",
+               [&] { return calls.data.pfnCardQueryKeySizes(&calls.data, 1, 0, nullptr); });
+    calls.call("CardQueryKeySizes: flags",
+               [&] { return calls.data.pfnCardQueryKeySizes(&calls.data, 1, 1, &sizes); });
+    for (const DWORD version : {0u, 1u, 2u}) {
+        calls.call("CardQueryCapabilities: version " + number(version), [&] {
+            capability = {version, 0x5A5A5A5A, 0x5A5A5A5A};
+            const DWORD status = calls.data.pfnCardQueryCapabilities(&calls.data, &capability);
+            calls.tellBytes("record", &capability, sizeof(capability));
+            return status;
+        });
+        calls.call("CardQueryFreeSpace: version " + number(version), [&] {
+            space = {};
+            space.dwVersion = version;
+            const DWORD status = calls.data.pfnCardQueryFreeSpace(&calls.data, 0, &space);
+            calls.tellBytes("record", &space, sizeof(space));
+            return status;
+        });
+        calls.call("CardQueryKeySizes: version " + number(version), [&] {
+            sizes = {};
+            sizes.dwVersion = version;
+            const DWORD status =
+                calls.data.pfnCardQueryKeySizes(&calls.data, AT_SIGNATURE, 0, &sizes);
+            calls.tellBytes("record", &sizes, sizeof(sizes));
+            return status;
+        });
+    }
+    for (DWORD keySpecification = 0; keySpecification < 10; ++keySpecification) {
+        calls.call("CardQueryKeySizes: key specification " + number(keySpecification), [&] {
+            sizes = {};
+            sizes.dwVersion = 1;
+            const DWORD status =
+                calls.data.pfnCardQueryKeySizes(&calls.data, keySpecification, 0, &sizes);
+            calls.tellBytes("record", &sizes, sizeof(sizes));
+            return status;
+        });
+    }
+}
+
+constexpr LPCWSTR propertyNames[] = {WIDE_TEXT("Free Space"),
+                                     WIDE_TEXT("Capabilities"),
+                                     WIDE_TEXT("Key Sizes"),
+                                     WIDE_TEXT("Read Only Mode"),
+                                     WIDE_TEXT("Cache Mode"),
+                                     WIDE_TEXT("Supports Windows x.509 Enrollment"),
+                                     WIDE_TEXT("Card Identifier"),
+                                     WIDE_TEXT("Card Serial Number"),
+                                     WIDE_TEXT("PIN Information"),
+                                     WIDE_TEXT("PIN List"),
+                                     WIDE_TEXT("Authenticated State"),
+                                     WIDE_TEXT("PIN Strength Verify"),
+                                     WIDE_TEXT("Key Import Support"),
+                                     WIDE_TEXT("Algorithms"),
+                                     WIDE_TEXT("Padding Schemes"),
+                                     WIDE_TEXT("Chaining Modes"),
+                                     WIDE_TEXT("PIN Strength Change"),
+                                     WIDE_TEXT("PIN Strength Unblock"),
+                                     WIDE_TEXT("Parent Window"),
+                                     WIDE_TEXT("PIN Context String"),
+                                     WIDE_TEXT("Container Info"),
+                                     WIDE_TEXT("PIN Identifier"),
+                                     WIDE_TEXT("Associated ECDH Key"),
+                                     WIDE_TEXT("Nobody's"),
+                                     WIDE_TEXT("")};
+
+std::string narrow(LPCWSTR text) {
+    std::string result;
+    for (; *text != 0; ++text) result += static_cast<char>(*text);
+    return result;
+}
+
+void properties(Calls& calls) {
+    BYTE buffer[256] = {};
+    DWORD size = 77;
+    const LPCWSTR known = WIDE_TEXT("PIN List");
+    recordRows(calls, "CardGetProperty", [&](PCARD_DATA record) {
+        return calls.data.pfnCardGetProperty(record, known, buffer, 256, &size, 0);
+    });
+    for (const LPCWSTR name : propertyNames) {
+        for (const DWORD flags : {0u, 1u, 2u, 5u, 9u}) {
+            calls.call("CardGetProperty: " + narrow(name) + ", flags " + number(flags), [&] {
+                const Answer answer = calls.card.property(name, flags);
+                if (answer.status == 0) {
+                    calls.tellBytes("bytes", answer.bytes.data(), answer.bytes.size());
+                }
+                return answer.status;
+            });
+        }
+        for (const DWORD length : {0u, 4u, 8u}) {
+            calls.call("CardSetProperty: " + narrow(name) + ", " + number(length) + " bytes", [&] {
+                std::memset(buffer, 0, sizeof(buffer));
+                buffer[0] = 'a';
+                return calls.data.pfnCardSetProperty(&calls.data, name, buffer, length, 0);
+            });
+        }
+        calls.call("CardSetProperty: " + narrow(name) + ", flags",
+                   [&] { return calls.data.pfnCardSetProperty(&calls.data, name, buffer, 4, 1); });
+        calls.call("CardSetProperty: " + narrow(name) + ", no bytes",
+                   [&] { return calls.data.pfnCardSetProperty(&calls.data, name, nullptr, 4, 0); });
+        for (const BYTE container : {BYTE{0}, BYTE{2}, BYTE{3}}) {
+            calls.call(
+                "CardGetContainerProperty: " + narrow(name) + ", container " + number(container),
+                [&] {
+                    std::memset(buffer, 0, sizeof(buffer));
+                    // Only of the rest: a record of containers holds pointers.
+                    const DWORD room = name == propertyNames[20] ? 4 : 256;
+                    const DWORD status = calls.data.pfnCardGetContainerProperty(
+                        &calls.data, container, name, buffer, room, &size, 0);
+                    if (status == 0) calls.tellBytes("bytes", buffer, size);
+                    return status;
+                });
+        }
+    }
+    calls.call("CardGetProperty: no name", [&] {
+        return calls.data.pfnCardGetProperty(&calls.data, nullptr, buffer, 256, &size, 0);
+    });
+    calls.call("CardGetProperty: no buffer", [&] {
+        return calls.data.pfnCardGetProperty(&calls.data, known, nullptr, 256, &size, 0);
+    });
+    calls.call("CardGetProperty: too small a buffer", [&] {
+        return calls.data.pfnCardGetProperty(&calls.data, known, buffer, 3, &size, 0);
+    });
+    calls.call("CardGetProperty: no pointer to the size", [&] {
+        return calls.data.pfnCardGetProperty(&calls.data, known, buffer, 256, nullptr, 0);
+    });
+    calls.call("CardGetProperty: no memory", [&] {
+        PlatformSide::failAllocation(1);
+        const DWORD status = calls.card.property(known, 0).status;
+        PlatformSide::failAllocation(0);
+        return status;
+    });
+    recordRows(calls, "CardSetProperty", [&](PCARD_DATA record) {
+        return calls.data.pfnCardSetProperty(record, known, buffer, 4, 0);
+    });
+    calls.call("CardSetProperty: no name",
+               [&] { return calls.data.pfnCardSetProperty(&calls.data, nullptr, buffer, 4, 0); });
+    const LPCWSTR pin = WIDE_TEXT("PIN Identifier");
+    recordRows(calls, "CardGetContainerProperty", [&](PCARD_DATA record) {
+        return calls.data.pfnCardGetContainerProperty(record, 0, pin, buffer, 4, &size, 0);
+    });
+    calls.call("CardGetContainerProperty: no name", [&] {
+        return calls.data.pfnCardGetContainerProperty(&calls.data, 0, nullptr, buffer, 4, &size, 0);
+    });
+    calls.call("CardGetContainerProperty: no buffer", [&] {
+        return calls.data.pfnCardGetContainerProperty(&calls.data, 0, pin, nullptr, 4, &size, 0);
+    });
+    calls.call("CardGetContainerProperty: no pointer to the size", [&] {
+        return calls.data.pfnCardGetContainerProperty(&calls.data, 0, pin, buffer, 4, nullptr, 0);
+    });
+    calls.call("CardGetContainerProperty: flags", [&] {
+        return calls.data.pfnCardGetContainerProperty(&calls.data, 0, pin, buffer, 4, &size, 1);
+    });
+}
+
+void containers(Calls& calls) {
+    recordRows(calls, "CardGetContainerInfo", [&](PCARD_DATA record) {
+        CONTAINER_INFO info{};
+        const DWORD status = calls.data.pfnCardGetContainerInfo(record, 0, 0, &info);
+        calls.free(info.pbSigPublicKey);
+        calls.free(info.pbKeyExPublicKey);
+        return status;
+    });
+    calls.call("CardGetContainerInfo: no record to fill",
+               [&] { return calls.data.pfnCardGetContainerInfo(&calls.data, 0, 0, nullptr); });
+    const auto inform = [&](const std::string& what, BYTE container, DWORD flags, DWORD version) {
+        calls.call("CardGetContainerInfo: " + what, [&] {
+            CONTAINER_INFO info{};
+            info.dwVersion = version;
+            const DWORD status =
+                calls.data.pfnCardGetContainerInfo(&calls.data, container, flags, &info);
+            calls.tell("version", info.dwVersion);
+            calls.tellBytes("signature", info.pbSigPublicKey, info.cbSigPublicKey);
+            calls.tellBytes("exchange", info.pbKeyExPublicKey, info.cbKeyExPublicKey);
+            calls.free(info.pbSigPublicKey);
+            calls.free(info.pbKeyExPublicKey);
+            return status;
+        });
+    };
+    for (const BYTE container : {BYTE{0}, BYTE{1}, BYTE{2}, BYTE{3}, BYTE{255}}) {
+        inform("container " + number(container), container, 0, 1);
+    }
+    inform("flags", 0, 1, 1);
+    for (const DWORD version : {0u, 2u}) inform("version " + number(version), 0, 0, version);
+    PlatformSide::failAllocation(1);
+    inform("no memory", 0, 0, 1);
+    PlatformSide::failAllocation(0);
+}
+
+void pins(Calls& calls) {
+    DWORD attempts = 77;
+    BYTE pin[] = {'1', '2', '3', '4'};
+    PBYTE sessionPin = nullptr;
+    DWORD sessionSize = 0;
+    const auto pinCall = [&](const std::string& what, PIN_ID pinId, DWORD flags,
+                             const std::string& text, bool hasSession = false) {
+        calls.call("CardAuthenticateEx: " + what, [&] {
+            attempts = 77;
+            Bytes bytes(text.begin(), text.end());
+            const DWORD status = calls.data.pfnCardAuthenticateEx(
+                &calls.data, pinId, flags, text.empty() ? nullptr : bytes.data(),
+                static_cast<DWORD>(bytes.size()), hasSession ? &sessionPin : nullptr,
+                hasSession ? &sessionSize : nullptr, &attempts);
+            calls.tell("attempts", attempts);
+            return status;
+        });
+    };
+    recordRows(calls, "CardAuthenticateEx", [&](PCARD_DATA record) {
+        return calls.data.pfnCardAuthenticateEx(record, 1, 0, pin, 4, nullptr, nullptr, &attempts);
+    });
+    for (const PIN_ID pinId : {0u, 2u, 3u, 5u, 8u}) {
+        pinCall("PIN " + number(pinId), pinId, 0, "1234");
+    }
+    for (const DWORD flags : {1u, 0x40u, 0x10000000u, 0x20000000u, 0x10000040u, 0x20000040u}) {
+        pinCall("flags " + number(flags), 1, flags, "1234");
+        pinCall("flags " + number(flags) + " and a session", 1, flags, "1234", true);
+    }
+    pinCall("no PIN", 1, 0, "");
+    pinCall("too short a PIN", 1, 0, "1");
+    pinCall("too long a PIN", 1, 0, "12345678901234567890");
+    pinCall("a wrong PIN", 1, 0, "4321");
+    pinCall("a wrong signature PIN", 4, 0, "654321");
+    pinCall("the PIN", 1, 0, calls.card.pin(virtual_card::PinRole::Authentication));
+    pinCall("the signature PIN", 4, 0, calls.card.pin(virtual_card::PinRole::Signature));
+    recordRows(calls, "CardAuthenticatePin", [&](PCARD_DATA record) {
+        return calls.data.pfnCardAuthenticatePin(record, wide(WIDE_TEXT("user")), pin, 4,
+                                                 &attempts);
+    });
+    for (const LPCWSTR user : {WIDE_TEXT("user"), WIDE_TEXT("admin"), WIDE_TEXT("User"),
+                               WIDE_TEXT("other"), WIDE_TEXT("")}) {
+        calls.call("CardAuthenticatePin: " + narrow(user), [&] {
+            attempts = 77;
+            const DWORD status =
+                calls.data.pfnCardAuthenticatePin(&calls.data, wide(user), pin, 4, &attempts);
+            calls.tell("attempts", attempts);
+            return status;
+        });
+    }
+    calls.call("CardAuthenticatePin: no user", [&] {
+        return calls.data.pfnCardAuthenticatePin(&calls.data, nullptr, pin, 4, &attempts);
+    });
+    calls.call("CardAuthenticatePin: no PIN", [&] {
+        return calls.data.pfnCardAuthenticatePin(&calls.data, wide(WIDE_TEXT("user")), nullptr, 4,
+                                                 &attempts);
+    });
+}
+
+void signatures(Calls& calls) {
+    const bool isEcc = calls.card.isEcKey(0);
+    recordRows(calls, "CardSignData", [&](PCARD_DATA record) {
+        CARD_SIGNING_INFO info{};
+        return calls.data.pfnCardSignData(record, &info);
+    });
+    calls.call("CardSignData: no record of the signature",
+               [&] { return calls.data.pfnCardSignData(&calls.data, nullptr); });
+    Bytes hash(64, 0x11);
+    const auto sign = [&](const std::string& what,
+                          const std::function<void(CARD_SIGNING_INFO&)>& change) {
+        calls.call("CardSignData: " + what, [&] {
+            CARD_SIGNING_INFO info{};
+            info.dwVersion = 1;
+            info.dwKeySpec = isEcc ? AT_ECDSA_P256 : AT_KEYEXCHANGE;
+            info.aiHashAlg = isEcc ? 0 : 0x800C;
+            info.pbData = hash.data();
+            info.cbData = 32;
+            change(info);
+            const DWORD status = calls.data.pfnCardSignData(&calls.data, &info);
+            // An EC signature is another each time.
+            calls.tell("size", info.cbSignedData);
+            calls.free(info.pbSignedData);
+            return status;
+        });
+    };
+    for (const DWORD version : {0u, 1u, 2u, 3u}) {
+        sign("version " + number(version), [&](auto& info) { info.dwVersion = version; });
+    }
+    for (const DWORD flags : {1u, 0x00400000u, 0x01000000u, 0x20000000u, 0x40000000u}) {
+        sign("flags " + number(flags), [&](auto& info) { info.dwSigningFlags = flags; });
+    }
+    for (const BYTE container : {BYTE{1}, BYTE{2}, BYTE{3}, BYTE{255}}) {
+        sign("container " + number(container),
+             [&](auto& info) { info.bContainerIndex = container; });
+        sign("the size of container " + number(container), [&](auto& info) {
+            info.bContainerIndex = container;
+            info.dwSigningFlags = CARD_BUFFER_SIZE_ONLY;
+        });
+    }
+    for (DWORD keySpecification = 0; keySpecification < 10; ++keySpecification) {
+        sign("key specification " + number(keySpecification),
+             [&](auto& info) { info.dwKeySpec = keySpecification; });
+    }
+    sign("no data", [](auto& info) { info.pbData = nullptr; });
+    for (const DWORD length : {0u, 1u, 20u, 36u, 64u}) {
+        sign(number(length) + " bytes", [&](auto& info) { info.cbData = length; });
+    }
+    for (const DWORD length : {20u, 28u, 32u, 48u, 64u}) {
+        for (const ALG_ID algorithm : {0u, 0x8003u, 0x8004u, 0x800Bu, 0x800Cu, 0x800Du, 0x800Eu}) {
+            sign("algorithm " + number(algorithm) + ", " + number(length) + " bytes",
+                 [&](auto& info) {
+                     info.aiHashAlg = algorithm;
+                     info.cbData = length;
+                 });
+        }
+    }
+    for (const LPCWSTR name :
+         {WIDE_TEXT("SHA1"), WIDE_TEXT("SHA224"), WIDE_TEXT("SHA256"), WIDE_TEXT("SHA384"),
+          WIDE_TEXT("SHA512"), WIDE_TEXT("MD5"), WIDE_TEXT("sha256"), WIDE_TEXT("")}) {
+        for (const DWORD padding : {0u, 1u, 2u, 4u, 8u}) {
+            sign("hash " + narrow(name) + ", padding " + number(padding), [&](auto& info) {
+                static BCRYPT_PSS_PADDING_INFO parameters;
+                parameters = {name, 32};
+                info.dwVersion = 2;
+                info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+                info.pPaddingInfo = &parameters;
+                info.dwPaddingType = padding;
+                info.aiHashAlg = 0;
+            });
+        }
+    }
+    sign("both ways of naming the hash", [](auto& info) {
+        static BCRYPT_PKCS1_PADDING_INFO parameters;
+        parameters = {WIDE_TEXT("SHA256")};
+        info.dwVersion = 2;
+        info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+        info.pPaddingInfo = &parameters;
+        info.dwPaddingType = CARD_PADDING_PKCS1;
+        info.aiHashAlg = 0x800C;
+    });
+    PlatformSide::failAllocation(1);
+    sign("no memory", [](auto&) {});
+    PlatformSide::failAllocation(0);
+}
+
+void decryptions(Calls& calls) {
+    recordRows(calls, "CardRSADecrypt", [&](PCARD_DATA record) {
+        CARD_RSA_DECRYPT_INFO info{};
+        return calls.data.pfnCardRSADecrypt(record, &info);
+    });
+    calls.call("CardRSADecrypt: no record of the block",
+               [&] { return calls.data.pfnCardRSADecrypt(&calls.data, nullptr); });
+    const auto decrypt = [&](const std::string& what,
+                             const std::function<void(CARD_RSA_DECRYPT_INFO&)>& change) {
+        calls.call("CardRSADecrypt: " + what, [&] {
+            Bytes block(600, 0x01);
+            CARD_RSA_DECRYPT_INFO info{};
+            info.dwVersion = 2;
+            info.dwKeySpec = AT_KEYEXCHANGE;
+            info.pbData = block.data();
+            info.cbData = 256;
+            info.dwPaddingType = CARD_PADDING_PKCS1;
+            change(info);
+            const DWORD status = calls.data.pfnCardRSADecrypt(&calls.data, &info);
+            calls.tell("version", info.dwVersion);
+            calls.tell("size", info.cbData);
+            return status;
+        });
+    };
+    for (const DWORD version : {0u, 1u, 2u, 3u}) {
+        decrypt("version " + number(version), [&](auto& info) { info.dwVersion = version; });
+    }
+    for (const BYTE container : {BYTE{0}, BYTE{1}, BYTE{2}, BYTE{3}, BYTE{255}}) {
+        for (const DWORD keySpecification : {0u, 1u, 2u, 3u}) {
+            decrypt("container " + number(container) + ", key specification " +
+                        number(keySpecification),
+                    [&](auto& info) {
+                        info.bContainerIndex = container;
+                        info.dwKeySpec = keySpecification;
+                    });
+        }
+    }
+    decrypt("no block", [](auto& info) { info.pbData = nullptr; });
+    for (const DWORD length : {0u, 1u, 127u, 128u, 255u, 257u, 384u, 512u}) {
+        decrypt(number(length) + " bytes", [&](auto& info) { info.cbData = length; });
+    }
+    for (const DWORD padding : {0u, 1u, 4u, 8u}) {
+        decrypt("padding " + number(padding), [&](auto& info) { info.dwPaddingType = padding; });
+        decrypt("padding " + number(padding) + " and its parameters", [&](auto& info) {
+            info.dwPaddingType = padding;
+            info.pPaddingInfo = info.pbData;
+        });
+    }
+}
+
+void agreements(Calls& calls) {
+    CARD_DATA& data = calls.data;
+    calls.call("CspGetDHAgreement",
+               [&] { return data.pfnCspGetDHAgreement(&data, nullptr, nullptr, 0); });
+    if (data.pfnCardConstructDHAgreement == nullptr) return;
+    recordRows(calls, "CardConstructDHAgreement", [&](PCARD_DATA record) {
+        CARD_DH_AGREEMENT_INFO info{};
+        return data.pfnCardConstructDHAgreement(record, &info);
+    });
+    recordRows(calls, "CardDeriveKey", [&](PCARD_DATA record) {
+        CARD_DERIVE_KEY info{};
+        return data.pfnCardDeriveKey(record, &info);
+    });
+    recordRows(calls, "CardDestroyDHAgreement",
+               [&](PCARD_DATA record) { return data.pfnCardDestroyDHAgreement(record, 0, 0); });
+    calls.call("CardConstructDHAgreement: no record of it",
+               [&] { return data.pfnCardConstructDHAgreement(&data, nullptr); });
+    calls.call("CardDeriveKey: no record of it",
+               [&] { return data.pfnCardDeriveKey(&data, nullptr); });
+    const Bytes own = calls.card.publicKey(0);
+    const auto agree = [&](const std::string& what,
+                           const std::function<void(CARD_DH_AGREEMENT_INFO&)>& change) {
+        calls.call("CardConstructDHAgreement: " + what, [&] {
+            Bytes blob = own;
+            blob.resize(own.size() + 8);
+            CARD_DH_AGREEMENT_INFO info{};
+            info.dwVersion = 2;
+            info.dwPublicKey = static_cast<DWORD>(own.size());
+            info.pbPublicKey = blob.data();
+            change(info);
+            const DWORD status = data.pfnCardConstructDHAgreement(&data, &info);
+            calls.tell("secret", info.bSecretAgreementIndex);
+            return status;
+        });
+    };
+    agree("the card's own key", [](auto&) {});
+    for (const DWORD version : {0u, 1u, 3u}) {
+        agree("version " + number(version), [&](auto& info) { info.dwVersion = version; });
+    }
+    for (const DWORD flags : {1u, 0x20000000u}) {
+        agree("flags " + number(flags), [&](auto& info) { info.dwFlags = flags; });
+    }
+    for (const BYTE container : {BYTE{1}, BYTE{2}, BYTE{3}, BYTE{255}}) {
+        agree("container " + number(container),
+              [&](auto& info) { info.bContainerIndex = container; });
+    }
+    agree("no key", [](auto& info) { info.pbPublicKey = nullptr; });
+    for (const DWORD length : {0u, 7u, 8u, 9u}) {
+        agree(number(length) + " bytes", [&](auto& info) { info.dwPublicKey = length; });
+    }
+    agree("a byte less", [](auto& info) { --info.dwPublicKey; });
+    agree("a byte more", [](auto& info) { ++info.dwPublicKey; });
+    agree("another kind of key", [](auto& info) { info.pbPublicKey[0] ^= 1; });
+    agree("another length in it", [](auto& info) { ++info.pbPublicKey[4]; });
+    const auto derive = [&](const std::string& what,
+                            const std::function<void(CARD_DERIVE_KEY&)>& change) {
+        calls.call("CardDeriveKey: " + what, [&] {
+            CARD_DERIVE_KEY info{};
+            info.dwVersion = 2;
+            info.pwszKDF = wide(WIDE_TEXT("HASH"));
+            change(info);
+            const DWORD status = data.pfnCardDeriveKey(&data, &info);
+            calls.tellBytes("key", info.pbDerivedKey, info.cbDerivedKey);
+            calls.free(info.pbDerivedKey);
+            return status;
+        });
+    };
+    derive("of the secret", [](auto&) {});
+    for (const DWORD version : {0u, 1u, 3u}) {
+        derive("version " + number(version), [&](auto& info) { info.dwVersion = version; });
+    }
+    for (const DWORD flags : {1u, 2u, 0x01000000u}) {
+        derive("flags " + number(flags), [&](auto& info) { info.dwFlags = flags; });
+    }
+    derive("of no such secret", [](auto& info) { info.bSecretAgreementIndex = 7; });
+    derive("no way named", [](auto& info) { info.pwszKDF = nullptr; });
+    for (const LPCWSTR way : {WIDE_TEXT("HMAC"), WIDE_TEXT("TLS_PRF"), WIDE_TEXT("hash"),
+                              WIDE_TEXT("SP800_56A_CONCAT"), WIDE_TEXT("")}) {
+        derive("by " + narrow(way), [&](auto& info) { info.pwszKDF = wide(way); });
+    }
+    for (const LPCWSTR name : {WIDE_TEXT("SHA1"), WIDE_TEXT("SHA256"), WIDE_TEXT("SHA384"),
+                               WIDE_TEXT("SHA512"), WIDE_TEXT("MD5"), WIDE_TEXT("")}) {
+        for (const DWORD type : {0u, 1u, 2u, 3u}) {
+            derive("with " + narrow(name) + " as parameter " + number(type), [&](auto& info) {
+                static BCryptBuffer buffer;
+                static BCryptBufferDesc list;
+                buffer = {static_cast<ULONG>((narrow(name).size() + 1) * sizeof(WCHAR)), type,
+                          wide(name)};
+                list = {0, 1, &buffer};
+                info.pParameterList = &list;
+            });
+        }
+    }
+    derive("with parameters that are not there", [](auto& info) {
+        static BCryptBufferDesc list;
+        list = {0, 1, nullptr};
+        info.pParameterList = &list;
+    });
+    for (const BYTE secret : {BYTE{7}, BYTE{0}, BYTE{0}}) {
+        calls.call("CardDestroyDHAgreement: secret " + number(secret),
+                   [&] { return data.pfnCardDestroyDHAgreement(&data, secret, 0); });
+    }
+    calls.call("CardDestroyDHAgreement: flags",
+               [&] { return data.pfnCardDestroyDHAgreement(&data, 0, 1); });
+}
+
+void refusals(Calls& calls) {
+    CARD_DATA& data = calls.data;
+    const auto refuse = [&](const char* name, const std::function<DWORD(PCARD_DATA)>& entry) {
+        recordRows(calls, name, entry);
+        calls.call(name, [&] { return entry(&data); });
+    };
+    refuse("CardDeleteContainer", [&](auto r) { return data.pfnCardDeleteContainer(r, 0, 0); });
+    refuse("CardCreateContainer",
+           [&](auto r) { return data.pfnCardCreateContainer(r, 0, 0, 0, 0, nullptr); });
+    refuse("CardGetChallenge",
+           [&](auto r) { return data.pfnCardGetChallenge(r, nullptr, nullptr); });
+    refuse("CardAuthenticateChallenge",
+           [&](auto r) { return data.pfnCardAuthenticateChallenge(r, nullptr, 0, nullptr); });
+    refuse("CardUnblockPin", [&](auto r) {
+        return data.pfnCardUnblockPin(r, nullptr, nullptr, 0, nullptr, 0, 0, 0);
+    });
+    refuse("CardChangeAuthenticator", [&](auto r) {
+        return data.pfnCardChangeAuthenticator(r, nullptr, nullptr, 0, nullptr, 0, 0, 0, nullptr);
+    });
+    refuse("CardCreateDirectory",
+           [&](auto r) { return data.pfnCardCreateDirectory(r, nullptr, UserCreateDeleteDirAc); });
+    refuse("CardDeleteDirectory", [&](auto r) { return data.pfnCardDeleteDirectory(r, nullptr); });
+    refuse("CardCreateFile", [&](auto r) {
+        return data.pfnCardCreateFile(r, nullptr, nullptr, 0, EveryoneReadUserWriteAc);
+    });
+    refuse("CardWriteFile",
+           [&](auto r) { return data.pfnCardWriteFile(r, nullptr, nullptr, 0, nullptr, 0); });
+    refuse("CardDeleteFile",
+           [&](auto r) { return data.pfnCardDeleteFile(r, nullptr, nullptr, 0); });
+    refuse("CardGetChallengeEx",
+           [&](auto r) { return data.pfnCardGetChallengeEx(r, 1, nullptr, nullptr, 0); });
+    refuse("CardChangeAuthenticatorEx", [&](auto r) {
+        return data.pfnCardChangeAuthenticatorEx(r, 0, 1, nullptr, 0, 1, nullptr, 0, 0, nullptr);
+    });
+    refuse("CardDeauthenticateEx", [&](auto r) { return data.pfnCardDeauthenticateEx(r, 2, 0); });
+    refuse("CardSetContainerProperty",
+           [&](auto r) { return data.pfnCardSetContainerProperty(r, 0, nullptr, nullptr, 0, 0); });
+    refuse("MDImportSessionKey", [&](auto r) {
+        return data.pfnMDImportSessionKey(r, nullptr, nullptr, nullptr, nullptr, 0);
+    });
+    refuse("MDEncryptData", [&](auto r) {
+        return data.pfnMDEncryptData(r, 0, nullptr, nullptr, 0, 0, nullptr, nullptr);
+    });
+    refuse("CardImportSessionKey", [&](auto r) {
+        return data.pfnCardImportSessionKey(r, 0, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
+                                            0);
+    });
+    refuse("CardGetSharedKeyHandle", [&](auto r) {
+        return data.pfnCardGetSharedKeyHandle(r, nullptr, 0, nullptr, nullptr, nullptr);
+    });
+    refuse("CardGetAlgorithmProperty", [&](auto r) {
+        return data.pfnCardGetAlgorithmProperty(r, nullptr, nullptr, nullptr, 0, nullptr, 0);
+    });
+    refuse("CardGetKeyProperty", [&](auto r) {
+        return data.pfnCardGetKeyProperty(r, 0, nullptr, nullptr, 0, nullptr, 0);
+    });
+    refuse("CardSetKeyProperty",
+           [&](auto r) { return data.pfnCardSetKeyProperty(r, 0, nullptr, nullptr, 0, 0); });
+    refuse("CardDestroyKey", [&](auto r) { return data.pfnCardDestroyKey(r, 0); });
+    refuse("CardProcessEncryptedData", [&](auto r) {
+        return data.pfnCardProcessEncryptedData(r, 0, nullptr, nullptr, 0, nullptr, 0, nullptr, 0);
+    });
+    refuse("CardCreateContainerEx",
+           [&](auto r) { return data.pfnCardCreateContainerEx(r, 0, 0, 0, 0, nullptr, 0); });
+    calls.call("CspUnpadData", [&] { return data.pfnCspUnpadData(nullptr, nullptr, nullptr); });
+}
+
+std::string seen(int cardType) {
+    Calls calls(cardType);
+    acquisitions(calls);
+    if (!calls.card.acquired) return calls.text();
+    files(calls);
+    capabilities(calls);
+    properties(calls);
+    containers(calls);
+    pins(calls);
+    signatures(calls);
+    decryptions(calls);
+    agreements(calls);
+    refusals(calls);
+    calls.call("CardDeleteContext: no record",
+               [&] { return calls.data.pfnCardDeleteContext(nullptr); });
+    calls.call("CardDeleteContext", [&] {
+        calls.card.release();
+        return DWORD{0};
+    });
+    return calls.text();
+}
+
+// RSA keys alone, a second signing key, and keys of both kinds.
+class EveryCall : public ::testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(CardType, EveryCall, ::testing::Values(3, 4, 6),
+                         ::testing::PrintToStringParamName());
+
+TEST_P(EveryCall, AnswersExactlyAsItIsKept) {
+    const std::filesystem::path folder = programFolder();
+    const std::string name = "card-type-" + std::to_string(GetParam()) + ".txt";
+    std::ifstream file(folder / "calls" / name, std::ios::binary);
+    std::stringstream kept;
+    kept << file.rdbuf();
+    const std::string now = seen(GetParam());
+    if (now == kept.str()) return;
+    std::filesystem::create_directories(folder / "calls-seen");
+    std::ofstream(folder / "calls-seen" / name, std::ios::binary) << now;
+    std::istringstream left(now);
+    std::istringstream right(kept.str());
+    std::string ofNow;
+    std::string ofKept;
+    std::string call;
+    do {
+        if (!ofNow.starts_with(' ')) call = ofNow;
+        if (!std::getline(left, ofNow)) ofNow = "(end)";
+        if (!std::getline(right, ofKept)) ofKept = "(end)";
+    } while (ofNow == ofKept);
+    FAIL() << name << ", " << call << "\n  seen: " << ofNow << "\n  kept: " << ofKept
+           << "\nThe whole of what was seen: " << folder / "calls-seen" / name;
+}
+
+}  // namespace
+}  // namespace boundary

@@ -1,0 +1,404 @@
+#!/usr/bin/env python3
+"""Faults of one token in src/, and which of them no test sees.
+
+Usage: tools/mutants.py [--seed N] [--count N] [--since REF] [--only unit|boundary] [--jobs N] [FILE ...]
+       tools/mutants.py --check-lists
+
+A fault is one token exchanged: an operator for its neighbour, a number for the next, a name for another of
+its family (SCARD_..., CardType::...), a letter of a text. Of all places in src/, in those lines that changed
+since REF, or in the files named, a seeded sample of --count is taken. Each fault is compiled by itself and
+linked into unit_driver and boundary_tests of build/sanitized; the tests that run the place come first, and
+the first one that fails ends it. A fault that does not compile is no fault; another is taken.
+
+Survivors must stand in tests/mutants/accepted.txt, with the reason why nothing can see them; with
+'--only boundary', which asks what the boundary suite sees by itself, in tests/mutants/within.txt as well.
+Exit code 1 for any other survivor, and for a line of these lists that fits no line of src/ any more.
+
+  --since REF       the lines that changed since REF only
+  --only PROGRAM    with the tests of one program only
+  --again           the survivors of the last run only (build/mutants/survivors.json)
+  --check-lists     only see that each line of the two lists still fits a line of src/; quick
+"""
+import argparse
+import collections
+import concurrent.futures
+import json
+import os
+import pathlib
+import queue
+import random
+import re
+import resource
+import signal
+import subprocess
+import sys
+import time
+
+import driver_variant
+import reasoned_list
+from driver_variant import PROGRAMS, ROOT, run
+
+FOLDER = ROOT / "build" / "mutants"
+ACCEPTED = ROOT / "tests" / "mutants" / "accepted.txt"
+WITHIN = ROOT / "tests" / "mutants" / "within.txt"
+OPTIONS = ["-w", "-O0", "-gline-tables-only", "-fsanitize-coverage=bb,trace-pc-guard"]
+# What the platform publishes is no code of ours, and these are not part of the native library.
+LEFT_OUT = re.compile(r"src/platform/|src/frame/dll_main\.cpp")
+
+TOKEN = re.compile(r"""
+    (?P<comment>//[^\n]*|/\*.*?\*/)
+  | (?P<line>^[ \t]*\#[^\n]*)
+  | (?P<checked>\bstatic_assert\s*\(.*?\);)
+  | (?P<text>"(?:[^"\\\n]|\\.)*")
+  | (?P<character>'(?:[^'\\\n]|\\.)+')
+  | (?P<number>\b(?:0[xX][0-9A-Fa-f']+|\d[\d']*)[uUlL]*\b)
+  | (?P<member>\b[A-Z]\w*::[a-zA-Z]\w*\b)
+  | (?P<constant>\b[A-Z][A-Z0-9]*_[A-Z0-9_]+\b)
+  | (?P<word>\b[A-Za-z_]\w*\b)
+  | (?P<operator>(?<=\ )(?:==|!=|<=|>=|&&|\|\||<<|>>|[-+*/%&|]=|[<>+\-*/%&|])(?=\s)|\+\+|--|!(?=[\w(*])|~(?=[\w(]))
+""", re.X | re.S | re.M)
+
+OPERATORS = {
+    "==": ["!="], "!=": ["=="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"],
+    "&&": ["||"], "||": ["&&"], "<<": [">>"], ">>": ["<<"], "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"],
+    "%": ["*"], "&": ["|"], "|": ["&"], "+=": ["-="], "-=": ["+="], "|=": ["&="], "&=": ["|="], "*=": ["/="],
+    "/=": ["*="], "++": ["--"], "--": ["++"], "!": [""], "~": [""],
+}
+WORDS = {"true": ["false"], "false": ["true"], "break": ["continue"], "continue": ["break"]}
+
+Fault = collections.namedtuple("Fault", "file line column old new text")
+
+
+def next_number(word):
+    digits = re.match(r"0[xX][0-9A-Fa-f']+|[\d']+", word)[0]
+    value = int(digits.replace("'", ""), 0 if digits[:2] in ("0x", "0X") else 10)
+    suffix = word[len(digits):]
+    form = "{:#x}" if digits[:2] in ("0x", "0X") else "{}"
+    return [form.format(other) + suffix for other in (value + 1, value - 1) if other >= 0]
+
+
+def other_letter(text, chance):
+    """The same text with one letter or digit another one; none where there is none."""
+    plain = re.sub(r"\\x[0-9A-Fa-f]+|\\.|\{[^}]*\}|%[-0-9.]*\w", lambda found: "\0" * len(found[0]), text)
+    places = [at for at, letter in enumerate(plain) if letter.isalnum() and letter.isascii()]
+    if not places:
+        return []
+    at = chance.choice(places)
+    other = {"z": "y", "Z": "Y", "9": "8"}.get(text[at], chr(ord(text[at]) + 1))
+    return [text[:at] + other + text[at + 1:]]
+
+
+def places_in(path, families, chance):
+    """Each token of a file that can be exchanged, with one exchange for each."""
+    content = path.read_text(encoding="utf-8")
+    lines = content.splitlines()
+    for found in TOKEN.finditer(content):
+        kind, word = found.lastgroup, found[0]
+        match kind:
+            case "operator":
+                choices = OPERATORS.get(word, [])
+            case "word":
+                choices = WORDS.get(word, [])
+            case "number":
+                choices = next_number(word)
+            case "text" | "character":
+                choices = other_letter(word, chance)
+            case "constant" | "member":
+                family = families[family_of(word)]
+                choices = sorted(family - {word}) if word in family else []
+            case _:
+                choices = []
+        if choices:
+            line = content.count("\n", 0, found.start())
+            column = found.start() - (content.rfind("\n", 0, found.start()) + 1)
+            yield Fault(str(path.relative_to(ROOT)), line + 1, column, word, chance.choice(choices),
+                        lines[line].strip())
+
+
+def family_of(word):
+    return word.split("::")[0] + "::" if "::" in word else word.split("_")[0] + "_"
+
+
+def sources():
+    names = run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "src/*/*.cpp", "src/*/*.h"],
+                cwd=ROOT).split()
+    return [ROOT / name for name in names if not LEFT_OUT.search(name)]
+
+
+def type_names():
+    """Published names of types: one for another would mostly be the same."""
+    names = set()
+    for header in [*(ROOT / "src" / "platform").glob("*.h"), *(ROOT / "posix").glob("*.h")]:
+        content = header.read_text(encoding="utf-8")
+        names.update(re.findall(r"(?:using|struct|enum|union|class) (\w+)", content))
+        names.update(name for line in re.findall(r"(?:typedef [^;{]*|}) ?([\w ,*]+);", content)
+                     for name in re.findall(r"\w+", line))
+    return names
+
+
+def all_places(seed):
+    families = collections.defaultdict(set)
+    types = type_names()
+    for path in sources():
+        for found in TOKEN.finditer(path.read_text(encoding="utf-8")):
+            if found.lastgroup in ("constant", "member") and found[0] not in types:
+                families[family_of(found[0])].add(found[0])
+    # By file and not by one row of chances: what changes in one file leaves the others' faults alone.
+    return [place for path in sources()
+            for place in places_in(path, families, random.Random(f"{seed} {path.relative_to(ROOT)}"))]
+
+
+def changed_lines(reference):
+    """(file, line) of what differs from a reference."""
+    changed, name = set(), None
+    for line in run(["git", "diff", "--unified=0", reference, "--", "src"], cwd=ROOT).splitlines():
+        if line.startswith("+++ b/"):
+            name = line[6:]
+        elif (found := re.match(r"@@ -\S+ \+(\d+)(?:,(\d+))? @@", line)) and name:
+            first, count = int(found[1]), int(found[2] or 1)
+            changed.update((name, at) for at in range(first, first + count))
+    return changed
+
+
+# The lists -----------------------------------------------------------------------------------------
+
+def exchange_of(fault):
+    return f"{fault.old} -> {fault.new}"
+
+
+def is_listed(entries, fault):
+    return any(reasoned_list.fits(entry, fault.file, fault.text, exchange_of(fault)) for entry in entries)
+
+
+# Running -------------------------------------------------------------------------------------------
+
+ENVIRONMENT = {**os.environ, "ASAN_OPTIONS": "hard_rss_limit_mb=4096:detect_stack_use_after_return=0",
+               "LSAN_OPTIONS": "report_objects=0"}
+
+
+def processor_seconds():
+    """Of all commands that have ended."""
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
+def run_tests(program, tests, limit):
+    """Whether all of these tests of a program pass, within so many seconds of the processor's time: a machine
+    that is busy otherwise, or a program that was stopped for a while, sees no fault. What waits for ever is
+    given ten times as long."""
+    flags = program.parent / "tests.txt"
+    flags.write_text("--gtest_filter=" + ":".join(tests) + "\n--gtest_fail_fast\n--gtest_brief=1\n")
+    process = subprocess.Popen([program, f"--gtest_flagfile={flags}"], cwd=program.parent,
+                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL, env=ENVIRONMENT, start_new_session=True,
+                               preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (limit, limit)))
+    try:
+        return process.wait(10 * limit) == 0
+    except subprocess.TimeoutExpired:
+        os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+        return False
+
+
+class Reach:
+    """Which tests run which lines of src/."""
+
+    def __init__(self, program, record):
+        self.milliseconds = {}
+        by_address = collections.defaultdict(set)
+        for line in record.read_text().splitlines():
+            test, milliseconds, *addresses = line.split()
+            self.milliseconds[test] = int(milliseconds)
+            for address in addresses:
+                by_address[address].add(test)
+        places = subprocess.run(
+            ["llvm-symbolizer-14", f"--obj={program}", "--output-style=GNU", "--functions=none", "--no-inlines"],
+            input="\n".join(f"0x{address}" for address in by_address) + "\n", capture_output=True, text=True,
+            check=True).stdout.split("\n")
+        self.by_file = collections.defaultdict(lambda: collections.defaultdict(set))
+        for address, place in zip(by_address, places):
+            path, line = place.split(" ")[0].rsplit(":", 1)
+            if path.startswith(str(ROOT / "src")) and line.isdigit():
+                self.by_file[os.path.relpath(path, ROOT)][int(line)] |= by_address[address]
+
+    def of(self, fault):
+        """The tests in the order to try them, in heaps: those near the place; those of its file; the rest."""
+        lines = self.by_file[fault.file]
+        at = max((line for line in lines if line <= fault.line), default=None)
+        near = lines[at] if at is not None else set()
+        near |= lines.get(fault.line, set())
+        file = set().union(*lines.values()) if lines else set()
+        rest = set(self.milliseconds) - file
+        quick = sorted(near, key=self.milliseconds.get)
+        heaps, spent = [[], [], sorted(file - near), sorted(rest)], 0
+        for test in quick:
+            spent += 2 + self.milliseconds[test]
+            heaps[0 if spent < 300 else 1].append(test)
+        return [heap for heap in heaps if heap]
+
+
+def scratch(index):
+    return FOLDER / f"worker{index}"
+
+
+class Bench:
+    def __init__(self, programs):
+        self.programs = programs
+        driver_variant.build_programs(programs)
+        self.variant = driver_variant.Variant(FOLDER / "baseline", "clang++-14", OPTIONS)
+        self.variant.compile()
+        self.recorder = FOLDER / "reach_recorder.o"
+        run(["clang++-14", "-O1", "-std=c++20", "-isystem", "/usr/src/googletest/googletest/include", "-c",
+             ROOT / "tests" / "mutants" / "reach_recorder.cpp", "-o", self.recorder])
+        self.reach, self.limit = {}, 0
+        for program in programs:
+            made, record = driver_variant.place_for(program, FOLDER), FOLDER / f"{program}.reach.txt"
+            said = driver_variant.link(program, self.variant.objects(), made, self.recorder)
+            if said:
+                raise SystemExit(said)
+            spent = processor_seconds()
+            subprocess.run([made, "--gtest_brief=1", f"--gtest_filter={driver_variant.BRISK}"], cwd=made.parent, check=True, stdout=subprocess.DEVNULL,
+                           stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+                           env={**ENVIRONMENT, "KELMORA_REACH": str(record)})
+            self.limit = max(self.limit, 10 + 3 * int(processor_seconds() - spent))
+            self.reach[program] = Reach(made, record)
+        self.folders = queue.SimpleQueue()
+
+    def plant(self, fault, folder):
+        """Compiles what a fault changes; the objects to link, or None if it does not compile."""
+        source = ROOT / fault.file
+        lines = source.read_text(encoding="utf-8").splitlines(keepends=True)
+        line = lines[fault.line - 1]
+        lines[fault.line - 1] = line[:fault.column] + fault.new + line[fault.column + len(fault.old):]
+        tree = folder / "src"
+        planted = tree / pathlib.Path(fault.file).relative_to("src")
+        planted.parent.mkdir(parents=True, exist_ok=True)
+        planted.write_text("".join(lines), encoding="utf-8")
+        objects = {path: self.variant.object_of(path) for path in driver_variant.compile_commands()}
+        users = [source] if source in objects else self.variant.includers(source)
+        try:
+            for at, user in enumerate(users):
+                made = folder / f"fault{at}.o"
+                command = [*self.variant.command(user, f"-I{tree}"), "-c",
+                           planted if user == source else user, "-o", made]
+                done = subprocess.run([str(word) for word in command], capture_output=True)
+                if done.returncode:
+                    return None
+                objects[user] = made
+        finally:
+            planted.unlink()
+        return list(objects.values()) if users else None
+
+    def try_fault(self, fault, wanted):
+        """'uncompiled', the name of the program that saw it, or 'survived'."""
+        folder = self.folders.get()
+        try:
+            objects = self.plant(fault, folder)
+            if objects is None:
+                return "uncompiled"
+            for program in wanted:
+                made = driver_variant.place_for(program, folder)
+                if driver_variant.link(program, objects, made, "-Wl,--strip-debug", self.recorder):
+                    return "uncompiled"
+                if not all(run_tests(made, heap, self.limit) for heap in self.reach[program].of(fault)):
+                    return program
+            return "survived"
+        finally:
+            self.folders.put(folder)
+
+
+def choose(options):
+    """The faults in the order to try them."""
+    places = all_places(options.seed)
+    if options.again:
+        last = [Fault(*entry) for entry in json.loads((FOLDER / "survivors.json").read_text())]
+        # By what stands there: lines may have moved.
+        known = {(place.file, place.text, place.old): place for place in places}
+        return [known[key]._replace(new=fault.new) for fault in last
+                if (key := (fault.file, fault.text, fault.old)) in known]
+    if options.files:
+        wanted = {str((pathlib.Path.cwd() / name).resolve().relative_to(ROOT)) for name in options.files}
+        places = [place for place in places if place.file in wanted]
+    if options.since:
+        changed = changed_lines(options.since)
+        places = [place for place in places if (place.file, place.line) in changed]
+    random.Random(options.seed).shuffle(places)
+    return places
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--seed", default="1")
+    parser.add_argument("--count", type=int, default=100)
+    parser.add_argument("--since")
+    parser.add_argument("--only", choices=("unit", "boundary"))
+    parser.add_argument("--jobs", type=int, default=driver_variant.JOBS)
+    parser.add_argument("--again", action="store_true")
+    parser.add_argument("--check-lists", action="store_true")
+    parser.add_argument("files", nargs="*")
+    options = parser.parse_args()
+
+    accepted, within = reasoned_list.read(ACCEPTED), reasoned_list.read(WITHIN)
+    outdated = list(reasoned_list.stale(accepted + within))
+    for line in outdated:
+        print(f"not ok - {line}")
+    if options.check_lists:
+        if not outdated:
+            print("ok - each accepted fault's line stands in src/")
+        return 1 if outdated else 0
+
+    faults = choose(options)
+    if not faults:
+        print("no place in src/ to plant a fault at")
+        return 1 if outdated else 0
+    programs = [name for name in PROGRAMS if options.only is None or name.startswith(options.only)]
+    if options.only == "boundary":
+        accepted += within
+    bench = Bench(programs)
+    for index in range(options.jobs):
+        bench.folders.put(scratch(index))
+
+    began = time.monotonic()
+    counts, survivors = collections.Counter(), []
+    waiting = iter(faults)
+
+    def report(fault, outcome):
+        counts[outcome] += 1
+        if outcome == "survived":
+            listed = is_listed(accepted, fault)
+            counts["listed"] += listed
+            if not listed:
+                survivors.append(fault)
+            print(f"{'listed  ' if listed else 'SURVIVED'} {fault.file}:{fault.line}: {fault.old} -> {fault.new}\n"
+                  f"         {fault.text}", flush=True)
+        tried = sum(counts[name] for name in (*programs, "survived"))
+        if tried and tried % 50 == 0 and outcome != "uncompiled":
+            print(f"{tried} faults in {time.monotonic() - began:.0f} s, {counts['survived']} survived", flush=True)
+
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        running = {}
+        tried = 0
+        while True:
+            while len(running) < options.jobs and tried + len(running) < options.count:
+                fault = next(waiting, None)
+                if fault is None:
+                    break
+                running[pool.submit(bench.try_fault, fault, programs)] = fault
+            if not running:
+                break
+            done, _ = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)
+            for future in done:
+                fault, outcome = running.pop(future), future.result()
+                tried += outcome != "uncompiled"
+                report(fault, outcome)
+
+    (FOLDER / "survivors.json").write_text(json.dumps(survivors, indent=1))
+    seen = ", ".join(f"{counts[name]} by {name}" for name in programs)
+    print(f"{tried} faults (seed {options.seed}) in {time.monotonic() - began:.0f} s: seen {seen}; "
+          f"{counts['survived']} survived, {counts['listed']} of them listed; "
+          f"{counts['uncompiled']} more did not compile")
+    return 1 if survivors or outdated else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
