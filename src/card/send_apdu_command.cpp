@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <utility>
 
 #include "apdu/apdu_commands.h"
 #include "bytes/byte_texts.h"
@@ -11,7 +11,6 @@
 namespace KelmoraID {
 namespace {
 
-constexpr std::size_t receiveBufferSize = 512;
 constexpr DWORD firstReceiveLength = 510;
 constexpr DWORD statusWordLength = 2;
 
@@ -22,27 +21,30 @@ constexpr int maxWithoutData = 1'024;
 
 }  // namespace
 
-ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector& command,
-                                            DWORD announcedLength) {
+std::span<const BYTE> CardTransactionHandler::exchange(ApduResult& result,
+                                                       const ByteVector& command,
+                                                       DWORD announcedLength,
+                                                       ReceiveBuffer& buffer) {
     trace([&] {
         return fmt::format("APDU command (hSCard={:X}): {}", hSCard_, bytesToLogHex(command));
     });
     // Zeros, since a failing call may leave a length but no bytes.
-    std::array<BYTE, receiveBufferSize> buffer{};
+    buffer.fill(0);
     DWORD received = announcedLength;
     result.transportErrorCode =
         SCardTransmit(hSCard_, &sendPci, command.data(), static_cast<DWORD>(command.size()),
                       nullptr, buffer.data(), &received);
     trace([&] { return fmt::format("Bytes received: {}", received); });
     const auto length = std::min<std::size_t>(received, buffer.size());
-    return ByteVector(buffer.data(), buffer.data() + length);
+    return std::span<const BYTE>(buffer).first(length);
 }
 
 void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     trace("SendApduCommand");
     const std::size_t standing = result.responseData.size();
     // quirk: failed-call-parsed. What it left in the buffer counts as a reply, by its length.
-    result.applyReply(exchange(result, result.command.encode(), firstReceiveLength));
+    ReceiveBuffer buffer;
+    result.applyReply(exchange(result, result.command.encode(), firstReceiveLength, buffer));
 
     int withoutData = 0;
     while (result.bytesWaiting() != 0) {
@@ -50,8 +52,8 @@ void CardTransactionHandler::SendApduCommand(ApduResult& result) {
         if (gathered - standing >= maxGathered || withoutData >= maxWithoutData) return;
 
         const DWORD announced = result.bytesWaiting() + statusWordLength;
-        const ByteVector reply =
-            exchange(result, apduCommands::getResponse(result.SW2).encode(), announced);
+        const std::span<const BYTE> reply =
+            exchange(result, apduCommands::getResponse(result.SW2).encode(), announced, buffer);
         // Without new status bytes there is nothing to go on from: the record stays as it stands. A
         // failed call brings none, whatever length it leaves.
         const bool failed = result.transportErrorCode != 0;
@@ -62,8 +64,8 @@ void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     }
 }
 
-ApduResult CardTransactionHandler::send(const ApduCommand& command) {
-    ApduResult result(command);
+ApduResult CardTransactionHandler::send(ApduCommand command) {
+    ApduResult result(std::move(command));
     SendApduCommand(result);
     return result;
 }
