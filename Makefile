@@ -1,6 +1,7 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
-.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report check demo lint \
-        tidy format fuzz coverage mutants faults threads long package release sign reproducible fresh clean
+.PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report bench bench-check \
+        check demo lint tidy format fuzz coverage mutants faults threads long package release sign reproducible \
+        fresh clean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -11,6 +12,8 @@ help:
 	@echo 'make check         lint, and the unit tests, after a change: half a minute'
 	@echo 'make test-all      the same, ARM64 and everything of a release too: half an hour'
 	@echo 'make test-report   the page of cardhost report in headless Chromium, which it installs'
+	@echo 'make bench         what the driver costs: a table, and a page with plots (build/bench/)'
+	@echo 'make bench-check   instructions and sizes against the kept ones; ./test.sh does it too'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
 	@echo 'make tidy          clang-tidy over all sources, and not only over what has changed'
@@ -53,6 +56,19 @@ test-all: test windows windows-arm64
 test-report: native
 	tools/install_packages.sh browser
 	tests/system/report/report_page_test.py --cardhost build/native/cardhost --screenshots build/report
+
+bench: native windows
+	tools/install_packages.sh test run
+	cmake --build build/native --target bench_programs
+	cmake --build build/windows-x86 --target minidriver_debug
+	cmake --build build/windows-x64 --target minidriver_debug
+	cmake --build build/windows-x64 --target bench_programs
+	bench/bench.py
+
+bench-check: native windows
+	tools/install_packages.sh test
+	bench/bench.py check
+	bench/check_test.py --bin build/native
 
 check:
 	cmake --preset sanitized >/dev/null

@@ -12,7 +12,7 @@ build="make cmake ninja-build ccache g++ python3 pkg-config libfmt-dev libcli11-
        g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 lld-22
        dpkg-dev xz-utils ca-certificates"
 run="wine wine64 openssl"
-test="clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck clang-22 llvm-22 libclang-rt-22-dev debootstrap pcscd vsmartcard-vpcd
+test="clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck clang-22 llvm-22 libclang-rt-22-dev valgrind debootstrap pcscd vsmartcard-vpcd
       pcsc-tools nginx-light git wixl msitools faketime python3-pefile osslsigncode"
 # For the ARM64 DLL: the compiler, what its runtime is built with, and what runs it.
 arm64="clang-22 lld-22 llvm-22 libclang-rt-22-dev-win debootstrap qemu-user-static binfmt-support"

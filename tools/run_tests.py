@@ -16,6 +16,7 @@ A stage is a preset: configured, built and handed to ctest. What ctest cannot do
 what a test program says of each of its own tests, why one was skipped, and a line now and then from what
 takes long. What a command prints goes to build/test-logs/; the end of it is shown where something failed.
 """
+import json
 import os
 import pathlib
 import re
@@ -26,6 +27,7 @@ import xml.etree.ElementTree as ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 LOGS = ROOT / "build" / "test-logs"
+TIMES = LOGS / "times.json"
 HEARTBEAT_SECONDS = 30
 
 
@@ -240,6 +242,15 @@ def missing_packages():
                           check=True, capture_output=True, text=True).stdout.split()
 
 
+def keep_times(seconds, stages):
+    """Adds the times of a whole run to those of earlier ones, for make bench."""
+    LOGS.mkdir(parents=True, exist_ok=True)
+    runs = json.loads(TIMES.read_text(encoding="utf-8")) if TIMES.exists() else []
+    runs.append({"when": time.strftime("%Y-%m-%d %H:%M"), "seconds": round(seconds),
+                 "stages": {name: round(value) for name, value in stages.items()}})
+    TIMES.write_text(json.dumps(runs[-20:], indent=1) + "\n", encoding="utf-8")
+
+
 def main():
     names = sys.argv[1:] or list(STAGES)
     unknown = [name for name in names if name not in STAGES]
@@ -250,16 +261,20 @@ def main():
     for name in missing_packages():
         tally.result(f"package {name} is missing", "tools/install_packages.sh build run test installs it")
     folder = begin_wine_folder(names)
+    stages = {}
     for name in names:
         title, stage = STAGES[name]
         began, before, failed_before = time.monotonic(), tally.passed, len(tally.failed)
         say(f"{title} ({name})")
         stage(tally, name)
         failed = len(tally.failed) - failed_before
+        stages[name] = time.monotonic() - began
         say(f"  {tally.passed - before} passed" + (f", {failed} failed" if failed else "") +
             f" in {time.monotonic() - began:.0f} s ({time.monotonic() - tally.started:.0f} s since the start)")
     if folder is not None:
         folder.wait()
+    if names == list(STAGES):
+        keep_times(time.monotonic() - tally.started, stages)
     say("")
     for title, entries in (("Skipped", tally.skipped), ("Failed", tally.failed)):
         for entry in entries:

@@ -2,12 +2,19 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+
 #include "log/logger.h"
 
 namespace KelmoraID {
+namespace {
+
+constexpr std::size_t headerLength = 4;
+
+}  // namespace
 
 ByteVector ApduCommand::encode() const {
-    ByteVector bytes{CLA, INS, P1, P2};
     if (data.size() > SINGLE_APDU_DATAFIELD_MAX_SIZE) {
         logError(fmt::format(
             "Apdu data size too big {} > SINGLE_APDU_DATAFIELD_MAX_SIZE to fit single command, "
@@ -15,11 +22,15 @@ ByteVector ApduCommand::encode() const {
             data.size()));
     }
     // quirk: data-of-256-bytes. They pass the check above without a word, and are left out here.
-    if (!data.empty() && data.size() <= 0xFF) {
-        bytes.push_back(static_cast<BYTE>(data.size()));
-        bytes.insert(bytes.end(), data.begin(), data.end());
+    const bool hasData = !data.empty() && data.size() <= 0xFF;
+    ByteVector bytes(headerLength + (hasData ? 1 + data.size() : 0) + (Le ? 1 : 0));
+    const std::array<BYTE, headerLength> header{CLA, INS, P1, P2};
+    auto end = std::copy(header.begin(), header.end(), bytes.begin());
+    if (hasData) {
+        *end++ = static_cast<BYTE>(data.size());
+        end = std::copy(data.begin(), data.end(), end);
     }
-    if (Le) bytes.push_back(*Le);
+    if (Le) *end = *Le;
     return bytes;
 }
 

@@ -24,8 +24,8 @@ constexpr BYTE signaturePin = 0x15;
 
 }  // namespace
 
-ApduCommand select(BYTE P1, BYTE P2, const ByteVector& data) {
-    return command(0xA4, P1, P2, data, 0x00);
+ApduCommand select(BYTE P1, BYTE P2, ByteVector data) {
+    return command(0xA4, P1, P2, std::move(data), 0x00);
 }
 
 ApduCommand selectRootDir() {
@@ -67,8 +67,8 @@ ApduCommand psoHash(const ByteVector& hash) {
     return command(0x2A, 0x90, 0xA0, std::move(data), 0x00);
 }
 
-ApduCommand psoComputeSignature(const ByteVector& data) {
-    return command(0x2A, 0x9E, 0x9A, data, 0x00);
+ApduCommand psoComputeSignature(ByteVector data) {
+    return command(0x2A, 0x9E, 0x9A, std::move(data), 0x00);
 }
 
 }  // namespace KelmoraID::apduCommands

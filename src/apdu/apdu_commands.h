@@ -7,7 +7,7 @@
 namespace KelmoraID::apduCommands {
 
 /// SELECT: 00 A4 P1 P2 Lc data 00
-ApduCommand select(BYTE P1, BYTE P2, const ByteVector& data);
+ApduCommand select(BYTE P1, BYTE P2, ByteVector data);
 
 /// SELECT of the root directory: 00 A4 00 0C 02 3F 00 00
 ApduCommand selectRootDir();
@@ -35,6 +35,6 @@ ApduCommand mseSetDst(BYTE algorithmA, BYTE algorithmB, BYTE keyRef);
 ApduCommand psoHash(const ByteVector& hash);
 
 /// PSO COMPUTE DIGITAL SIGNATURE: 00 2A 9E 9A Lc data Le, with Le 00 unless the caller sets it
-ApduCommand psoComputeSignature(const ByteVector& data);
+ApduCommand psoComputeSignature(ByteVector data);
 
 }  // namespace KelmoraID::apduCommands

@@ -6,13 +6,9 @@ namespace KelmoraID {
 
 ApduRequest::ApduRequest(BYTE cla, BYTE ins, BYTE p1, BYTE p2,
                          std::optional<ByteVector> requestData, std::optional<BYTE> expectedLength)
-    : CLA(cla),
-      INS(ins),
-      P1(p1),
-      P2(p2),
-      data(std::move(requestData)),
-      Le(expectedLength),
-      bytes{cla, ins, p1, p2} {
+    : CLA(cla), INS(ins), P1(p1), P2(p2), data(std::move(requestData)), Le(expectedLength) {
+    bytes.reserve(4 + (data ? 1 + data->size() : 0) + (Le ? 1 : 0));
+    bytes.assign({cla, ins, p1, p2});
     if (data) {
         Lc = static_cast<BYTE>(data->size());
         bytes.push_back(*Lc);

@@ -1,10 +1,12 @@
 #include "apdu/apdu_result.h"
 
+#include <utility>
+
 #include "log/logger.h"
 
 namespace KelmoraID {
 
-ApduResult::ApduResult(const ApduCommand& firstCommand) : command(firstCommand) {}
+ApduResult::ApduResult(ApduCommand firstCommand) : command(std::move(firstCommand)) {}
 
 ApduResult::ApduResult(LONG pcscCode) : transportErrorCode(pcscCode) {}
 

@@ -18,7 +18,7 @@ struct ApduResult {
     ByteVector responseData;  ///< all data of all replies, in arrival order
 
     ApduResult() = default;
-    explicit ApduResult(const ApduCommand& firstCommand);
+    explicit ApduResult(ApduCommand firstCommand);
     /// An empty record with that PC/SC code; its status bytes have no meaning.
     explicit ApduResult(LONG pcscCode);
 

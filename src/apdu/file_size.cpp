@@ -12,15 +12,13 @@ constexpr BYTE bytesWithStructure = 0x81;
 }  // namespace
 
 std::uint32_t ApduResult::fileSize() const {
-    ByteVector parameters;
-    ByteVector size;
-    if (!findElement(responseData, fcpTemplate, parameters)) return 0;
-    if (!findElement(parameters, dataBytes, size) &&
-        !findElement(parameters, bytesWithStructure, size)) {
-        return 0;
-    }
+    const auto parameters = findValue(responseData, fcpTemplate);
+    if (!parameters) return 0;
+    auto size = findValue(*parameters, dataBytes);
+    if (!size) size = findValue(*parameters, bytesWithStructure);
+    if (!size) return 0;
     std::uint32_t number = 0;
-    for (const BYTE byte : size) number = number << 8 | byte;  // of any length, folded
+    for (const BYTE byte : *size) number = number << 8 | byte;  // of any length, folded
     return number;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
 
 namespace KelmoraID::FINEID {
 namespace {
@@ -22,8 +21,12 @@ constexpr std::array<InnerTemplate, 6> innerTemplates{{
     {0xFB, {0x7B}, 1},
 }};
 
+// Three templates, one in the other, each with its length.
+constexpr std::size_t outerLength = 8;
+
 ByteVector innerOf(BYTE selector) {
     ByteVector inner;
+    inner.reserve(3);
     const auto row = std::ranges::find(innerTemplates, selector, &InnerTemplate::selector);
     if (row != innerTemplates.end()) {
         inner.assign(row->tag.begin(),
@@ -33,13 +36,6 @@ ByteVector innerOf(BYTE selector) {
     return inner;
 }
 
-// Puts a tag and the length of what stands so far ahead of it.
-void wrap(ByteVector& content, std::span<const BYTE> tag) {
-    ByteVector head(tag.begin(), tag.end());
-    head.push_back(static_cast<BYTE>(content.size()));
-    content.insert(content.begin(), head.begin(), head.end());
-}
-
 }  // namespace
 
 GetData::GetData(BYTE selector, BYTE reference, bool wrapped) {
@@ -47,10 +43,14 @@ GetData::GetData(BYTE selector, BYTE reference, bool wrapped) {
         data_ = {0x4D, 0x08, 0x70, 0x06, 0xBF, selector, reference, 0x02, 0xA0, 0x80};
         return;
     }
-    data_ = innerOf(selector);
-    wrap(data_, std::array<BYTE, 3>{0xBF, selector, reference});
-    wrap(data_, std::array<BYTE, 1>{0x70});
-    wrap(data_, std::array<BYTE, 1>{0x4D});
+    const ByteVector inner = innerOf(selector);
+    const auto length = static_cast<BYTE>(inner.size());
+    data_.reserve(outerLength + inner.size());
+    data_ = {0x4D,      static_cast<BYTE>(length + 6),
+             0x70,      static_cast<BYTE>(length + 4),
+             0xBF,      selector,
+             reference, length};
+    data_.insert(data_.end(), inner.begin(), inner.end());
 }
 
 std::optional<ApduRequest> GetData::handleResponse(const ApduResponse& response) {

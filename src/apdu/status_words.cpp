@@ -13,10 +13,10 @@ namespace {
 
 struct Row {
     std::uint16_t Sw1Sw2;
-    const char* type;
+    std::string_view type;
     std::uint32_t severity;
     LONG platformCode;
-    const char* text;
+    std::string_view text;
 };
 
 // The order matters: of two rows of one status word the last wins. The rows of 6100 and 6C00 end in
@@ -53,8 +53,8 @@ const Row* rowOf(std::uint16_t Sw1Sw2) {
 }
 
 StatusWordInfo infoOf(const Row& row) {
-    return {row.Sw1Sw2, row.type, row.severity, static_cast<std::uint32_t>(row.platformCode),
-            row.text};
+    return {row.Sw1Sw2, row.type,    row.severity, static_cast<std::uint32_t>(row.platformCode),
+            row.text,   std::nullopt};
 }
 
 constinit StatusWordTable processTable;
@@ -74,8 +74,12 @@ StatusWordInfo StatusWordTable::lookup(std::uint16_t Sw1Sw2) {
         return info;
     }
     info.Sw1Sw2 = Sw1Sw2;
-    info.text = fmt::format("{}{}", info.text, SW2);
+    info.number = SW2;
     return info;
+}
+
+std::string StatusWordInfo::text() const {
+    return number ? fmt::format("{}{}", rowText, *number) : std::string(rowText);
 }
 
 StatusWordInfo lookupStatusWord(std::uint16_t Sw1Sw2) {

@@ -3,17 +3,23 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace KelmoraID {
 
 /// A row of the table, or a row made by the lookup for a status word without a row of its own.
 struct StatusWordInfo {
     std::uint16_t Sw1Sw2 = 0;
-    std::string type;                ///< "CommonError", "SignError", "GetResponseError" or empty
+    std::string_view type;           ///< "CommonError", "SignError", "GetResponseError" or empty
     std::uint32_t severity = 0;      ///< 0 to 3
     std::uint32_t platformCode = 0;  ///< a PC/SC code, 0 for none
-    std::string text;
+    std::string_view rowText;        ///< of the row
+    std::optional<std::uint8_t> number;  ///< what the lookup put behind it
+
+    /// The meaning in words: made for who asks, since every reply is looked up.
+    std::string text() const;
 };
 
 /// Looks a status word up. An exact row is given as it stands (the last one of the table, where two

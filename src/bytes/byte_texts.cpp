@@ -1,14 +1,16 @@
 #include "bytes/byte_texts.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <stdexcept>
 
 namespace KelmoraID {
 namespace {
+
+// The digit of the low four bits.
+char hexDigit(int value) {
+    return "0123456789abcdef"[value & 0x0F];
+}
 
 BYTE byteOfDigits(char high, char low) {
     // The high digit is looked at first: of two bad ones it is the one that fails.
@@ -19,16 +21,34 @@ BYTE byteOfDigits(char high, char low) {
 }  // namespace
 
 std::string bytesToHex(std::span<const BYTE> bytes) {
-    return fmt::format("{:02x}", fmt::join(bytes.begin(), bytes.end(), ""));
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (const BYTE byte : bytes) {
+        text += hexDigit(byte >> 4);
+        text += hexDigit(byte);
+    }
+    return text;
 }
 
 std::string bytesToHexSpaced(std::span<const BYTE> bytes) {
-    return fmt::format("{:02x}", fmt::join(bytes.begin(), bytes.end(), " "));
+    std::string text;
+    text.reserve(bytes.size() * 3);
+    for (const BYTE byte : bytes) {
+        if (!text.empty()) text += ' ';
+        text += hexDigit(byte >> 4);
+        text += hexDigit(byte);
+    }
+    return text;
 }
 
 std::string bytesToLogHex(std::span<const BYTE> bytes) {
     std::string text;
-    for (const BYTE byte : bytes) fmt::format_to(std::back_inserter(text), "{:x} ", byte);
+    text.reserve(bytes.size() * 3);
+    for (const BYTE byte : bytes) {
+        if (byte > 0x0F) text += hexDigit(byte >> 4);
+        text += hexDigit(byte);
+        text += ' ';
+    }
     return text;
 }
 

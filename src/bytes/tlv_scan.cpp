@@ -1,7 +1,5 @@
 #include "bytes/tlv_scan.h"
 
-#include <optional>
-#include <span>
 #include <utility>
 
 namespace KelmoraID {
@@ -45,18 +43,20 @@ bool readNextElement(ByteVector& buffer, BYTE& tag, ByteVector& value) {
     return true;
 }
 
-bool findElement(ByteVector data, BYTE tag, ByteVector& value, int occurrence) {
-    std::span<const BYTE> rest(data);
+std::optional<std::span<const BYTE>> findValue(std::span<const BYTE> data, BYTE tag,
+                                               int occurrence) {
     int count = 0;
-    while (const auto element = frontElement(rest)) {
-        if (element->tag == tag && ++count == occurrence) {
-            value.assign(element->value.begin(), element->value.end());
-            return true;
-        }
-        rest = rest.subspan(element->size);
+    while (const auto element = frontElement(data)) {
+        if (element->tag == tag && ++count == occurrence) return element->value;
+        data = data.subspan(element->size);
     }
-    value.clear();
-    return false;
+    return std::nullopt;
+}
+
+bool findElement(std::span<const BYTE> data, BYTE tag, ByteVector& value, int occurrence) {
+    const auto found = findValue(data, tag, occurrence);
+    value = found ? ByteVector(found->begin(), found->end()) : ByteVector();
+    return found.has_value();
 }
 
 }  // namespace KelmoraID

@@ -3,6 +3,9 @@
 // never descends, and every other form ends it.
 #pragma once
 
+#include <optional>
+#include <span>
+
 #include "bytes/byte_vector.h"
 
 namespace KelmoraID {
@@ -12,7 +15,12 @@ namespace KelmoraID {
 bool readNextElement(ByteVector& buffer, BYTE& tag, ByteVector& value);
 
 /// Finds the occurrence-th element of a tag at this level, counted from 1.
+/// @return its value, which lies in the data; none if there is no such element
+std::optional<std::span<const BYTE>> findValue(std::span<const BYTE> data, BYTE tag,
+                                               int occurrence = 1);
+
+/// The same with a copy of the value. The data may be that of the result.
 /// @return whether it was found; the value is its value, or empty
-bool findElement(ByteVector data, BYTE tag, ByteVector& value, int occurrence = 1);
+bool findElement(std::span<const BYTE> data, BYTE tag, ByteVector& value, int occurrence = 1);
 
 }  // namespace KelmoraID

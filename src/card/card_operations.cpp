@@ -1,8 +1,6 @@
 // The object for PIN and decipher sequences: how it is made, and its selections.
 #include "card/card_operations.h"
 
-#include <fmt/format.h>
-
 #include <system_error>
 
 #include "apdu/directory_identifiers.h"
@@ -38,8 +36,8 @@ void CardOperations::SelectFineidApplication() {
     try {
         select.Transmit(hScard, sendPci);
     } catch (const std::system_error& error) {
-        logToFile("SelectFineidApplication", fmt::format("Transmit error. Exception: {}, error: {}",
-                                                         error.what(), error.code().value()));
+        logToFile("SelectFineidApplication", "Transmit error. Exception: {}, error: {}",
+                  error.what(), error.code().value());
         throwPointer(failure);
     }
     throwUnlessSelected(select, failure);

@@ -5,8 +5,10 @@
 // Nothing of the card's state is remembered here: no selected application, directory or generation.
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -103,9 +105,12 @@ private:
     }
     static void emitTrace(const std::string& line);
     /// Makes the record of a command and sends it.
-    ApduResult send(const ApduCommand& command);
-    /// One SCardTransmit: stores its code in the record and gives the bytes received.
-    ByteVector exchange(ApduResult& result, const ByteVector& command, DWORD announcedLength);
+    ApduResult send(ApduCommand command);
+    using ReceiveBuffer = std::array<BYTE, 512>;
+    /// One SCardTransmit: stores its code in the record and gives the bytes received, which lie in
+    /// the buffer.
+    std::span<const BYTE> exchange(ApduResult& result, const ByteVector& command,
+                                   DWORD announcedLength, ReceiveBuffer& buffer);
     /// The two branches of GetDirectories, from the content of the ODF on.
     ByteVector readPinLengths(const ByteVector& odf, std::uint32_t index);
     ByteVector readCertificatePath(const ByteVector& odf, std::uint32_t index);

@@ -1,6 +1,8 @@
 // A certificate of the card: its path from the directories, then its file as it is.
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "bytes/byte_texts.h"
 #include "card/card_transaction_handler.h"
 
@@ -17,7 +19,7 @@ ByteVector CardTransactionHandler::GetCertificate(std::uint32_t index) {
         trace("GetCertificate, cert directory fetching failed.");
         return {};
     }
-    const ApduResult file = ReadFile(path);
+    ApduResult file = ReadFile(path);
     if (!file.success()) {
         // quirk: odf-for-certificate. It is the certificate's own file that could not be read.
         trace("GetCertificate, ODF file read failed.");
@@ -27,7 +29,7 @@ ByteVector CardTransactionHandler::GetCertificate(std::uint32_t index) {
     trace([&] { return fmt::format("Cert result: {}", bytesToHexSpaced(file.responseData)); });
     trace([&] { return fmt::format("Cert len: {}", file.responseData.size()); });
     // Not trimmed by the certificate's own length: the file's size counts.
-    return file.responseData;
+    return std::move(file.responseData);
 }
 
 }  // namespace KelmoraID

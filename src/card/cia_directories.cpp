@@ -4,6 +4,8 @@
 
 #include <climits>
 #include <initializer_list>
+#include <optional>
+#include <span>
 
 #include "bytes/byte_texts.h"
 #include "bytes/tlv_scan.h"
@@ -22,28 +24,22 @@ constexpr BYTE authenticationObjects = 0xA8;  // in the ODF: where the AODF is
 constexpr BYTE typeAttributes = 0xA1;
 constexpr BYTE pinReference = 0x80;
 
-// Goes down by the first element of each tag. @return whether every one was there
-bool descend(const ByteVector& from, std::initializer_list<BYTE> tags, ByteVector& value) {
-    value = from;
+using Value = std::optional<std::span<const BYTE>>;  // of an element, in the file's bytes
+
+// Goes down by the first element of each tag; nothing where one is not there.
+Value descend(Value value, std::initializer_list<BYTE> tags) {
     for (const BYTE tag : tags) {
-        ByteVector inner;
-        if (!findElement(value, tag, inner)) {
-            value.clear();
-            return false;
-        }
-        value = std::move(inner);
+        if (!value) break;
+        value = findValue(*value, tag);
     }
-    return true;
+    return value;
 }
 
 // The entry of that index, counted from 0; other tags at this level are passed over.
-bool entryOf(const ByteVector& directory, std::uint32_t index, ByteVector& entry) {
+Value entryOf(const ByteVector& directory, std::uint32_t index) {
     constexpr auto most = static_cast<std::uint32_t>(INT_MAX);
-    if (index >= most) {
-        entry.clear();
-        return false;
-    }
-    return findElement(directory, sequence, entry, static_cast<int>(index) + 1);
+    if (index >= most) return std::nullopt;
+    return findValue(directory, sequence, static_cast<int>(index) + 1);
 }
 
 struct PinLengths {
@@ -55,22 +51,20 @@ struct PinLengths {
 // path behind them may be there or not, and is of no use here.
 // quirk: stored-length-is-maximum. The standard's maximum, a third number, is not looked at.
 bool pinLengthsOf(const ByteVector& directory, std::uint32_t index, PinLengths& lengths) {
-    ByteVector entry;
-    ByteVector attributes;
-    ByteVector unused;
-    return entryOf(directory, index, entry) &&
-           descend(entry, {typeAttributes, sequence}, attributes) &&
-           findElement(attributes, bitString, unused) &&
-           findElement(attributes, integer, lengths.minimum) &&
-           findElement(attributes, integer, lengths.stored, 2) && !lengths.stored.empty() &&
-           findElement(attributes, pinReference, unused);
+    const Value attributes = descend(entryOf(directory, index), {typeAttributes, sequence});
+    return attributes && findValue(*attributes, bitString) &&
+           findElement(*attributes, integer, lengths.minimum) &&
+           findElement(*attributes, integer, lengths.stored, 2) && !lengths.stored.empty() &&
+           findValue(*attributes, pinReference);
 }
 
-// Of the CDF's entry: the path of the certificate's file. @return whether it was there
-bool certificatePathOf(const ByteVector& directory, std::uint32_t index, ByteVector& path) {
-    ByteVector entry;
-    return entryOf(directory, index, entry) &&
-           descend(entry, {typeAttributes, sequence, sequence, octetString}, path);
+// Of the CDF's entry: the path of the certificate's file, if it is there.
+Value certificatePathOf(const ByteVector& directory, std::uint32_t index) {
+    return descend(entryOf(directory, index), {typeAttributes, sequence, sequence, octetString});
+}
+
+ByteVector bytesOf(const Value& value) {
+    return value ? ByteVector(value->begin(), value->end()) : ByteVector();
 }
 
 }  // namespace
@@ -101,11 +95,12 @@ ByteVector CardTransactionHandler::certificatePath(std::uint32_t index) {
 
 ByteVector CardTransactionHandler::readPinLengths(const ByteVector& odf, std::uint32_t index) {
     // quirk: aodf-called-private-keys. In all of these texts.
-    ByteVector path;
-    if (!descend(odf, {authenticationObjects, sequence, octetString}, path)) {
+    const Value found = descend(odf, {authenticationObjects, sequence, octetString});
+    if (!found) {
         trace("GetDirectories PRK, ODF file decoding failed.");
         return {};
     }
+    const ByteVector path = bytesOf(found);
     trace([&] {
         return fmt::format("GetDirectories PRK, private key file reading, filepath: {}.",
                            bytesToLogHex(path));
@@ -134,11 +129,12 @@ ByteVector CardTransactionHandler::readPinLengths(const ByteVector& odf, std::ui
 }
 
 ByteVector CardTransactionHandler::readCertificatePath(const ByteVector& odf, std::uint32_t index) {
-    ByteVector path;
-    if (!descend(odf, {certificates, sequence, octetString}, path)) {
+    const Value found = descend(odf, {certificates, sequence, octetString});
+    if (!found) {
         trace("GetDirectories, ODF file decoding failed.");
         return {};
     }
+    const ByteVector path = bytesOf(found);
     trace([&] {
         return fmt::format("GetDirectories CERT, reading filepath: {}.", bytesToLogHex(path));
     });
@@ -147,12 +143,10 @@ ByteVector CardTransactionHandler::readCertificatePath(const ByteVector& odf, st
         trace("GetDirectories CERT, file reading failed.");
         return {};
     }
-    ByteVector found;
-    if (certificatePathOf(cdf.responseData, index, found)) {
-        trace("GetDirectories CERT, file read successful.");
-    }
+    const Value certificate = certificatePathOf(cdf.responseData, index);
+    if (certificate) trace("GetDirectories CERT, file read successful.");
     trace("GetDirectories CERT, exit file reading.");
-    return found;
+    return bytesOf(certificate);
 }
 
 std::pair<BYTE, BYTE> CardTransactionHandler::GetPinMinMaxLength(std::uint32_t index) {

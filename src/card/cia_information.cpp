@@ -25,13 +25,10 @@ struct CiaInfo {
 // By the first element of each tag, in whatever order they stand. The manufacturer identifier must
 // be there as well, and is not kept.
 bool decode(const ByteVector& file, CiaInfo& info) {
-    ByteVector record;
-    ByteVector manufacturer;
-    return findElement(file, sequence, record) &&
-           findElement(record, versionNumber, info.version) &&
-           findElement(record, serialOctets, info.serialNumber) &&
-           findElement(record, manufacturerText, manufacturer) &&
-           findElement(record, labelText, info.label);
+    const auto record = findValue(file, sequence);
+    return record && findElement(*record, versionNumber, info.version) &&
+           findElement(*record, serialOctets, info.serialNumber) &&
+           findValue(*record, manufacturerText) && findElement(*record, labelText, info.label);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "apdu/apdu_commands.h"
 #include "bytes/byte_texts.h"
@@ -23,20 +24,21 @@ constexpr Rung organisationCards{0x01, "(1) SOTE&ORG for:"};
 constexpr Rung testCards{0x09, "(2) our&VRK:"};
 constexpr Rung citizenCards{0x00, "(3) Citizen/CosmoX for:"};
 
-std::string outcomeOf(const Rung& rung, const ByteVector& identifier, const ApduResult& result) {
+std::string outcomeOf(const Rung& rung, const ApduResult& result) {
     return fmt::format(
         "{} Identifier: '{}'; P1: '{:#x}'; P2: '{:#x}'; result.success: '{}'; "
         "result.Sw1Sw2: '{:#x}'.",
-        rung.text, bytesToLogHex(identifier), rung.P1, withControlParameters, result.success(),
-        result.Sw1Sw2());
+        rung.text, bytesToLogHex(result.command.data), rung.P1, withControlParameters,
+        result.success(), result.Sw1Sw2());
 }
 
 }  // namespace
 
 ApduResult CardTransactionHandler::selectDF(const ByteVector& path) {
-    const auto select = [&](const Rung& rung, const ByteVector& identifier) {
-        ApduResult tried = send(apduCommands::select(rung.P1, withControlParameters, identifier));
-        trace([&] { return outcomeOf(rung, identifier, tried); });
+    const auto select = [&](const Rung& rung, ByteVector identifier) {
+        ApduResult tried =
+            send(apduCommands::select(rung.P1, withControlParameters, std::move(identifier)));
+        trace([&] { return outcomeOf(rung, tried); });
         return tried;
     };
     // The identifier at a position: one byte, if only one is left.

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 #include "apdu/apdu_commands.h"
 #include "bytes/byte_texts.h"
@@ -22,8 +24,8 @@ constexpr BYTE inCurrentDirectory = 0x02;
 constexpr BYTE byPath = 0x09;
 constexpr BYTE withControlParameters = 0x04;
 
-ApduCommand selectFile(BYTE P1, const ByteVector& identifier) {
-    return apduCommands::select(P1, withControlParameters, identifier);
+ApduCommand selectFile(BYTE P1, ByteVector identifier) {
+    return apduCommands::select(P1, withControlParameters, std::move(identifier));
 }
 
 }  // namespace
@@ -90,6 +92,7 @@ ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
         return ApduResult(SCARD_E_UNEXPECTED);
     }
     ByteVector content;
+    content.reserve(length);
     std::uint32_t remaining = length;
     while (remaining != 0) {
         const std::uint32_t chunk = std::min(remaining, chunkSize);
@@ -111,8 +114,8 @@ ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
     // quirk: closing-record. A command that is never sent stands for the whole reading.
     ApduResult whole(
         apduCommands::readBinary(closingMarker, 0x00, static_cast<BYTE>(length & 0xFF)));
-    content.insert(content.end(), {0x90, 0x00});
-    whole.applyReply(content);
+    whole.applyReply(std::array<BYTE, 2>{0x90, 0x00});
+    whole.responseData = std::move(content);
     return whole;
 }
 

@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <utility>
 
 #include "apdu/apdu_commands.h"
 #include "apdu/get_response.h"
@@ -12,7 +12,6 @@
 namespace KelmoraID {
 namespace {
 
-constexpr std::size_t receiveBufferSize = 512;
 constexpr DWORD firstReceiveLength = 510;
 constexpr DWORD statusWordLength = 2;
 
@@ -23,8 +22,10 @@ constexpr int mostCommands = 1'024;
 
 }  // namespace
 
-ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector& command,
-                                            DWORD announcedLength) {
+std::span<const BYTE> CardTransactionHandler::exchange(ApduResult& result,
+                                                       const ByteVector& command,
+                                                       DWORD announcedLength,
+                                                       ReceiveBuffer& buffer) {
     if (commandsSent == mostCommands) {
         result.transportErrorCode = SCARD_E_UNEXPECTED;
         return {};
@@ -34,26 +35,27 @@ ByteVector CardTransactionHandler::exchange(ApduResult& result, const ByteVector
         return fmt::format("APDU command (hSCard={:X}): {}", hSCard_, bytesToLogHex(command));
     });
     // Zeros, since a failing call may leave a length but no bytes.
-    std::array<BYTE, receiveBufferSize> buffer{};
+    buffer.fill(0);
     DWORD received = announcedLength;
     result.transportErrorCode =
         SCardTransmit(hSCard_, &sendPci, command.data(), static_cast<DWORD>(command.size()),
                       nullptr, buffer.data(), &received);
     trace([&] { return fmt::format("Bytes received: {}", received); });
     const auto length = std::min<std::size_t>(received, buffer.size());
-    return ByteVector(buffer.data(), buffer.data() + length);
+    return std::span<const BYTE>(buffer).first(length);
 }
 
 void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     trace("SendApduCommand");
     // quirk: failed-call-parsed. What it left in the buffer counts as a reply, by its length.
-    result.applyReply(exchange(result, result.command.encode(), firstReceiveLength));
+    ReceiveBuffer buffer;
+    result.applyReply(exchange(result, result.command.encode(), firstReceiveLength, buffer));
 
     // A card that still says 61xx then is left at that: its status word stands, and is no success.
     for (int sent = 0; result.bytesWaiting() != 0 && sent < mostGetResponses; ++sent) {
         const DWORD announced = result.bytesWaiting() + statusWordLength;
-        const ByteVector reply =
-            exchange(result, apduCommands::getResponse(result.SW2).encode(), announced);
+        const std::span<const BYTE> reply =
+            exchange(result, apduCommands::getResponse(result.SW2).encode(), announced, buffer);
         // Without new status bytes there is nothing to go on from: the record stays as it stands. A
         // failed call brings none, whatever length it leaves.
         const bool failed = result.transportErrorCode != 0;
@@ -63,8 +65,8 @@ void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     }
 }
 
-ApduResult CardTransactionHandler::send(const ApduCommand& command) {
-    ApduResult result(command);
+ApduResult CardTransactionHandler::send(ApduCommand command) {
+    ApduResult result(std::move(command));
     SendApduCommand(result);
     return result;
 }

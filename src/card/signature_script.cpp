@@ -1,5 +1,7 @@
 // The signature script: MANAGE SECURITY ENVIRONMENT, then PERFORM SECURITY OPERATION (ISO/IEC
 // 7816-8). It runs wherever the card stands, and verifies no PIN.
+#include <utility>
+
 #include "apdu/apdu_commands.h"
 #include "card/card_transaction_handler.h"
 #include "profiles/card_profiles.h"
@@ -27,7 +29,7 @@ ApduResult CardTransactionHandler::computeSignature(const ByteVector& data, BYTE
     // The signature command carries the data on every card, also after PSO HASH has given it.
     ApduCommand sign = apduCommands::psoComputeSignature(data);
     sign.Le = profile.signatureLe;
-    return send(sign);
+    return send(std::move(sign));
 }
 
 }  // namespace KelmoraID

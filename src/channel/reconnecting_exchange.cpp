@@ -1,7 +1,5 @@
 #include "channel/reconnecting_exchange.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cstdint>
 
@@ -21,15 +19,14 @@ constexpr const char* scope = "Transmit";
 
 // quirk: signed-codes. A PC/SC code is a LONG: both lines print 0x80100068 as 0x-7fefff98.
 [[noreturn]] void throwReconnectFailure(LONG code) {
-    logToFile(scope, fmt::format("ERROR: Could not reconnect to card. Error: 0x{:x}",
-                                 static_cast<std::int32_t>(code)));
+    logToFile(scope, "ERROR: Could not reconnect to card. Error: 0x{:x}",
+              static_cast<std::int32_t>(code));
     throw TransmitError(code, "Could not reconnect to card.");
 }
 
 [[noreturn]] void throwTransmitFailure(LONG code, bool triedReconnecting) {
-    logToFile(scope, fmt::format(
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: {}. Error: 0x{:x}",
-                         triedReconnecting, static_cast<std::int32_t>(code)));
+    logToFile(scope, "ERROR: Failed to transmit an apdu. Tried reconnecting: {}. Error: 0x{:x}",
+              triedReconnecting, static_cast<std::int32_t>(code));
     throw TransmitError(code, "Failed to transmit data.");
 }
 

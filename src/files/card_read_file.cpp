@@ -1,7 +1,6 @@
 // CardReadFile: a virtual file's content in a buffer that passes to the caller.
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <span>
 
 #include "files/virtual_files.h"
 #include "session/entry_log.h"
@@ -16,14 +15,16 @@ constexpr const char* scope = "CardReadFile";
 constexpr std::string_view rootCertificatesFile = "msroots";
 
 void logParameters(LPCSTR directory, LPCSTR file, DWORD dwFlags) {
-    logToFile(scope, fmt::format("function parameters, pszDirectoryName:'{}', pszFileName:'{}' "
-                                 "dwFlags:'{}'",
-                                 directory, file, dwFlags));
+    logToFile(scope,
+              "function parameters, pszDirectoryName:'{}', pszFileName:'{}' "
+              "dwFlags:'{}'",
+              directory, file, dwFlags);
 }
 
 // Hands content to the caller. The size is written before the allocation, so that it stands there
 // also after one that failed.
-DWORD handOver(PCARD_DATA pCardData, const ByteVector& content, PBYTE* ppbData, PDWORD pcbData) {
+DWORD handOver(PCARD_DATA pCardData, std::span<const BYTE> content, PBYTE* ppbData,
+               PDWORD pcbData) {
     *pcbData = static_cast<DWORD>(content.size());
     *ppbData = static_cast<PBYTE>(pCardData->pfnCspAlloc(content.size()));
     if (*ppbData == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
@@ -54,7 +55,7 @@ DWORD WINAPI CardReadFile(PCARD_DATA pCardData, LPSTR pszDirectoryName, LPSTR ps
     }
     if (file == nullptr) return exitWith(scope, SCARD_E_FILE_NOT_FOUND);
 
-    const ByteVector content = file->content(contextOf(pCardData));
+    const std::span<const BYTE> content = file->content(contextOf(pCardData));
     const DWORD status = handOver(pCardData, content, ppbData, pcbData);
     // quirk: buffer-of-an-empty-map. It is left with the caller, beside a failure. Only the map of
     // the containers can be empty.

@@ -8,28 +8,30 @@ namespace KelmoraID {
 namespace {
 
 // cardcf: version, PIN freshness, containers freshness, files freshness. Every counter stays at 0.
-ByteVector cacheFile(const CardContext&) {
-    return ByteVector(sizeof(CARD_CACHE_FILE_FORMAT), 0);
+std::span<const BYTE> cacheFile(const CardContext&) {
+    static constexpr std::array<BYTE, sizeof(CARD_CACHE_FILE_FORMAT)> zeros{};
+    return zeros;
 }
 
-ByteVector cardIdentifierFile(const CardContext& context) {
-    return {std::begin(context.cardIdentifier), std::end(context.cardIdentifier)};
+std::span<const BYTE> cardIdentifierFile(const CardContext& context) {
+    return context.cardIdentifier;
 }
 
-ByteVector applicationsFile(const CardContext&) {
-    return {'m', 's', 'c', 'p', 0, 0, 0, 0};
+std::span<const BYTE> applicationsFile(const CardContext&) {
+    static constexpr std::array<BYTE, 8> applications{'m', 's', 'c', 'p', 0, 0, 0, 0};
+    return applications;
 }
 
-ByteVector containerMapFile(const CardContext& context) {
+std::span<const BYTE> containerMapFile(const CardContext& context) {
     const auto* first = reinterpret_cast<const BYTE*>(context.containers.data());
-    return {first, first + context.containers.size() * sizeof(KeyContainer)};
+    return {first, context.containers.size() * sizeof(KeyContainer)};
 }
 
 // The certificate as read from the card: DER, with no header and no compression.
 template <PCCERT_CONTEXT CardContext::*certificate>
-ByteVector certificateFile(const CardContext& context) {
+std::span<const BYTE> certificateFile(const CardContext& context) {
     const CERT_CONTEXT& held = *(context.*certificate);
-    return {held.pbCertEncoded, held.pbCertEncoded + held.cbCertEncoded};
+    return {held.pbCertEncoded, held.cbCertEncoded};
 }
 
 template <DWORD size>

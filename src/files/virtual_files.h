@@ -2,6 +2,7 @@
 // CardContext, read-only, and served from memory.
 #pragma once
 
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,7 +22,7 @@ struct VirtualFile {
     std::string_view name;
     CARD_FILE_ACCESS_CONDITION accessCondition;
     DWORD (*statedSize)(const CardContext& context);
-    ByteVector (*content)(const CardContext& context);
+    std::span<const BYTE> (*content)(const CardContext& context);
     bool onlyWithSecondSignCert;
 };
 

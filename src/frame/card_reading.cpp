@@ -93,6 +93,10 @@ DWORD readCard(PCARD_DATA pCardData) {
         if (context->secondSignCert == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     }
 
+    // The contexts hold copies: of these only the one for the directory services is still wanted.
+    certificates.signCert = ByteVector();
+    certificates.secondSignCert = ByteVector();
+
     setCardIdentifier(*context, serialNumber);
     listContainers(*pCardData, *context);
     registerAcquiredCard(certificates.authCert);

@@ -1,6 +1,4 @@
 // What the loader calls when the DLL is loaded and unloaded, and for each thread. It only logs.
-#include <fmt/format.h>
-
 #include "log/logger.h"
 #include "platform/win32.h"
 
@@ -8,7 +6,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE hinstDLL, DWORD fdwReason, LPVOID lpvRe
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD fdwReason, LPVOID) {
     try {
-        KelmoraID::logToFile("DllMain", fmt::format("Started with reason code: {}", fdwReason));
+        KelmoraID::logToFile("DllMain", "Started with reason code: {}", fdwReason);
     } catch (...) {
         // Out of memory for a log line: nothing is to reach the loader.
     }

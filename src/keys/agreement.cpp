@@ -45,16 +45,17 @@ DWORD checkArguments(PCARD_DATA pCardData, PCARD_DH_AGREEMENT_INFO pAgreementInf
 
 void logParameters(const CARD_DH_AGREEMENT_INFO& info, const ByteVector& blob) {
     logToFile(constructScope,
-              fmt::format("Entering the function, with parameters, bContainerIndex:'{:#010x}', "
-                          "cbReserved:'{:#010x}', dwFlags:'{:#010x}', dwPublicKey:'{:#010x}', "
-                          "dwVersion:'{:#010x}'",
-                          info.bContainerIndex, info.cbReserved, info.dwFlags, info.dwPublicKey,
-                          info.dwVersion));
-    logToFile(constructScope,
-              fmt::format("with parameters, pbPublicKey:'{}', ", bytesToLogHex(blob)));
+              "Entering the function, with parameters, bContainerIndex:'{:#010x}', "
+              "cbReserved:'{:#010x}', dwFlags:'{:#010x}', dwPublicKey:'{:#010x}', "
+              "dwVersion:'{:#010x}'",
+              info.bContainerIndex, info.cbReserved, info.dwFlags, info.dwPublicKey,
+              info.dwVersion);
+    if (LogFile file; file) {
+        file.writeLine(constructScope, "with parameters, pbPublicKey:'{}', ", bytesToLogHex(blob));
+    }
     if (info.pbReserved != nullptr) {
-        logToFile(constructScope, fmt::format("with parameters, pbReserved:'{:#010x}'",
-                                              reinterpret_cast<std::uintptr_t>(info.pbReserved)));
+        logToFile(constructScope, "with parameters, pbReserved:'{:#010x}'",
+                  reinterpret_cast<std::uintptr_t>(info.pbReserved));
     } else {
         logToFile(constructScope, "with parameters, pbReserverd is NULL.");
     }
@@ -113,9 +114,10 @@ DWORD WINAPI CardConstructDHAgreement(PCARD_DATA pCardData,
 
 DWORD WINAPI CardDestroyDHAgreement(PCARD_DATA pCardData, BYTE bSecretAgreementIndex,
                                     DWORD dwFlags) {
-    logToFile(destroyScope, fmt::format("Entering the function, with parameters, "
-                                        "bSecretAgreementIndex:'{:#010x}', dwFlags:'{}'",
-                                        bSecretAgreementIndex, dwFlags));
+    logToFile(destroyScope,
+              "Entering the function, with parameters, "
+              "bSecretAgreementIndex:'{:#010x}', dwFlags:'{}'",
+              bSecretAgreementIndex, dwFlags);
     if (pCardData == nullptr) return SCARD_E_INVALID_PARAMETER;
     CardContext& context = contextOf(pCardData);
     if (!context.secretAgreements.contains(bSecretAgreementIndex) || dwFlags != 0) {

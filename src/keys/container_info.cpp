@@ -66,9 +66,8 @@ DWORD WINAPI CardGetContainerInfo(PCARD_DATA pCardData, BYTE bContainerIndex, DW
     if (pCardData == nullptr) return refuse("CMR_377: pCardData is NULL");
     if (pContainerInfo == nullptr) return refuse("CMR_378: pContainerInfo is NULL");
     if (dwFlags != 0) return refuse("CMR_380: dwFlags is nonzero");
-    logToFile(scope,
-              fmt::format("with parameters, bContainerIndex:'{}' dwFlags:'{}', dwVersion:'{}'",
-                          bContainerIndex, dwFlags, pContainerInfo->dwVersion));
+    logToFile(scope, "with parameters, bContainerIndex:'{}' dwFlags:'{}', dwVersion:'{}'",
+              bContainerIndex, dwFlags, pContainerInfo->dwVersion);
 
     const CardContext& context = contextOf(pCardData);
     if (!hasContainer(context, bContainerIndex)) {

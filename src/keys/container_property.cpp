@@ -103,8 +103,7 @@ DWORD WINAPI CardGetContainerProperty(PCARD_DATA pCardData, BYTE bContainerIndex
     if (wszProperty == nullptr) {
         return refuseWithoutExit("CMR_391: wszProperty is NULL or empty");
     }
-    logToFile(scope,
-              fmt::format("with parameters wszProperty: '{}'", wideToUtf8(wszProperty).c_str()));
+    logToFile(scope, "with parameters wszProperty: '{}'", wideToUtf8(wszProperty).c_str());
     if (pbData == nullptr) return refuseWithoutExit("CMR_392: pbData is NULL.");
     if (bContainerIndex >= contextOf(pCardData).containers.size()) {
         return refuse(SCARD_E_NO_KEY_CONTAINER, invalidIndex);

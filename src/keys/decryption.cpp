@@ -27,10 +27,10 @@ DWORD WINAPI CardRSADecrypt(PCARD_DATA pCardData, PCARD_RSA_DECRYPT_INFO pInfo) 
     }
     if (pInfo->dwVersion == 0) pInfo->dwVersion = 1;
     // dwPaddingType is a field of version 2 and is read whatever the version.
-    logToFile(scope, fmt::format("Entering the function, with parameters, bContainerIndex:'{}' "
-                                 "cbData:'{}', dwPaddingType:'{}' dwVersion:'{}'",
-                                 pInfo->bContainerIndex, pInfo->cbData, pInfo->dwPaddingType,
-                                 pInfo->dwVersion));
+    logToFile(scope,
+              "Entering the function, with parameters, bContainerIndex:'{}' "
+              "cbData:'{}', dwPaddingType:'{}' dwVersion:'{}'",
+              pInfo->bContainerIndex, pInfo->cbData, pInfo->dwPaddingType, pInfo->dwVersion);
     const bool takesVersion1 = pCardData->dwVersion != CARD_DATA_VERSION_SEVEN;
     if (pInfo->dwVersion != 2 && !(pInfo->dwVersion == 1 && takesVersion1)) {
         return exitWith(scope, ERROR_REVISION_MISMATCH, " (CMR_415).");

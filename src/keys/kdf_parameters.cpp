@@ -1,7 +1,5 @@
 #include "keys/kdf_parameters.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -40,7 +38,7 @@ const char* readHashName(const char* scope, const BCryptBuffer& buffer, WideStri
     if (buffer.pvBuffer == nullptr) return invalidHash;
     const WideString name = nameIn(buffer);
     if (std::find(hashNames.begin(), hashNames.end(), name) == hashNames.end()) return invalidHash;
-    logToFile(scope, fmt::format("Hash algorithm from buffer: {}.", wideToUtf8(name).c_str()));
+    logToFile(scope, "Hash algorithm from buffer: {}.", wideToUtf8(name).c_str());
     hashName = name;
     return nullptr;
 }
@@ -62,7 +60,7 @@ const char* readBuffer(const char* scope, const BCryptBuffer& buffer, KdfParamet
         default:
             return invalidBuffer;
     }
-    logToFile(scope, fmt::format("Found a KDF buffer with type: {}.", buffer.BufferType));
+    logToFile(scope, "Found a KDF buffer with type: {}.", buffer.BufferType);
     if (buffer.BufferType == KDF_HASH_ALGORITHM) {
         return readHashName(scope, buffer, parameters.hashName);
     }

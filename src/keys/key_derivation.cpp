@@ -24,14 +24,14 @@ constexpr WideStringView hashKdf = WIDE_TEXT("HASH");
 // The fields of the record, read before its version is known.
 void logParameters(const CARD_DERIVE_KEY& info) {
     logToFile(scope,
-              fmt::format("with parameters, bSecretAgreementIndex:'{:#010x}', "
-                          "dwFlags:'{:#010x}', dwVersion:'{:#010x}', dwKeyLen:'{}'",
-                          info.bSecretAgreementIndex, info.dwFlags, info.dwVersion, info.dwKeyLen));
+              "with parameters, bSecretAgreementIndex:'{:#010x}', "
+              "dwFlags:'{:#010x}', dwVersion:'{:#010x}', dwKeyLen:'{}'",
+              info.bSecretAgreementIndex, info.dwFlags, info.dwVersion, info.dwKeyLen);
     if (info.pwszAlgId != nullptr) {
-        logToFile(scope, fmt::format("pwszAlgId exists: {}.", wideToUtf8(info.pwszAlgId).c_str()));
+        logToFile(scope, "pwszAlgId exists: {}.", wideToUtf8(info.pwszAlgId).c_str());
     }
     if (info.pwszKDF != nullptr) {
-        logToFile(scope, fmt::format("pwszKDF exists: {}.", wideToUtf8(info.pwszKDF).c_str()));
+        logToFile(scope, "pwszKDF exists: {}.", wideToUtf8(info.pwszKDF).c_str());
     }
 }
 

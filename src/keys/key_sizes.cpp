@@ -46,9 +46,10 @@ DWORD WINAPI CardQueryKeySizes(PCARD_DATA pCardData, DWORD dwKeySpec, DWORD dwFl
     if (pCardData == nullptr || pKeySizes == nullptr) {
         return exitWith(scope, SCARD_E_INVALID_PARAMETER);
     }
-    logToFile(scope, fmt::format("Entering the function, with parameters, dwKeySpec:'{}' "
-                                 "dwFlags:'{}', dwVersion:'{}'",
-                                 dwKeySpec, dwFlags, pKeySizes->dwVersion));
+    logToFile(scope,
+              "Entering the function, with parameters, dwKeySpec:'{}' "
+              "dwFlags:'{}', dwVersion:'{}'",
+              dwKeySpec, dwFlags, pKeySizes->dwVersion);
     const auto row = std::find_if(keySizes.begin(), keySizes.end(),
                                   [&](const KeySize& size) { return size.dwKeySpec == dwKeySpec; });
     if (row == keySizes.end()) return exitWith(scope, SCARD_E_INVALID_PARAMETER);

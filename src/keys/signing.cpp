@@ -30,11 +30,11 @@ DWORD refuse(DWORD status, const char* suffix) {
 // The fields of version 2 are read whatever the version, which is looked at only afterwards.
 void logRequest(const CARD_SIGNING_INFO& info) {
     logToFile(scope,
-              fmt::format("Entering the function, with parameters, bContainerIndex:'{}' "
-                          "dwSigningFlags:'{:#010x}', dwVersion:'{}', dwKeySpec:'{}' \n "
-                          "dwPaddingType:'{:#010x}', pPaddingInfo:'{}', aiHashAlg:'{}' ",
-                          info.bContainerIndex, info.dwSigningFlags, info.dwVersion, info.dwKeySpec,
-                          info.dwPaddingType, fmt::ptr(info.pPaddingInfo), info.aiHashAlg));
+              "Entering the function, with parameters, bContainerIndex:'{}' "
+              "dwSigningFlags:'{:#010x}', dwVersion:'{}', dwKeySpec:'{}' \n "
+              "dwPaddingType:'{:#010x}', pPaddingInfo:'{}', aiHashAlg:'{}' ",
+              info.bContainerIndex, info.dwSigningFlags, info.dwVersion, info.dwKeySpec,
+              info.dwPaddingType, fmt::ptr(info.pPaddingInfo), info.aiHashAlg);
 }
 
 bool isKeySpecification(DWORD dwKeySpec, bool isEcc) {
@@ -98,8 +98,9 @@ DWORD WINAPI CardSignData(PCARD_DATA pCardData, PCARD_SIGNING_INFO pInfo) {
         return refuse(SCARD_E_INVALID_PARAMETER, ", pbData or cbData");
     }
     const ByteVector data(pInfo->pbData, pInfo->pbData + pInfo->cbData);
-    logToFile(scope,
-              fmt::format("cbData:'{}' pbData:'{}',", pInfo->cbData, bytesToHexSpaced(data)));
+    if (LogFile file; file) {
+        file.writeLine(scope, "cbData:'{}' pbData:'{}',", pInfo->cbData, bytesToHexSpaced(data));
+    }
 
     const SignatureChoice choice = chooseSignatureAlgorithm(*pInfo, isEcc);
     logChoice(choice);

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 #include "platform/fixed_paths.h"
 
@@ -44,47 +45,65 @@ std::string utcTimeStamp() {
                        decimalSign, time.subseconds().count(), decltype(time)::fractional_width);
 }
 
-void write(const std::string& piece) {
-    std::fwrite(piece.data(), 1, piece.size(), stdout);
+// Piece by piece into the stream's buffer: the runtime's formatter would cost the DLL 24 KB.
+void write(std::FILE* stream, std::string_view piece) {
+    std::fwrite(piece.data(), 1, piece.size(), stream);
 }
 
 }  // namespace
 
-void logToFile(const char* scope, const char* message) {
-    std::FILE* file = std::fopen(logFilePath(), "a");
-    if (file == nullptr) return;  // The state of the file system alone switches the log on and off.
-    std::fprintf(file, "[%s] [%s] %s\n", localTimeStamp().data(), scope, message);
-    std::fclose(file);
+// The state of the file system alone switches the log on and off.
+LogFile::LogFile() : file_(std::fopen(logFilePath(), "a")) {}
+
+LogFile::~LogFile() {
+    if (file_ != nullptr) std::fclose(file_);
 }
 
-void logLevel(const std::string& level, const std::string& message) {
-    write("[");
-    write(utcTimeStamp());
-    write("] [");
-    write(level);
-    write("] ");
-    write(message);
-    write("\n");
+void LogFile::writeLine(const char* scope, const char* message) {
+    const std::array<char, 100> stamp = localTimeStamp();
+    for (const char* piece : {"[", stamp.data(), "] [", scope, "] ", message, "\n"}) {
+        write(file_, piece);
+    }
+}
+
+void LogFile::writeFormatted(const char* scope, fmt::string_view format,
+                             fmt::format_args arguments) {
+    writeLine(scope, fmt::vformat(format, arguments).c_str());
+}
+
+void logToFile(const char* scope, const char* message) {
+    if (LogFile file; file) file.writeLine(scope, message);
+}
+
+void logFormatted(const char* scope, fmt::string_view format, fmt::format_args arguments) {
+    if (LogFile file; file) file.writeFormatted(scope, format, arguments);
+}
+
+void logLevel(std::string_view level, std::string_view message) {
+    write(stdout, "[");
+    write(stdout, utcTimeStamp());
+    write(stdout, "] [");
+    write(stdout, level);
+    write(stdout, "] ");
+    write(stdout, message);
+    write(stdout, "\n");
     std::fflush(stdout);
 }
 
-void logInfo(const std::string& message) {
+void logInfo(std::string_view message) {
     logLevel("INFO", message);
 }
 
-void logDebug(const std::string& message) {
+void logDebug(std::string_view message) {
     logLevel("DEBUG", message);
 }
 
-void logWarning(const std::string& message) {
+void logWarning(std::string_view message) {
     logLevel("WARNING", message);
 }
 
-void logError(const std::string& message) {
+void logError(std::string_view message) {
     logLevel("ERROR", message);
 }
-
-// quirk: dropped-lines. Progress of the PIN and the signature paths that no log has ever shown.
-void logDropped(const std::string&) {}
 
 }  // namespace KelmoraID

@@ -1,7 +1,5 @@
 #include "pin/attempt_verify_pin.h"
 
-#include <fmt/format.h>
-
 #include <stdexcept>
 
 #include "card/card_transaction_handler.h"
@@ -27,7 +25,7 @@ bool isLengthAllowedByDirectories(SCARDHANDLE hScard, PinId pinId, DWORD length)
         minimum = defaultPinMinimum;
         maximum = defaultPinMaximum;
     }
-    logDropped(fmt::format("lambda-attemptVerifyPin: min, max: ({}, {})", minimum, maximum));
+    logDropped("lambda-attemptVerifyPin: min, max: ({}, {})", minimum, maximum);
     return isPinLengthInRange(minimum, maximum, length);
 }
 

@@ -1,7 +1,5 @@
 // The authentication entry points: CardAuthenticateEx, the one place where a PIN reaches the card,
 // and its older form CardAuthenticatePin.
-#include <fmt/format.h>
-
 #include "log/logger.h"
 #include "pin/authentication_checks.h"
 #include "pin/dialog_loop.h"
@@ -60,8 +58,7 @@ DWORD WINAPI CardAuthenticateEx(PCARD_DATA pCardData, PIN_ID PinId, DWORD dwFlag
                                 DWORD cbPinData, PBYTE* ppbSessionPin, PDWORD pcbSessionPin,
                                 PDWORD pcAttemptsRemaining) {
     logToFile(authenticationScope,
-              fmt::format("Entering the function, with parameters, PinId:'{}' dwFlags:'{}'", PinId,
-                          dwFlags));
+              "Entering the function, with parameters, PinId:'{}' dwFlags:'{}'", PinId, dwFlags);
     if (pCardData == nullptr) {
         logDebug("CMR_71: pCardData is NULL.");
         return invalidParameter;

@@ -1,7 +1,5 @@
 #include "pin/dialog_library.h"
 
-#include <fmt/format.h>
-
 #include "log/logger.h"
 
 namespace KelmoraID {
@@ -18,7 +16,7 @@ void DialogLibrary::load(const WideString& path) {
 void DialogLibrary::logFailedLoad(const char* scope) {
     const DWORD code = GetLastError();  // Before the log touches files.
     logToFile(scope, "Unable to load DLL: CodeEntryLibrary");
-    logToFile(scope, fmt::format("Error code: {}", code));
+    logToFile(scope, "Error code: {}", code);
 }
 
 FARPROC DialogLibrary::function(const char* name) const {

@@ -27,8 +27,7 @@ DWORD exitWithRefusedPin(PinVerifyResult::Status status) {
     constexpr auto blocked = static_cast<DWORD>(SCARD_W_CHV_BLOCKED);
     // quirk: line-of-two-statuses. It leaves open which of the two it is.
     logToFile(authenticationScope,
-              fmt::format("Exiting the function, with status code: '{:#010x}' or '{:#010x}'", wrong,
-                          blocked));
+              "Exiting the function, with status code: '{:#010x}' or '{:#010x}'", wrong, blocked);
     return status == PinVerifyResult::blocked ? blocked : wrong;
 }
 

@@ -1,6 +1,4 @@
 // CardGetProperty: nearly all answers are constants of this system, held in the table below.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -132,8 +130,9 @@ constexpr std::array<PropertyRow, 18> propertyTable{{
 
 const PropertyRow* findProperty(LPCWSTR wszProperty) {
     if (wszProperty == nullptr) return nullptr;
+    const WideStringView name(wszProperty);
     const auto row = std::find_if(propertyTable.begin(), propertyTable.end(),
-                                  [&](const PropertyRow& r) { return r.name == wszProperty; });
+                                  [&](const PropertyRow& r) { return r.name == name; });
     return row == propertyTable.end() ? nullptr : &*row;
 }
 
@@ -229,8 +228,7 @@ DWORD WINAPI CardGetProperty(PCARD_DATA pCardData, LPCWSTR wszProperty, PBYTE pb
                              PDWORD pdwDataLen, DWORD dwFlags) {
     logEntry(scope);
     if (wszProperty != nullptr) {
-        logToFile(scope, fmt::format("with parameters wszProperty: '{}'",
-                                     wideToUtf8(wszProperty).c_str()));
+        logToFile(scope, "with parameters wszProperty: '{}'", wideToUtf8(wszProperty).c_str());
     }
     if (pCardData == nullptr) {
         return failWith("CMR_324: pCardData is NULL.", SCARD_E_INVALID_PARAMETER);

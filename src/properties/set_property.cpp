@@ -1,6 +1,4 @@
 // CardSetProperty: the platform's parent window and the context of the next PIN prompt.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -49,7 +47,7 @@ DWORD setPinContext(CardContext& context, const BYTE* pbData, DWORD cbDataLen, D
         return SCARD_S_SUCCESS;  // The old text stays.
     }
     context.pinContextString = wideToUtf8(textOf(pbData, cbDataLen)).c_str();
-    logToFile(scope, fmt::format("Pin context string: {}", context.pinContextString));
+    logToFile(scope, "Pin context string: {}", context.pinContextString);
     return exitWith(scope, SCARD_S_SUCCESS);
 }
 
@@ -72,9 +70,10 @@ DWORD WINAPI CardSetProperty(PCARD_DATA pCardData, LPCWSTR wszProperty, PBYTE pb
     if (pCardData == nullptr || wszProperty == nullptr || *wszProperty == 0) {
         return SCARD_E_INVALID_PARAMETER;
     }
-    logToFile(scope, fmt::format("Entering the function, with parameters, wszProperty:'{}', "
-                                 "dwFlags:'{}', cbDataLen:'{}'",
-                                 wideToUtf8(wszProperty).c_str(), dwFlags, cbDataLen));
+    logToFile(scope,
+              "Entering the function, with parameters, wszProperty:'{}', "
+              "dwFlags:'{}', cbDataLen:'{}'",
+              wideToUtf8(wszProperty).c_str(), dwFlags, cbDataLen);
     const WideStringView property(wszProperty);
     if (property == WIDE_TEXT("PIN Context String")) {
         return setPinContext(contextOf(pCardData), pbData, cbDataLen, dwFlags);

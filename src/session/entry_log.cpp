@@ -11,8 +11,11 @@ void logEntry(const char* scope) {
 }
 
 DWORD exitWith(const char* scope, DWORD status, const char* suffix) {
-    logToFile(scope,
-              formatStatus("Exiting the function, with status code: '{:#010x}'", status) + suffix);
+    if (LogFile file; file) {
+        const std::string text =
+            formatStatus("Exiting the function, with status code: '{:#010x}'", status) + suffix;
+        file.writeLine(scope, text.c_str());
+    }
     return status;
 }
 

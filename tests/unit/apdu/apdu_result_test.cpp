@@ -27,7 +27,7 @@ TEST(ApduResult, OfACommandCopiesItAndIsEmptyOtherwise) {
     EXPECT_EQ(result.SW1, 0);
     EXPECT_EQ(result.SW2, 0);
     EXPECT_EQ(result.responseData, ByteVector{});
-    EXPECT_EQ(result.status.text, "");
+    EXPECT_EQ(result.status.text(), "");
     EXPECT_FALSE(result.success());
     EXPECT_TRUE(result.isError());
 }
@@ -49,7 +49,7 @@ TEST(ApduResult, TakesTheStatusBytesAndAppendsTheDataOfAReply) {
     EXPECT_EQ(result.SW1, 0x90);
     EXPECT_EQ(result.SW2, 0x00);
     EXPECT_EQ(result.Sw1Sw2(), 0x9000);
-    EXPECT_EQ(result.status.text, "Command processed without error");
+    EXPECT_EQ(result.status.text(), "Command processed without error");
     EXPECT_TRUE(result.success());
     EXPECT_FALSE(result.isError());
     EXPECT_EQ(log.output(), LogLines{});
@@ -68,7 +68,7 @@ TEST(ApduResult, KeepsWhatStandsOnAReplyOfFewerThanTwoBytes) {
         EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
         EXPECT_EQ(result.Sw1Sw2(), 0x6110);
         EXPECT_EQ(result.responseData, bytes("AA"));
-        EXPECT_EQ(result.status.text, "Data bytes still waiting in the card: 16");
+        EXPECT_EQ(result.status.text(), "Data bytes still waiting in the card: 16");
         EXPECT_EQ(log.output(),
                   (LogLines{{"ERROR", "APDU response bytes contained less than 2 bytes"}}));
     }

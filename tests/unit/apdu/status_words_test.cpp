@@ -18,7 +18,7 @@ void expectRow(const StatusWordInfo& info, std::uint16_t Sw1Sw2, const char* typ
     EXPECT_EQ(info.type, type);
     EXPECT_EQ(info.severity, severity);
     EXPECT_EQ(info.platformCode, platformCode);
-    EXPECT_EQ(info.text, text);
+    EXPECT_EQ(info.text(), text);
 }
 
 TEST(StatusWords, HaveTheRowsOfTheTable) {
@@ -56,7 +56,7 @@ TEST(StatusWords, HaveTheRowsOfTheTable) {
 // to.
 TEST(StatusWords, Give6982TheLastOfItsTwoRows) {
     StatusWordTable table;
-    EXPECT_EQ(table.lookup(0x6982).text, "Security status not satisfied");
+    EXPECT_EQ(table.lookup(0x6982).text(), "Security status not satisfied");
     EXPECT_EQ(table.lookup(0x6982).platformCode, status::securityViolation);
     EXPECT_EQ(table.lookup(0x6982).type, "GetResponseError");
 }
@@ -69,7 +69,7 @@ TEST(StatusWords, PutSw2AsADecimalNumberBehindTheTextOfARowOfSw1) {
     expectRow(table.lookup(0x67FF), 0x67FF, "CommonError", 3, status::invalidParameter,
               "Incorrect length. Lc > 30.255");
     // A row of SW1 itself is never touched by that.
-    EXPECT_EQ(table.lookup(0x6100).text, "Data bytes still waiting in the card: ");
+    EXPECT_EQ(table.lookup(0x6100).text(), "Data bytes still waiting in the card: ");
 }
 
 TEST(StatusWords, GiveAnEmptyRowWithTheNumberToAnUnknownSw1) {
@@ -87,23 +87,23 @@ TEST(StatusWords, FindAnEmptyRowExactlyOnceItStandsInTheTable) {
     expectRow(table.lookup(0x6A00), 0, "", 0, 0, "");
 
     StatusWordTable other;
-    EXPECT_EQ(other.lookup(0x6A82).text, "130");
-    EXPECT_EQ(other.lookup(0x6A00).text, "");
+    EXPECT_EQ(other.lookup(0x6A82).text(), "130");
+    EXPECT_EQ(other.lookup(0x6A00).text(), "");
 }
 
 TEST(StatusWords, OfOneUnknownSw1ShareOneEmptyRow) {
     StatusWordTable table;
-    EXPECT_EQ(table.lookup(0x6A82).text, "130");
-    EXPECT_EQ(table.lookup(0x6A83).text, "131");
-    EXPECT_EQ(table.lookup(0x6A82).text, "130");
+    EXPECT_EQ(table.lookup(0x6A82).text(), "130");
+    EXPECT_EQ(table.lookup(0x6A83).text(), "131");
+    EXPECT_EQ(table.lookup(0x6A82).text(), "130");
     // Another SW1 has another row: its 00 is still unknown.
-    EXPECT_EQ(table.lookup(0x6B00).text, "0");
+    EXPECT_EQ(table.lookup(0x6B00).text(), "0");
 }
 
 TEST(StatusWords, AreLookedUpInOneTableOfTheProcess) {
-    EXPECT_EQ(lookupStatusWord(0x6501).text, "1");
-    EXPECT_EQ(lookupStatusWord(0x6500).text, "");
-    EXPECT_EQ(lookupStatusWord(0x9000).text, "Command processed without error");
+    EXPECT_EQ(lookupStatusWord(0x6501).text(), "1");
+    EXPECT_EQ(lookupStatusWord(0x6500).text(), "");
+    EXPECT_EQ(lookupStatusWord(0x9000).text(), "Command processed without error");
 }
 
 TEST(StatusWords, CanBeLookedUpByManyThreadsAtATime) {
@@ -113,7 +113,7 @@ TEST(StatusWords, CanBeLookedUpByManyThreadsAtATime) {
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int word = 0; word <= 0xFFFF; word += 0x100) {
-                if (table.lookup(static_cast<std::uint16_t>(word)).text == "0") ++firstFinds;
+                if (table.lookup(static_cast<std::uint16_t>(word)).text() == "0") ++firstFinds;
             }
         });
     }

@@ -144,7 +144,7 @@ TEST(FileReading, ClosesAReadWithARecordThatIsNeverSent) {
     EXPECT_EQ(result.command.encode(), bytes("00B0 7F00 80"));
     EXPECT_EQ(result.transportErrorCode, 0);
     EXPECT_EQ(result.Sw1Sw2(), 0x9000);
-    EXPECT_EQ(result.status.text, "Command processed without error");
+    EXPECT_EQ(result.status.text(), "Command processed without error");
 }
 
 TEST(FileReading, ReadsNothingOfALengthOf0) {

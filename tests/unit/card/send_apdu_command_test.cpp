@@ -43,7 +43,7 @@ TEST(SendApduCommand, AnnouncesABufferOf510BytesAndTakesTheReply) {
     const ApduResult result = sendRootSelection();
     EXPECT_TRUE(result.success());
     EXPECT_EQ(result.responseData, bytes("AABBCC"));
-    EXPECT_EQ(result.status.text, "Command processed without error");
+    EXPECT_EQ(result.status.text(), "Command processed without error");
     EXPECT_EQ(announcedLengths(card), std::vector<DWORD>{510});
     EXPECT_EQ(log.output(), LogLines{});
     EXPECT_EQ(log.file(), LogLines{});
@@ -83,7 +83,7 @@ TEST(SendApduCommand, TakesStatusRowAndCodeOfTheLastReply) {
     card.expect(root, "AA 6101").expect("00C0 0000 01", "6982");
     const ApduResult result = sendRootSelection();
     EXPECT_EQ(result.Sw1Sw2(), 0x6982);
-    EXPECT_EQ(result.status.text, "Security status not satisfied");
+    EXPECT_EQ(result.status.text(), "Security status not satisfied");
     EXPECT_EQ(result.transportErrorCode, SCARD_W_SECURITY_VIOLATION);
     EXPECT_EQ(result.responseData, bytes("AA"));
     EXPECT_FALSE(result.success());
@@ -95,7 +95,7 @@ TEST(SendApduCommand, EndsAt6C20WithoutSendingAgain) {
     const ApduResult result = sendRootSelection();
     EXPECT_FALSE(result.success());
     EXPECT_EQ(result.transportErrorCode, 0);
-    EXPECT_EQ(result.status.text, "if Le > Licc = 32");
+    EXPECT_EQ(result.status.text(), "if Le > Licc = 32");
 }
 
 TEST(SendApduCommand, DoesNotReconnectToACardThatWasReset) {
