@@ -7,9 +7,10 @@
 namespace KelmoraID {
 
 /// How many GET RESPONSE commands may follow one command, on either way to a card. The longest
-/// reply that a FINEID card has is a signature of 512 bytes: two by 256 bytes, and 16 for a card
-/// that gives 32 bytes at a time. The six need one. A card that goes on would go on for ever.
-inline constexpr int mostGetResponses = 16;
+/// reply that a FINEID card has is a signature of 512 bytes: two by 256 bytes, 16 by the 32 bytes
+/// that a block of T=1 holds at first (ISO/IEC 7816-3, 11.4.2), 64 by 8. A card that goes on would
+/// go on for ever.
+inline constexpr int mostGetResponses = 64;
 
 }  // namespace KelmoraID
 

@@ -39,7 +39,7 @@ public:
 
     /// Sends the command of the record and gathers the whole reply in it, with GET RESPONSE while
     /// the card says 61xx, up to mostGetResponses. Never throws for the card or the platform: the
-    /// record tells. From 1,024 commands of this object on nothing goes out, as if the reader gave
+    /// record tells. From 10,000 commands of this object on nothing goes out, as if the reader gave
     /// no reply.
     void SendApduCommand(ApduResult& result);
 

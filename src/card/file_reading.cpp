@@ -15,9 +15,8 @@ namespace {
 
 constexpr std::size_t identifierLength = 2;
 constexpr std::uint32_t chunkSize = 127;
-// As far as the offset of a READ BINARY reaches. Behind it the card would give the file's begin
-// once more; no FINEID file has a tenth of it.
-constexpr std::uint32_t largestFile = 0x10000;
+// No FINEID file is near this size. A card that states more would be read for hours.
+constexpr std::uint32_t largestFile = 0x100000;
 constexpr BYTE closingMarker = 0x7F;
 
 constexpr BYTE inCurrentDirectory = 0x02;
@@ -97,8 +96,9 @@ ApduResult CardTransactionHandler::readBinary(std::uint32_t length) {
     while (remaining != 0) {
         const std::uint32_t chunk = std::min(remaining, chunkSize);
         const std::uint32_t offset = length - remaining;
-        // quirk: offset-beyond-a-file. The offset unmasked, whatever the card makes of it: from
-        // 32,768 on P1 reads as a short file identifier.
+        // quirk: offset-beyond-a-file. The two lowest bytes of the offset, whatever the card makes
+        // of them: from 32,768 on P1 reads as a short file identifier, and from 65,536 on the
+        // offset starts again. A whole file of that size cannot be had by this command.
         ApduResult read = send(apduCommands::readBinary(static_cast<BYTE>(offset >> 8),
                                                         static_cast<BYTE>(offset & 0xFF),
                                                         static_cast<BYTE>(chunk)));

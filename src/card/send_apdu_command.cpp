@@ -15,10 +15,10 @@ namespace {
 constexpr DWORD firstReceiveLength = 510;
 constexpr DWORD statusWordLength = 2;
 
-// What one object may send: two files of the largest size that is read at all, where an honest
-// acquisition sends 41 to 110 commands. A hostile card that keeps each single bound must not hang
-// the logon process for days by their product.
-constexpr int mostCommands = 1'024;
+// What one object may send: a file of the largest size that is read at all, and more beside it than
+// the 41 to 110 commands of an honest acquisition. A hostile card that keeps each single bound must
+// not hang the logon process for days by their product.
+constexpr int mostCommands = 10'000;
 
 }  // namespace
 

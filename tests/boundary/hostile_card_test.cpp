@@ -8,9 +8,9 @@ namespace boundary {
 namespace {
 
 // What a command costs at most: itself, and the GET RESPONSEs that may follow it.
-constexpr int chain = 1 + 16;
+constexpr int chain = 1 + 64;
 // Commands of one object of the file-reading kind.
-constexpr int reading = 1'024;
+constexpr int reading = 10'000;
 // PINs and deciphering: each command goes out once more after a reset.
 constexpr int tries = 2;
 
@@ -18,8 +18,8 @@ enum class Mode {
     PlaysAlong,      ///< whole answers, in as many pieces, resets and large files as are borne
     OneByteForEver,  ///< 61xx with one byte of data to each command
     NothingForEver,  ///< 61xx without data
-    LargeFiles,      ///< each file is 64 KiB
-    HugeFiles,       ///< each file is 1 MiB
+    LargeFiles,      ///< each file is 1 MiB
+    HugeFiles,       ///< each file is larger than any that is read
     ResetForEver,    ///< each command meets a card that was reset
 };
 constexpr Mode modes[] = {Mode::PlaysAlong, Mode::OneByteForEver, Mode::NothingForEver,
@@ -99,7 +99,7 @@ private:
         if (mode == Mode::OneByteForEver) return {0xEE, 0x61, 0x01};
         if (mode == Mode::NothingForEver) return {0x61, 0x01};
         if (isGetResponse(command) && mode == Mode::PlaysAlong)
-            return ++pieces_ < 16 ? piece() : rest_;
+            return ++pieces_ < 64 ? piece() : rest_;
         rest_ = answerOfTheCard(protocol, command);
         pieces_ = 0;
         if (mode != Mode::PlaysAlong || !isGathered(command)) return rest_;
@@ -128,8 +128,8 @@ private:
             command[1] == 0xA4 && command[3] == 0x04 && (command[2] == 0x02 || command[2] == 0x09);
         if (isFile && bytes.size() >= 2 && (bytes.end()[-2] == 0x90 || bytes.end()[-2] == 0x61)) {
             return mode == Mode::HugeFiles
-                       ? Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x00, 0x90, 0x00}
-                       : Bytes{0x62, 0x05, 0x80, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00};
+                       ? Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x01, 0x90, 0x00}
+                       : Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x00, 0x90, 0x00};
         }
         if (command[1] == 0xB0) {
             Bytes chunk = bytes.size() == command.back() + 2u ? bytes : Bytes(command.back() + 2u);

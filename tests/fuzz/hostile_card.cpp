@@ -7,9 +7,8 @@
 namespace fuzz {
 namespace {
 
-// No command of the product may be drawn into more GET RESPONSE than this: 64 KiB of data a byte at
-// a time, 1024 answers without data and the last one (card/send_apdu_command.cpp).
-constexpr std::size_t mostGetResponses = 65'536 + 1'024 + 1;
+// No command of the product may be drawn into more GET RESPONSE than this (apdu/get_response.h).
+constexpr std::size_t mostGetResponses = 64;
 
 // The card is pulled out after so many exchanges, so that a run ends soon; with AtEnd::ForEver not
 // before one endless command has been ended by the product's own bounds.

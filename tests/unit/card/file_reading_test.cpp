@@ -215,8 +215,15 @@ TEST(FileReading, ReadsAFileOf65536Bytes) {
     EXPECT_EQ(card.exchanges().back().command, bytes("00B0 FFFC 04"));
 }
 
+TEST(FileReading, PutsTheTwoLowestBytesOfALargerOffsetIntoTheCommand) {
+    ScriptedCard card;
+    expectChunks(card, 0x10100);
+    EXPECT_EQ(readBinary(0x10100).responseData.size(), 0x10100U);
+    EXPECT_EQ(card.exchanges().back().command, bytes("00B0 00FA 06"));
+}
+
 TEST(FileReading, FailsBeforeTheFirstCommandWhereTheStatedSizeIsAbsurd) {
-    for (const std::uint32_t length : {0x10001U, 0xFFFFFFFFU}) {
+    for (const std::uint32_t length : {0x100001U, 0xFFFFFFFFU}) {
         ScriptedCard card;
         LogCapture log;
         CardTransactionHandler handler(ScriptedCard::handle);
@@ -229,6 +236,12 @@ TEST(FileReading, FailsBeforeTheFirstCommandWhereTheStatedSizeIsAbsurd) {
         EXPECT_EQ(log.output(),
                   (LogLines{{"DEBUG", "readBinary"}, {"DEBUG", "Error in readBinary!"}}));
     }
+}
+
+TEST(FileReading, ReadsAFileOfTheLargestSize) {
+    ScriptedCard card;
+    expectChunks(card, 0x100000);
+    EXPECT_EQ(readBinary(0x100000).responseData.size(), 0x100000U);
 }
 
 LogLines tracedRead(std::string_view path) {

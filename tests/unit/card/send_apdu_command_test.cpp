@@ -229,30 +229,30 @@ ApduResult sendToEndlessCard(std::size_t dataSize) {
     return result;
 }
 
-TEST(SendApduCommand, EndsAnEndlessChainAfter16GetResponses) {
+TEST(SendApduCommand, EndsAnEndlessChainAfter64GetResponses) {
     for (const std::size_t dataSize : {0, 1, 256}) {
         PlatformCallsGuard guard;
         LogCapture log;
         const ApduResult result = sendToEndlessCard(dataSize);
-        EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1 + 16);
-        EXPECT_EQ(result.responseData.size(), 17 * dataSize);
+        EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1 + 64);
+        EXPECT_EQ(result.responseData.size(), 65 * dataSize);
         EXPECT_EQ(result.Sw1Sw2(), 0x6100);
         EXPECT_EQ(result.transportErrorCode, SCARD_S_SUCCESS);
         EXPECT_FALSE(result.success());
     }
 }
 
-TEST(SendApduCommand, TakesAReplyInSixteenPiecesMoreThanTheFirst) {
+TEST(SendApduCommand, TakesAReplyIn64PiecesMoreThanTheFirst) {
     ScriptedCard card;
     card.expect(root, "A0 6120");
-    for (int piece = 1; piece < 16; ++piece) card.expect("00C0 0000 20", "A1 6120");
+    for (int piece = 1; piece < 64; ++piece) card.expect("00C0 0000 20", "A1 6120");
     card.expect("00C0 0000 20", "A2 9000");
     const ApduResult result = sendRootSelection();
     EXPECT_TRUE(result.success());
-    EXPECT_EQ(result.responseData.size(), 17U);
+    EXPECT_EQ(result.responseData.size(), 65U);
 }
 
-TEST(SendApduCommand, SendsNothingFromThe1025thCommandOfAnObjectOn) {
+TEST(SendApduCommand, SendsNothingFromThe10001stCommandOfAnObjectOn) {
     PlatformCallsGuard guard;
     platformCalls().SCardTransmit = [](SCARDHANDLE, LPCSCARD_IO_REQUEST, LPCBYTE, DWORD,
                                        LPSCARD_IO_REQUEST, LPBYTE reply, LPDWORD received) {
@@ -263,7 +263,7 @@ TEST(SendApduCommand, SendsNothingFromThe1025thCommandOfAnObjectOn) {
     };
     LogCapture log;
     CardTransactionHandler handler(0);
-    for (int sent = 0; sent < 1'024; ++sent) {
+    for (int sent = 0; sent < 10'000; ++sent) {
         ApduResult result(apduCommands::selectRootDir());
         handler.SendApduCommand(result);
         ASSERT_TRUE(result.success());
@@ -271,7 +271,7 @@ TEST(SendApduCommand, SendsNothingFromThe1025thCommandOfAnObjectOn) {
     log.clear();
     ApduResult result(apduCommands::selectRootDir());
     handler.SendApduCommand(result);
-    EXPECT_EQ(platformCalls().counts["SCardTransmit"], 1'024);
+    EXPECT_EQ(platformCalls().counts["SCardTransmit"], 10'000);
     EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
     EXPECT_EQ(result.Sw1Sw2(), 0x0000);
     EXPECT_EQ(log.output(), LogLines{shortReply});
