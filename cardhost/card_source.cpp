@@ -197,6 +197,13 @@ public:
 
     const CardSeam* seam() const { return card_.seam(); }
     const std::string& mismatch() const { return card_.mismatch(); }
+    bool hasCall(const std::string& call) const {
+        return std::any_of(conversation_.entries.begin(), conversation_.entries.end(),
+                           [&](const recording::Entry& entry) {
+                               const auto* begun = std::get_if<recording::Call>(&entry);
+                               return begun != nullptr && begun->text == call;
+                           });
+    }
 
 private:
     recording::Conversation conversation_;
@@ -379,6 +386,10 @@ bool ConnectedCard::isInProcess() const {
 
 bool ConnectedCard::isRecording() const {
     return parts_->recordedSource.has_value();
+}
+
+bool ConnectedCard::hasCall(const std::string& call) const {
+    return !parts_->recordedSource || parts_->recordedSource->hasCall(call);
 }
 
 void ConnectedCard::checkRecording() const {

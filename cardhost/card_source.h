@@ -62,6 +62,8 @@ public:
     bool isInProcess() const;
     /// Whether it is a recorded one.
     bool isRecording() const;
+    /// Whether that call can be made: on any card but a recorded one that was never asked so.
+    bool hasCall(const std::string& call) const;
     /// Throws a Failure (recording) if a recorded card was asked what its recording has not.
     void checkRecording() const;
     /// Sends a command past the driver.

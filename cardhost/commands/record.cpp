@@ -8,6 +8,7 @@
 #include "anonymous.h"
 #include "card_types.h"
 #include "commands/commands.h"
+#include "directory_query.h"
 #include "files.h"
 #include "key_operations.h"
 #include "known_inputs.h"
@@ -90,6 +91,11 @@ void walk(Session& session, const RecordOptions& options) {
     }
     for (const doctor::PinTries& tries : askPinTries(session.card, session.trace)) {
         report.row(fmt::format("PIN {}", tries.pin), triesText(tries));
+    }
+    // What its row would tell, a card without a row is asked for.
+    if (generation == nullptr) {
+        const auto directories = askDirectories(session.card, session.trace);
+        if (directories) report.row("directories", fmt::format("{} of 2 recorded", *directories));
     }
     for (const Container& container : containers) {
         PinOptions pin = options.pin;

@@ -73,6 +73,17 @@ class Before(CardhostTest):
         page = (self.folder / "card.html").read_text(encoding="utf-8")
         self.assertIn("not known by its ATR", page)
 
+    def test_its_directories_may_make_no_sense(self):
+        head, query = RECORDING.read_text().split("Query of the PIN and key directories", 1)
+        for broken, read in (("A0 08 30 84", 1), ("A0 00 30 06", 1), ("A0 FF 30 06", 0), ("FF FF FF FF", 0),
+                             ("A0 80 00 00", 0)):
+            with self.subTest(broken):
+                self.assertIn("A0 08 30 06", query)
+                name = self.write("broken.txt", (head + "Query of the PIN and key directories" + query.replace(
+                    "A0 08 30 06", broken, 1)).encode())
+                out, _ = self.cardhost("--replay", name, "--as", NEAREST, "record", "--out", "again.txt")
+                self.assertRegex(out, f"directories +{read} of 2 recorded")
+
     def test_the_tables_have_no_row_of_it(self):
         for path, _, piece in add_card.pieces((add_card.CARD / "additions.txt").read_text(encoding="utf-8")):
             self.assertNotIn(piece, (ROOT / path).read_text(encoding="utf-8"))
