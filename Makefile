@@ -49,7 +49,7 @@ windows-arm64:
 test:
 	tools/run_tests.py
 
-test-all: test windows windows-arm64
+test-all: test native windows windows-arm64
 	tools/install_packages.sh test-all
 	tools/test_release.sh
 

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "card_types.h"
+#include "doctor/printable.h"
 #include "exit_codes.h"
 #include "files.h"
 #include "os.h"
@@ -196,6 +197,13 @@ public:
 
     const CardSeam* seam() const { return card_.seam(); }
     const std::string& mismatch() const { return card_.mismatch(); }
+    bool hasCall(const std::string& call) const {
+        return std::any_of(conversation_.entries.begin(), conversation_.entries.end(),
+                           [&](const recording::Entry& entry) {
+                               const auto* begun = std::get_if<recording::Call>(&entry);
+                               return begun != nullptr && begun->text == call;
+                           });
+    }
 
 private:
     recording::Conversation conversation_;
@@ -225,7 +233,7 @@ std::string readerWithOurCard(const WinscardCalls& calls, const PcscContext& pcs
         const ReaderState state = stateOf(calls, pcsc, name);
         if (generationOf(state.atr) != nullptr) {
             for (const std::string& other : passedOver) {
-                fmt::print(stderr, "cardhost: passed over {}\n", other);
+                fmt::print(stderr, "cardhost: passed over {}\n", doctor::printable(other));
             }
             return name;
         }
@@ -341,10 +349,11 @@ ConnectedCard::ConnectedCard(const CardChoice& choice, const std::filesystem::pa
     parts.connection->hold();
     parts.atr = parts.connection->atr();
     if (parts.atr.empty()) throw Failure(ExitCode::notFound, "the card does not tell its ATR");
-    parts.shownAtr =
-        choice.takenFor == 0
-            ? parts.atr
-            : virtual_card::fromHex(virtual_card::findGeneration(choice.takenFor)->atr);
+    parts.shownAtr = parts.atr;
+    if (choice.takenFor != 0) {
+        const ByteView atr = generationOfType(choice.takenFor)->atr;
+        parts.shownAtr.assign(atr.begin(), atr.end());
+    }
     trace.begin(parts.atr, parts.connection->protocol());
 }
 
@@ -364,15 +373,23 @@ const std::string& ConnectedCard::reader() const {
 
 bool ConnectedCard::answers() const {
     // A card in this process cannot go.
-    return parts_->virtualSource || parts_->recordedSource || parts_->connection->answers();
+    return isInProcess() || parts_->connection->answers();
 }
 
 const Bytes& ConnectedCard::shownAtr() const {
     return parts_->shownAtr;
 }
 
+bool ConnectedCard::isInProcess() const {
+    return parts_->virtualSource || parts_->recordedSource;
+}
+
 bool ConnectedCard::isRecording() const {
     return parts_->recordedSource.has_value();
+}
+
+bool ConnectedCard::hasCall(const std::string& call) const {
+    return !parts_->recordedSource || parts_->recordedSource->hasCall(call);
 }
 
 void ConnectedCard::checkRecording() const {

@@ -15,12 +15,12 @@
 namespace cardhost {
 
 struct CardChoice {
-    int virtualType = 3;              // the generation of a virtual card, 3 to 8
+    int virtualType = 3;              // the generation of a virtual card
     std::filesystem::path stateFile;  // where that card's tries are kept; empty for nowhere
     /// A reader's name instead, or "" for the first with such a card.
     std::optional<std::string> reader;
     std::filesystem::path recording;  // a recorded conversation to replay instead; empty for none
-    int takenFor = 0;  // the type whose ATR the driver is shown, 3 to 8; 0 for the card's own
+    int takenFor = 0;  // the type whose ATR the driver is shown; 0 for the card's own
 };
 
 /// A recorded conversation; throws a Failure (file) with the number of the line if it is none.
@@ -58,8 +58,12 @@ public:
     const Bytes& atr() const;
     /// The ATR that the driver is shown.
     const Bytes& shownAtr() const;
+    /// Whether it is one in this process, virtual or recorded.
+    bool isInProcess() const;
     /// Whether it is a recorded one.
     bool isRecording() const;
+    /// Whether that call can be made: on any card but a recorded one that was never asked so.
+    bool hasCall(const std::string& call) const;
     /// Throws a Failure (recording) if a recorded card was asked what its recording has not.
     void checkRecording() const;
     /// Sends a command past the driver.

@@ -25,13 +25,17 @@ std::span<const CardGeneration> generations() {
     return list;
 }
 
+const CardGeneration* generationOfType(int type) {
+    const auto list = generations();
+    const auto row = std::find_if(list.begin(), list.end(), [&](const CardGeneration& generation) {
+        return generation.type == type;
+    });
+    return row == list.end() ? nullptr : &*row;
+}
+
 const CardGeneration* generationOf(ByteView atr) {
     const KelmoraID::CardProfile* profile = KelmoraID::findCardByAtr(atr);
-    if (profile == nullptr) return nullptr;
-    const auto list = generations();
-    return &*std::find_if(list.begin(), list.end(), [&](const CardGeneration& generation) {
-        return generation.type == static_cast<int>(profile->type);
-    });
+    return profile == nullptr ? nullptr : generationOfType(static_cast<int>(profile->type));
 }
 
 }  // namespace cardhost

@@ -9,13 +9,16 @@
 namespace cardhost {
 
 struct CardGeneration {
-    int type;  // 3 to 8
+    int type;
     ByteView atr;
     const char* description;
 };
 
 /// All of them, by type.
 std::span<const CardGeneration> generations();
+
+/// The generation of this type; null where there is none.
+const CardGeneration* generationOfType(int type);
 
 /// The generation with this ATR, also with one further byte behind it; null for any other card.
 const CardGeneration* generationOf(ByteView atr);

@@ -28,12 +28,17 @@ std::string curveName(const Botan::EC_PublicKey& key) {
     return name.empty() ? "unnamed curve" : name;
 }
 
-/// "C="FI",CN="..."": the library puts the name of the standard before some attributes.
+/// "C="FI", CN="..."": the library puts the name of the standard before some attributes, and no
+/// blank between them.
 std::string nameText(const Botan::X509_DN& name) {
     constexpr std::string_view standard = "X520.";
     std::string text = name.to_string();
     for (auto at = text.find(standard); at != std::string::npos; at = text.find(standard, at)) {
         text.erase(at, standard.size());
+    }
+    constexpr std::string_view end = "\",";
+    for (auto at = text.find(end); at != std::string::npos; at = text.find(end, at + 1)) {
+        text.insert(at + end.size(), " ");
     }
     return text;
 }

@@ -16,13 +16,15 @@ enum class ExitCode : int {
     file = 6,         // a file cannot be read, understood or written
     recording = 7,    // a replayed card was asked what its recording has not
     unwell = 8,       // the doctor found what stands in the way of a card
+    unseen = 9,       // the driver's commands do not come by where they are listened for
     unexpected = 70,  // a fault of this program
 };
 
 inline constexpr const char* exitCodeHelp =
-    "Exit codes: 0 done; 1 wrong usage; 2 no driver, reader or card; 3 the driver refused (its\n"
-    "status is printed); 4 wrong PIN; 5 PIN blocked; 6 a file cannot be read, understood or\n"
-    "written; 7 the recording has not what was asked; 8 the doctor found what stands in the way;\n"
+    "Exit codes: 0 done; 1 wrong usage; 2 no driver, reader or card; 3 the driver\n"
+    "refused (its status is printed); 4 wrong PIN; 5 PIN blocked; 6 a file cannot be\n"
+    "read, understood or written; 7 the recording has not what was asked; 8 the\n"
+    "doctor found what stands in the way; 9 the driver's commands cannot be seen;\n"
     "70 a fault of this program.";
 
 /// Ends the command with an exit code and, if it has a message, one line on standard error.

@@ -1,9 +1,12 @@
 // cardhost: the platform's side of the minidriver interface as a program.
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
+#include "doctor/printable.h"
 #include "exit_codes.h"
 #include "options.h"
 #include "os.h"
@@ -11,7 +14,15 @@
 namespace {
 
 int end(cardhost::ExitCode code, const char* message) {
-    if (*message != 0) fmt::print(stderr, "cardhost: {}\n", message);
+    if (*message == 0) return static_cast<int>(code);
+    const std::string text = "cardhost: " + cardhost::doctor::printable(message);
+    // Scripts get one line, and people lines that end between words.
+    constexpr std::size_t width = 80;
+    const bool isBroken = cardhost::os::isTerminal(stderr) && text.size() > width;
+    for (const std::string& line :
+         isBroken ? cardhost::doctor::wrapped(text, width) : std::vector<std::string>{text}) {
+        fmt::print(stderr, "{}\n", line);
+    }
     return static_cast<int>(code);
 }
 

@@ -5,11 +5,20 @@
 
 #include <CLI/CLI.hpp>
 
+#include "card_types.h"
+#include "doctor/printable.h"
 namespace cardhost {
 
 namespace {
 
 constexpr const char* seeHelp = " (see cardhost --help)";
+
+/// One of the types of card that there are, whichever they are.
+CLI::IsMember knownType() {
+    std::vector<int> types;
+    for (const CardGeneration& generation : generations()) types.push_back(generation.type);
+    return CLI::IsMember(types);
+}
 
 constexpr const char* description =
     "cardhost: what the platform does with a smart-card minidriver, on the command line.\n"
@@ -25,9 +34,9 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
     auto* virtualCard =
         program
             .add_option("--virtual", line.common.card.virtualType,
-                        "A virtual card of this type, 3 to 8, with test keys. Its PINs: 1 is 1234, "
-                        "4 is 123456, 3 is 12345678")
-            ->check(CLI::Range(3, 8).description(""))
+                        "A virtual card of this type, with test keys. Its PINs: 1 is 1234, 4 is "
+                        "123456, 3 is 12345678")
+            ->check(knownType())
             ->capture_default_str()
             ->type_name("TYPE")
             ->group(group);
@@ -53,9 +62,9 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
     program
         .add_option(
             "--as", line.common.card.takenFor,
-            "Have the driver take the card for one of this type, 3 to 8, whatever its ATR: to "
-            "see how far it gets with a card that it does not know")
-        ->check(CLI::Range(3, 8).description(""))
+            "Have the driver take the card for one of this type, whatever its ATR: to see how far "
+            "it gets with a card that it does not know")
+        ->check(knownType())
         ->type_name("TYPE")
         ->group(group);
     program
@@ -75,14 +84,36 @@ void addCommonOptions(CLI::App& program, CommandLine& line) {
         ->group(group);
 }
 
+/// The help with each description in lines of a terminal's width.
+std::string wrappedHelp(const std::string& help) {
+    constexpr std::size_t width = 80;
+    constexpr std::size_t column = 30;  // where descriptions begin (CLI::Formatter)
+    std::istringstream lines(help);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.size() <= width) {
+            result += line + '\n';
+            continue;
+        }
+        const std::size_t margin = line.starts_with(' ') ? column : 0;
+        std::string begin = line.substr(0, margin);
+        for (const std::string& part : doctor::wrapped(line.substr(margin), width - margin)) {
+            result += begin + part + '\n';
+            begin.assign(margin, ' ');
+        }
+    }
+    return result;
+}
+
 void printHelp(const CLI::App& program, std::FILE* help) {
     const auto chosen = program.get_subcommands();
     const CLI::App& subject = chosen.empty() ? program : *chosen.front();
-    fmt::print(help, "{}", subject.help(chosen.empty() ? "" : "cardhost"));
+    fmt::print(help, "{}", wrappedHelp(subject.help(chosen.empty() ? "" : "cardhost")));
     if (!chosen.empty()) {
-        fmt::print(help,
-                   "\nThe options --driver, --virtual, --reader and --trace go with every command: "
-                   "see cardhost --help\n");
+        fmt::print(
+            help,
+            "\nThe options --driver, --virtual, --reader, --replay and --trace go with every\n"
+            "command: see cardhost --help\n");
     }
 }
 

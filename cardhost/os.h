@@ -66,8 +66,9 @@ std::filesystem::path driverLogFile();
 /// Whether the stream goes to a terminal.
 bool isTerminal(std::FILE* stream);
 
-/// Whether it does and shows colour there, which NO_COLOR in the environment forbids.
-bool wantsColour(std::FILE* stream);
+/// Whether it goes to a terminal that moves its cursor and changes its colours by escape
+/// sequences (ECMA-48). A console of Windows is told to.
+bool takesEscapeSequences(std::FILE* stream);
 
 /// The stream for the program's own report. From then on, what anyone else in the process writes to
 /// standard output (a minidriver does) goes to standard error, so that reports can be piped.

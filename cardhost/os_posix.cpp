@@ -110,11 +110,10 @@ bool isTerminal(std::FILE* stream) {
     return isatty(fileno(stream)) == 1;
 }
 
-bool wantsColour(std::FILE* stream) {
-    const char* forbidden = std::getenv("NO_COLOR");
+bool takesEscapeSequences(std::FILE* stream) {
     const char* terminal = std::getenv("TERM");
-    return (forbidden == nullptr || *forbidden == 0) &&
-           (terminal == nullptr || std::string_view(terminal) != "dumb") && isTerminal(stream);
+    return terminal != nullptr && *terminal != 0 && std::string_view(terminal) != "dumb" &&
+           isTerminal(stream);
 }
 
 std::FILE* separateReport() {

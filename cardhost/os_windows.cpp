@@ -137,10 +137,8 @@ bool isTerminal(std::FILE* stream) {
     return _isatty(_fileno(stream)) != 0;
 }
 
-bool wantsColour(std::FILE* stream) {
-    const char* forbidden = std::getenv("NO_COLOR");
-    if ((forbidden != nullptr && *forbidden != 0) || !isTerminal(stream)) return false;
-    // A console shows colours once it is told to read the escape sequences.
+bool takesEscapeSequences(std::FILE* stream) {
+    if (!isTerminal(stream)) return false;
     constexpr DWORD escapeSequences = 4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
     const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     DWORD mode = 0;

@@ -18,7 +18,7 @@ constexpr std::size_t longestName = 50;
 }  // namespace
 
 Progress::Progress(std::FILE* stream, bool isWanted) : now_(Clock::now) {
-    if (!isWanted || !os::isTerminal(stream)) return;
+    if (!isWanted || !os::takesEscapeSequences(stream)) return;
     write_ = [stream](const std::string& text) {
         fmt::print(stream, "{}", text);
         std::fflush(stream);

@@ -14,7 +14,8 @@ public:
     using Clock = std::chrono::steady_clock;
     using Now = std::function<Clock::time_point()>;
 
-    /// Nothing is ever written unless the stream is a terminal and `isWanted`.
+    /// Nothing is ever written unless the stream is a terminal that can take the line back, and
+    /// `isWanted`.
     Progress(std::FILE* stream, bool isWanted);
     /// For tests: the terminal and the clock as given.
     Progress(std::function<void(const std::string&)> write, Now now);

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "doctor/printable.h"
 #include "recording/meanings.h"
 #include "report_style.h"
 #include "report_words.h"
@@ -22,43 +23,23 @@ constexpr std::size_t colours = 5;  // of the strip; the last class is for all t
 constexpr std::size_t commandsShownAtOnce = 6;
 constexpr int deepestTlv = 12;
 
-/// Text for any place between tags or in a quoted attribute. What is no UTF-8 or no character of a
-/// page becomes U+FFFD.
+/// Text for any place between tags or in a quoted attribute.
 std::string escaped(std::string_view text) {
-    constexpr std::string_view replacement = "\xEF\xBF\xBD";
     std::string result;
-    for (std::size_t at = 0; at < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const std::size_t length = byte < 0x80                   ? 1
-                                   : byte >= 0xC2 && byte < 0xE0 ? 2
-                                   : byte >= 0xE0 && byte < 0xF0 ? 3
-                                   : byte >= 0xF0 && byte < 0xF5 ? 4
-                                                                 : 0;
-        bool isWhole = length != 0 && text.size() - at >= length;
-        for (std::size_t i = 1; isWhole && i < length; ++i) {
-            isWhole = (static_cast<unsigned char>(text[at + i]) & 0xC0) == 0x80;
-        }
-        if (!isWhole || (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F) {
-            result += replacement;
-            ++at;
-            continue;
-        }
-        if (length > 1) {
-            result += text.substr(at, length);
-        } else if (byte == '&') {
+    for (const char character : doctor::printable(text)) {
+        if (character == '&') {
             result += "&amp;";
-        } else if (byte == '<') {
+        } else if (character == '<') {
             result += "&lt;";
-        } else if (byte == '>') {
+        } else if (character == '>') {
             result += "&gt;";
-        } else if (byte == '"') {
+        } else if (character == '"') {
             result += "&quot;";
-        } else if (byte == '\'') {
+        } else if (character == '\'') {
             result += "&#39;";
         } else {
-            result += text[at];
+            result += character;
         }
-        at += length;
     }
     return result;
 }
@@ -88,6 +69,11 @@ struct CallStep {
         return std::max(sum, result == nullptr ? sum : result->time.value_or(sum));
     }
 };
+
+std::string commandsText(const CallStep& step) {
+    const std::size_t count = step.exchanges.size();
+    return count == 0 ? "no command" : fmt::format("{} command{}", count, count == 1 ? "" : "s");
+}
 
 std::vector<CallStep> stepsOf(const recording::Conversation& conversation) {
     std::vector<CallStep> steps;
@@ -206,9 +192,9 @@ private:
         add("</div>\n<ul class=\"times\">\n");
         for (std::size_t at = 0; at < longest.size(); ++at) {
             format(
-                "<li><b class=\"c{}\"></b><span>{} <span class=\"dim\">{} commands</span></span>"
+                "<li><b class=\"c{}\"></b><span>{} <span class=\"dim\">{}</span></span>"
                 "<span>{}</span></li>\n",
-                at, escaped(longest[at]->text), longest[at]->exchanges.size(),
+                at, escaped(longest[at]->text), commandsText(*longest[at]),
                 timeText(longest[at]->time()));
         }
         add("</ul>\n");
@@ -242,9 +228,7 @@ private:
                statusLine(step));
         format("<span class=\"side\">{}{}</span></summary>\n",
                step.time().count() == 0 ? "" : timeText(step.time()),
-               step.exchanges.empty() ? ""
-                                      : fmt::format("<br>{} command{}", step.exchanges.size(),
-                                                    step.exchanges.size() == 1 ? "" : "s"));
+               step.exchanges.empty() ? "" : "<br>" + commandsText(step));
         for (const Exchange* exchange : step.exchanges) command(*exchange, lane);
         if (step.exchanges.empty() && step.log.empty()) {
             add("<div class=\"inside dim\">No command went to the card.</div>");

@@ -1,4 +1,5 @@
-// The style of the report's page: for light and dark, for print, down to the width of a phone.
+// The style of the report's page: for light and dark, for print, where closed details are shown
+// too, down to the width of a phone.
 #pragma once
 
 namespace cardhost {
@@ -77,6 +78,7 @@ td{padding:0 .8rem 0 0;vertical-align:top}
 @media print{:root{color-scheme:light;--back:#fff;--card:#f5f6f8;--text:#000;--dim:#444;--line:#aaa;--out:#0b62c4;
 --in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4}
 body{max-width:none;padding:0;font-size:10pt}.heads{position:static}.row,.strip,.found section{break-inside:avoid}
+details::details-content{content-visibility:visible;block-size:auto}
 *{-webkit-print-color-adjust:exact;print-color-adjust:exact}}
 )css";
 

@@ -6,8 +6,12 @@
 #include <optional>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "card_source.h"
+#include "card_types.h"
 #include "driver.h"
+#include "exit_codes.h"
 #include "report.h"
 #include "trace.h"
 
@@ -28,7 +32,9 @@ public:
           trace(options.trace, options.kept, options.beforeCall),
           card(options.card, driverFile(options).parent_path(), trace),
           driver(driverFile(options)),
-          acquisition(driver, card, trace) {}
+          acquisition(acquire(driver, card, trace)) {
+        if (trace.isOn() && isUnseen(card, trace)) throw Failure(ExitCode::unseen, unseen);
+    }
 
     Report report;
     Trace trace;
@@ -41,6 +47,26 @@ public:
                                              ? os::programFolder() / os::driverFileName()
                                              : os::pathOf(options.driver));
     }
+
+private:
+    static Acquisition acquire(const Driver& driver, ConnectedCard& card, const Trace& trace) try {
+        return Acquisition(driver, card, trace);
+    } catch (const Refusal& refusal) {
+        // A card of no known type is refused by its ATR, ahead of any command.
+        if (isUnseen(card, trace) && generationOf(card.shownAtr()) != nullptr) {
+            throw Failure(ExitCode::unseen, fmt::format("{}; {}", unseen, refusal.what()));
+        }
+        throw;
+    }
+
+    /// Whether the commands should have come by, and none has: no acquisition goes without one.
+    static bool isUnseen(const ConnectedCard& card, const Trace& trace) {
+        return (trace.isOn() || card.isInProcess()) && trace.exchanges() == 0;
+    }
+
+    static constexpr const char* unseen =
+        "the driver's commands to the card cannot be seen: it has not taken winscard from the "
+        "folder virtual-card beside this program";
 };
 
 }  // namespace cardhost

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "os.h"
@@ -12,7 +13,8 @@ enum class Style { plain, heading, good, warning, bad, faint };
 
 class Terminal {
 public:
-    explicit Terminal(std::FILE* stream) : isColoured_(os::wantsColour(stream)) {}
+    explicit Terminal(std::FILE* stream)
+        : isColoured_(!isForbidden() && os::takesEscapeSequences(stream)) {}
 
     /// The text, in the style where there is colour.
     std::string styled(Style style, const std::string& text) const {
@@ -21,6 +23,11 @@ public:
     }
 
 private:
+    static bool isForbidden() {
+        const char* forbidden = std::getenv("NO_COLOR");
+        return forbidden != nullptr && *forbidden != 0;
+    }
+
     static std::string codeOf(Style style) {
         switch (style) {
             case Style::heading:

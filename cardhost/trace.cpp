@@ -54,6 +54,7 @@ struct Trace::State {
     recording::WrittenCommand command;
     Clock::time_point commandStart;
     Clock::time_point callStart;
+    std::size_t exchanges = 0;
     bool isBegun = false;
 };
 
@@ -73,6 +74,10 @@ bool Trace::isOn() const {
 
 bool Trace::isUseful() const {
     return isOn() || state_->progress.isOn();
+}
+
+std::size_t Trace::exchanges() const {
+    return state_->exchanges;
 }
 
 void Trace::onCall(std::function<void(const std::string&)> listener) const {
@@ -112,6 +117,7 @@ void Trace::command(ByteView command) const {
 
 void Trace::reply(recording::Reply reply) const {
     if (!reply.time) reply.time = since(state_->commandStart);
+    ++state_->exchanges;
     state_->progress.step();
     if (state_->writer) {
         state_->writer->reply(reply, reply.failure == 0 ? "" : statusMeaning(reply.failure));

@@ -3,6 +3,7 @@
 // docs/conversation-format.md; the bytes of PINs are masked.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -29,6 +30,9 @@ public:
     bool isOn() const;
     /// Whether commands would help at least to tell how a long call gets on.
     bool isUseful() const;
+
+    /// The commands that have been answered so far.
+    std::size_t exchanges() const;
 
     /// Is told of each entry point ahead of its call.
     void onCall(std::function<void(const std::string& call)> listener) const;

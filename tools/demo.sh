@@ -29,8 +29,14 @@ mkdir -p "$work"
 "$repository/tools/run_in_wine.sh" x64 hostname >/dev/null
 mkdir -p "$log_folder"
 
-accepted=0
-for type in 3 4 5 6 7 8; do
+# The cards that there are, by the program's own help: --virtual TYPE:{3,4,...}
+types=$("$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" --help 2>/dev/null | tr -d '\r' |
+    sed -n 's/.*--virtual TYPE:{\([0-9,]*\)}.*/\1/p' | tr , ' ')
+[ -n "$types" ]
+
+cards=0 accepted=0
+for type in $types; do
+    cards=$((cards + 1))
     folder=$work/card-type-$type
     mkdir -p "$folder"
     rm -f "$log"
@@ -57,7 +63,7 @@ for type in 3 4 5 6 7 8; do
     tr -d '\r' <"$folder/log.txt" >"$folder/log-lines.txt"
     lines=$(wc -l <"$folder/log-lines.txt")
     echo
-    if [ "$type" = 3 ]; then
+    if [ "$cards" = 1 ]; then
         echo "The driver's log of this logon, all $lines lines:"
         sed 's/^/  /' "$folder/log-lines.txt"
     else
@@ -96,18 +102,18 @@ echo
 rule
 echo "Key agreement: OpenSSL makes the other party's key, and both sides derive the same"
 rule
-agreed=0
-for type in 4 5 6 7 8; do
+agreements=0 agreed=0
+for type in $types; do
     folder=$work/card-type-$type
+    curve=$(openssl pkey -pubin -in "$folder/certificate-key.pem" -noout -text | sed -n 's/^ASN1 OID: //p')
+    [ -n "$curve" ] || continue  # an RSA key
+    agreements=$((agreements + 1))
     (
         cd "$folder"
-        openssl x509 -in certificate.pem -noout -pubkey >card-key.pem
-        curve=$(openssl pkey -pubin -in card-key.pem -noout -text | sed -n 's/^ASN1 OID: //p')
         openssl genpkey -algorithm EC -pkeyopt "ec_paramgen_curve:$curve" -out other-party.pem 2>/dev/null
         openssl pkey -in other-party.pem -pubout -out other-party-public.pem
-        openssl pkeyutl -derive -inkey other-party.pem -peerkey card-key.pem -out secret.bin
+        openssl pkeyutl -derive -inkey other-party.pem -peerkey certificate-key.pem -out secret.bin
         openssl dgst -sha256 -binary -out other-party-derived.bin secret.bin
-        echo "$curve" >curve.txt
     )
     cardhost --virtual "$type" agree --peer other-party-public.pem --hash sha256 --pin 1234 \
         --out card-derived.bin >"$folder/agreement.txt"
@@ -116,15 +122,14 @@ for type in 4 5 6 7 8; do
         verdict='the same on both sides'
         agreed=$((agreed + 1))
     fi
-    printf 'Card type %s, %s: SHA-256 of the shared secret is %s\n' "$type" \
-        "$(cat "$folder/curve.txt")" "$verdict"
+    printf 'Card type %s, %s: SHA-256 of the shared secret is %s\n' "$type" "$curve" "$verdict"
     printf '  %s\n' "$(od -An -v -tx1 "$folder/card-derived.bin" | tr -d ' \n')"
 done
 
 echo
 rule
-echo "OpenSSL accepted $accepted of 6 signatures; decryption: $decrypted; $agreed of 5 agreements."
+echo "OpenSSL accepted $accepted of $cards signatures; decryption: $decrypted; $agreed of $agreements agreements."
 echo "Certificates, challenges, signatures, keys and logs: $work"
 echo "A page for each logon, to be opened in a browser:"
-for type in 3 4 5 6 7 8; do echo "  $work/card-type-$type/report.html"; done
-[ "$accepted" = 6 ] && [ "$decrypted" = yes ] && [ "$agreed" = 5 ]
+for type in $types; do echo "  $work/card-type-$type/report.html"; done
+[ "$accepted" = "$cards" ] && [ "$decrypted" = yes ] && [ "$agreements" != 0 ] && [ "$agreed" = "$agreements" ]

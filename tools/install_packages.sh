@@ -17,8 +17,8 @@ test="clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 cppcheck clang-2
 # For the ARM64 DLL: the compiler, what its runtime is built with, and what runs it.
 arm64="clang-22 lld-22 llvm-22 libclang-rt-22-dev-win debootstrap qemu-user-static binfmt-support"
 package="wixl msitools faketime osslsigncode libengine-pkcs11-openssl"
-test_all="$arm64 $package softhsm2 python3-pefile"
 browser="chromium fonts-dejavu-core"
+test_all="$arm64 $package $browser softhsm2 python3-pefile"
 
 wanted=
 only_tell=

@@ -1,7 +1,8 @@
 #!/bin/sh
-# What only a release needs to be tested for: the boundary suite against the ARM64 DLL, the DLL files of all
-# architectures, the packages in Wine of each, signing, the contents of dist/, and that two builds are
-# equal. 'make test-all' builds the DLLs first. Each check's output goes to build/test-logs/.
+# What only a release needs to be tested for: the boundary suite against the ARM64 DLL, the page of a logon in a
+# browser, the DLL files of all architectures, the packages in Wine of each, signing, the contents of dist/,
+# and that two builds are equal. 'make test-all' builds the DLLs first. Each check's output goes to
+# build/test-logs/.
 #
 #   tools/test_release.sh
 set -eu
@@ -74,6 +75,8 @@ for architecture in x64 x86 arm64; do
 done
 run dll-forwarder "Checking the DLL that stands for two on ARM64" tests/lint/check_dll.py forwarder \
     build/windows-arm64/forwarder/kelmora-id-minidriver.dll
+run report-page "Looking at the page of a logon in headless Chromium" tests/system/report/report_page_test.py \
+    --cardhost build/native/cardhost --screenshots build/report
 run release-make "Making dist/" packaging/windows/make_release.sh
 run release-check "Checking dist/" packaging/windows/check_release.py dist
 run release-registration "Finding the cards in what registers them" \

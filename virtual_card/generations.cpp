@@ -1,7 +1,5 @@
 #include "virtual_card/generations.h"
 
-#include <array>
-
 #include "virtual_card/file_system.h"
 
 namespace virtual_card {
@@ -83,7 +81,7 @@ constexpr KeyRow keys8[] = {
      signature, "3F0050164332"},
 };
 
-constexpr std::array<Generation, 6> rows{{
+constexpr Generation rows[] = {
     {
         .cardType = 3,
         .name = "organisation card",
@@ -298,7 +296,7 @@ constexpr std::array<Generation, 6> rows{{
         .pins = pins8,
         .keys = keys8,
     },
-}};
+};
 
 }  // namespace
 

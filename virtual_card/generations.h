@@ -99,7 +99,7 @@ struct Generation {
 /// All generations, by rising card type.
 std::span<const Generation> generations();
 
-/// The generation of a card type, 3 to 8; nullptr for any other number.
+/// The generation of a card type; nullptr for a number that is none.
 const Generation* findGeneration(int cardType);
 
 }  // namespace virtual_card

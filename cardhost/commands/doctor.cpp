@@ -25,9 +25,8 @@ doctor::Findings examineMachine(const DoctorOptions& options, const CommonOption
                                 bool hasChosenCard, doctor::Printer* printer) {
     const auto machine = doctor::realMachine(common, hasChosenCard);
     doctor::Examination examination(*machine, options.usesNetwork);
-    doctor::examine(examination, [&] {
-        if (printer != nullptr) printer->print(examination.findings);
-    });
+    if (printer != nullptr) examination.show = [&] { printer->print(examination.findings); };
+    doctor::examine(examination);
     return std::move(examination.findings);
 }
 

@@ -50,9 +50,8 @@ void tellAcquisition(Session& session) {
                generation == nullptr
                    ? std::string("not known")
                    : fmt::format("card type {}, {}", generation->type, generation->description));
-    report.line(
-        "  The driver has read the card's serial number and certificates: the only reading");
-    report.line("  that there is. All that follows in step 2 comes from memory.");
+    report.line("  The driver has read the card's serial number and certificates: the only");
+    report.line("  reading that there is. All that follows in step 2 comes from memory.");
 }
 
 Container tellKeys(Session& session) {

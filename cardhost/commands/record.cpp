@@ -8,6 +8,7 @@
 #include "anonymous.h"
 #include "card_types.h"
 #include "commands/commands.h"
+#include "directory_query.h"
 #include "files.h"
 #include "key_operations.h"
 #include "known_inputs.h"
@@ -24,15 +25,15 @@ constexpr PIN_ID authenticationPin = 1;
 constexpr PIN_ID signaturePin = 4;
 
 constexpr const char* personalDataNotice =
-    "A recording holds what the card holds of its holder: certificates with a name and\n"
-    "an electronic client number, serial numbers, public keys, signatures. Give it to\n"
-    "nobody who must not have them. PINs are never written; their lengths can be seen.\n"
-    "With --anonymous all that is blanked at equal length.\n";
+    "A recording holds what the card holds of its holder: certificates with a name\n"
+    "and an electronic client number, serial numbers, public keys, signatures. Give\n"
+    "it to nobody who must not have them. PINs are never written; their lengths can\n"
+    "be seen. With --anonymous all that is blanked at equal length.\n";
 
 constexpr const char* anonymousNotice =
-    "Names, numbers, keys and signatures are blanked in this recording. What stays: the\n"
-    "type of card, its files and their lengths, issuers, months of validity, and the\n"
-    "lengths of PINs. Read it before you give it away.\n";
+    "Names, numbers, keys and signatures are blanked in this recording. What stays:\n"
+    "the type of card, its files and their lengths, issuers, months of validity, and\n"
+    "the lengths of PINs. Read it before you give it away.\n";
 
 struct RecordOptions {
     std::string out;
@@ -91,6 +92,11 @@ void walk(Session& session, const RecordOptions& options) {
     for (const doctor::PinTries& tries : askPinTries(session.card, session.trace)) {
         report.row(fmt::format("PIN {}", tries.pin), triesText(tries));
     }
+    // What its row would tell, a card without a row is asked for.
+    if (generation == nullptr) {
+        const auto directories = askDirectories(session.card, session.trace);
+        if (directories) report.row("directories", fmt::format("{} of 2 recorded", *directories));
+    }
     for (const Container& container : containers) {
         PinOptions pin = options.pin;
         if (container.pin == signaturePin) pin = {options.signaturePins, {}};
@@ -126,9 +132,10 @@ void record(const RecordOptions& options, CommonOptions common, std::FILE* strea
     try {
         Session session(common, stream);
         walk(session, options);
-    } catch (const Failure&) {
+    } catch (const Failure& failure) {
         // What was said until then is what someone has to see.
-        if (!conversation.atr.empty()) save(options, conversation, report);
+        if (!conversation.entries.empty() && failure.code() != ExitCode::unseen)
+            save(options, conversation, report);
         throw;
     }
     save(options, conversation, report);
@@ -140,8 +147,8 @@ void addRecord(CLI::App& program, Action& action) {
     auto options = std::make_shared<RecordOptions>();
     auto* command = program.add_subcommand(
         "record",
-        "Write what the card says on the usual journeys into a text that --replay takes:\n"
-        "acquisition, files, PIN tries; with PINs also verification, signatures, decryption\n"
+        "Write what the card says on the usual journeys into a text that --replay takes: "
+        "acquisition, files, PIN tries; with PINs also verification, signatures, decryption "
         "and key agreement");
     command->add_option("-o,--out", options->out, "Where the recording goes")
         ->required()

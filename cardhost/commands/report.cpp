@@ -42,23 +42,14 @@ Group cardGroup(Session& session) {
     return group;
 }
 
-/// A name with a blank behind each of its parts, so that it breaks there.
-std::string spaced(std::string name) {
-    for (std::size_t at = name.find("\","); at != std::string::npos;
-         at = name.find("\",", at + 1)) {
-        name.insert(at + 2, " ");
-    }
-    return name;
-}
-
 Group containerGroup(const Container& container) {
     const Certificate& certificate = container.certificate;
     return {fmt::format("Key {}{}", container.index, container.isDefault ? ", the default" : ""),
             {{"use", container.isKeyExchange ? "logon, decryption" : "signatures"},
              {"key", certificate.key.description},
              {"PIN", pinText(container.pin)},
-             {"holder", spaced(certificate.subject)},
-             {"issuer", spaced(certificate.issuer)},
+             {"holder", certificate.subject},
+             {"issuer", certificate.issuer},
              {"valid", fmt::format("{} to {}", certificate.notBefore, certificate.notAfter)}}};
 }
 
@@ -139,8 +130,10 @@ void report(const ReportOptions& options, const CommonOptions& common, std::FILE
     if (options.log.empty()) {
         page.title = "A logon with a smart card";
         makeFromCard(options, common, page, failed);
-        // Where there was no card there is nothing to look at.
-        if (failed && page.conversation.atr.empty()) throw Failure(*failed);
+        // Where there was no card, or nothing of it was seen, there is nothing to look at.
+        if (failed && (page.conversation.entries.empty() || failed->code() == ExitCode::unseen)) {
+            throw Failure(*failed);
+        }
     } else {
         page.title = "The last logon in the driver's log";
         makeFromLog(options, page);
@@ -160,7 +153,7 @@ void addReport(CLI::App& program, Action& action) {
     auto* command = program.add_subcommand(
         "report",
         "Walk through one logon, and write it as a page to look at: every call and command, "
-        "what\nthey mean, and where the time went");
+        "what they mean, and where the time went");
     command->add_option("-o,--out", options->out, "Where the page goes")
         ->required()
         ->type_name("FILE");

@@ -66,9 +66,9 @@ void sign(const SignOptions& options, const CommonOptions& common, std::FILE* st
         report.row("key", fmt::format("container {}, {}", container.index,
                                       container.certificate.key.description));
         report.row("written", fmt::format("{}, {} bytes", options.key.out, signature.size()));
-        report.row("check it with",
-                   verifyCommand(schemeOf(options, container), hash, "PUBLIC-KEY.pem",
-                                 options.key.out, options.key.in));
+        report.commandRow("check it with",
+                          verifyCommand(schemeOf(options, container), hash, "PUBLIC-KEY.pem",
+                                        options.key.out, options.key.in));
     };
     useKey(options.key, common, stream, use);
 }

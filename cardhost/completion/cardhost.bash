@@ -10,9 +10,9 @@ _cardhost_words() {
         /^  -/ { gsub(/,/, " "); for (i = 1; i <= NF && $i ~ /^-/; ++i) print $i }'
 }
 
-# What stands in braces behind an option: {a,b,c}.
+# What stands in braces behind an option, of the program or of the command: {a,b,c}.
 _cardhost_values() {
-    "$1" ${2:+"$2"} --help 2>/dev/null | awk -v option="$3" '
+    { "$1" --help; [[ -z $2 ]] || "$1" "$2" --help; } 2>/dev/null | awk -v option="$3" '
         /^  -/ { found = 0; line = $0; gsub(/,/, " ", line); count = split(line, words, " ")
                  for (i = 1; i <= count && words[i] ~ /^-/; ++i) if (words[i] == option) found = 1 }
         found && match($0, /\{[^}]*\}/) {
@@ -33,10 +33,6 @@ _cardhost() {
     --driver | --virtual-state | --replay | --in | -o | --out | --peer | --pin-file | --log)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         compopt -o filenames 2>/dev/null
-        return
-        ;;
-    --virtual | --as)
-        mapfile -t COMPREPLY < <(compgen -W '3 4 5 6 7 8' -- "$current")
         return
         ;;
     --pin-id)

@@ -27,13 +27,13 @@ constexpr Check checks[] = {
 
 }  // namespace
 
-void examine(Examination& examination, const std::function<void()>& atEnd) {
+void examine(Examination& examination) {
     const On here = examination.machine.isWindows() ? On::windows : On::elsewhere;
     for (const Check& check : checks) {
         if (check.where != here && check.where != On::everySystem) continue;
         examination.findings.begin(check.section);
         check.run(examination);
-        atEnd();
+        examination.show();
     }
 }
 

@@ -1,8 +1,6 @@
 // The checks, in the order in which a working card needs what they look at.
 #pragma once
 
-#include <functional>
-
 #include "doctor/examination.h"
 
 namespace cardhost::doctor {
@@ -19,7 +17,7 @@ void checkLog(Examination& examination);
 void checkCard(Examination& examination);
 void checkLogonPolicies(Examination& examination);
 
-/// Runs all checks that the machine has a use for. `atEnd` is called as each section ends.
-void examine(Examination& examination, const std::function<void()>& atEnd);
+/// Runs all checks that the machine has a use for.
+void examine(Examination& examination);
 
 }  // namespace cardhost::doctor

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,8 @@ public:
     Machine& machine;
     const bool usesNetwork;
     Findings findings;
+    /// Shows what was found so far: at the end of each section, and ahead of what may take long.
+    std::function<void()> show = [] {};
 
     /// The views that programs of this machine have.
     std::vector<View> views() const {

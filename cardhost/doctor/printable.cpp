@@ -62,4 +62,30 @@ std::size_t widthOf(std::string_view text) {
         std::count_if(text.begin(), text.end(), [](char byte) { return !isContinuation(byte); }));
 }
 
+std::vector<std::string> wrapped(std::string_view text, std::size_t room) {
+    std::vector<std::string> lines(1);
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find(' '), text.size());
+        std::string_view word = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        const std::size_t taken = lines.back().empty() ? 0 : widthOf(lines.back()) + 1;
+        if (taken != 0 && taken + widthOf(word) > room) lines.emplace_back();
+        while (lines.back().empty() && widthOf(word) > room) {
+            std::size_t cut = 0;
+            std::size_t characters = 0;
+            while (characters < room || isContinuation(word[cut])) {
+                if (!isContinuation(word[cut])) ++characters;
+                ++cut;
+                if (cut == word.size()) break;
+            }
+            lines.back() = word.substr(0, cut);
+            word.remove_prefix(cut);
+            lines.emplace_back();
+        }
+        if (!lines.back().empty()) lines.back() += ' ';
+        lines.back() += word;
+    }
+    return lines;
+}
+
 }  // namespace cardhost::doctor

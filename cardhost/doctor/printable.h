@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cardhost::doctor {
 
@@ -12,5 +13,8 @@ std::string printable(std::string_view text);
 
 /// How many characters the UTF-8 text has.
 std::size_t widthOf(std::string_view text);
+
+/// The words in lines of at most `room` characters; a word that is longer is cut.
+std::vector<std::string> wrapped(std::string_view text, std::size_t room);
 
 }  // namespace cardhost::doctor

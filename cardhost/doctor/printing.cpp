@@ -31,33 +31,6 @@ Mark markOf(Verdict verdict) {
     return {"unknown", Style::warning};
 }
 
-/// The words in lines of at most `room` characters; a word that is longer is cut.
-std::vector<std::string> wrapped(std::string_view text, std::size_t room) {
-    std::vector<std::string> lines(1);
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find(' '), text.size());
-        std::string_view word = text.substr(0, end);
-        text.remove_prefix(std::min(end + 1, text.size()));
-        const std::size_t taken = lines.back().empty() ? 0 : widthOf(lines.back()) + 1;
-        if (taken != 0 && taken + widthOf(word) > room) lines.emplace_back();
-        while (lines.back().empty() && widthOf(word) > room) {
-            std::size_t cut = 0;
-            std::size_t characters = 0;
-            while (characters < room || (static_cast<unsigned char>(word[cut]) & 0xC0) == 0x80) {
-                if ((static_cast<unsigned char>(word[cut]) & 0xC0) != 0x80) ++characters;
-                ++cut;
-                if (cut == word.size()) break;
-            }
-            lines.back() = word.substr(0, cut);
-            word.remove_prefix(cut);
-            lines.emplace_back();
-        }
-        if (!lines.back().empty()) lines.back() += ' ';
-        lines.back() += word;
-    }
-    return lines;
-}
-
 std::string counted(std::size_t number, const char* one, const char* many) {
     return fmt::format("{} {}", number, number == 1 ? one : many);
 }

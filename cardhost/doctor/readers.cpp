@@ -30,7 +30,7 @@ bool isOfPlatform(const ReaderState& reader) {
 std::string foreignCardText(ByteView atr) {
     const std::string nearest = nearestAtrText(atr);
     return fmt::format("a card that this driver does not know, ATR {}{}", hexSpaced(atr),
-                       nearest.empty() ? ": not a FINEID card of types 3 to 8" : ": " + nearest);
+                       nearest.empty() ? ": not a FINEID card of a known type" : ": " + nearest);
 }
 
 void checkReader(Examination& examination, const ReaderState& reader) {

@@ -57,6 +57,7 @@ void checkAddress(Examination& examination, const std::string& subject,
         findings.well("settings.address", subject, shown);
     }
     if (!examination.usesNetwork) return;
+    examination.show();
     const AddressAnswer answer =
         examination.machine.ask(address.isSecure, address.host, address.port);
     const std::string outcome = fmt::format("{} {} ({:.1f} s)", shown, answer.text,

@@ -15,16 +15,12 @@ import inf
 from checks import Checks
 from registration import (VIEWS, expected, find_card, matching_cards, read_msi, read_registration_file)
 
+sys.path.insert(0, str(cards_module.ROOT / "tests/support"))
+from known_cards import ALL_CARDS  # pylint: disable=wrong-import-position
+
 # What Windows calls a card that has no name of its own, as its device shows it: written out, so that
 # the way from the ATR to it is checked against something.
-HARDWARE_IDS = {
-    3: r"SCFILTER\CID_0031b8640429ecc17394018082",
-    4: r"SCFILTER\CID_8031b865b085050011122460829000",
-    5: r"SCFILTER\CID_8031b865b08504021b1200f6829000",
-    6: r"SCFILTER\CID_0031b8640429ecc173940180829000",
-    7: r"SCFILTER\CID_8031b865b0850300ef1200f6829000",
-    8: r"SCFILTER\CID_0031b8640429ecc17394018083",
-}
+HARDWARE_IDS = {number: card["hardwareId"] for number, card in ALL_CARDS.items()}
 
 
 def other_lengths_and_bits(atr):
@@ -92,7 +88,7 @@ def check_inf_form(checks, text, cards):
         ids = [line.split("=")[1].split(",") for line in models]
         checks.check(f"{architecture}: each device has one hardware id and no compatible one",
                      all(len(parts) == 2 for parts in ids))
-        checks.equal(f"{architecture}: the hardware ids are those of the six cards",
+        checks.equal(f"{architecture}: the hardware ids are those of the cards",
                      sorted(parts[1].strip().lower() for parts in ids), sorted(expected_ids))
         for install in {parts[0].strip().lower() for parts in ids}:
             lists = inf.pairs(sections[f"{install}.nt"])
@@ -112,7 +108,8 @@ def main():
     folder, program = pathlib.Path(sys.argv[1]), sys.argv[2]
     checks = Checks("registration")
     cards = cards_module.profiles(program)
-    checks.equal("there are six cards", [number for number, _ in cards], [3, 4, 5, 6, 7, 8])
+    checks.equal("the cards are those of the tests, ATRs and all", [(number, atr.hex()) for number, atr in cards],
+                 [(number, card["atr"]) for number, card in ALL_CARDS.items()])
     for number, atr in cards:
         checks.equal(f"type {number}: the hardware id follows from the ATR", cards_module.hardware_id(atr),
                      HARDWARE_IDS.get(number))

@@ -86,7 +86,7 @@ class Forms(unittest.TestCase):
 
     def test_faults_of_the_inf_s_form_are_found(self):
         text = inf.write(CARDS, "1.0.0", "2026-01-02")
-        least = inf_failures(text)  # there are two cards here, and six hardware ids are asked for
+        least = inf_failures(text)  # there are two cards here, and the hardware ids of all are asked for
         for old, new in (("PnpLockdown = 1", "PnpLockdown = 0"), ("{990A2BD7", "{990A2BD8"),
                          ("NTamd64,NTx86,NTarm64", "NTamd64,NTx86"),
                          ("[Strings]", "[DefaultInstall]\r\nAddReg = Database\r\n\r\n[Strings]"),

@@ -23,7 +23,7 @@ constexpr std::array<BYTE, 22> atr8{0x3B, 0xDD, 0x96, 0x00, 0x80, 0x31, 0xFE, 0x
                                     0x73, 0x94, 0x01, 0x80, 0x83, 0x49};
 
 // clang-format off
-constexpr std::array<CardProfile, 6> cards{{
+constexpr auto cards = std::to_array<CardProfile>({
     //                     second  PINs: user, administrator,  VERIFY  limits in  ESIGN  PSO    Le of  00 ahead
     // type          ATR   key     signature                   offset  directory  P1 00  HASH   sign.  of point
     {CardType::type3, atr3, false, 0x11, 0x12, 0x95,           0x00,   false,     false, false, 0x00,  false},
@@ -32,7 +32,7 @@ constexpr std::array<CardProfile, 6> cards{{
     {CardType::type6, atr6, false, 0x01, 0x02, 0x01,           0x80,   false,     false, false, 0x00,  false},
     {CardType::type7, atr7, true,  0x11, 0x83, 0x82,           0x00,   false,     true,  true,  0x40,  false},
     {CardType::type8, atr8, false, 0x03, 0x12, 0x04,           0x00,   true,      false, false, 0x00,  true},
-}};
+});
 constexpr CardProfile anyOther{
     CardType::unknown, {},  false, 0x11, 0x12, 0x95,           0x00,   false,     false, false, 0x00,  false};
 // clang-format on

@@ -5,8 +5,8 @@
 
 namespace KelmoraID {
 
-/// Worked out from the ATR on each use and never stored. The values 3 to 8 are supported cards; in
-/// what they differ is told by their rows (profiles/card_profiles.h). The value 0 is never
+/// Worked out from the ATR on each use and never stored. The values from 3 on are supported cards;
+/// in what they differ is told by their rows (profiles/card_profiles.h). The value 0 is never
 /// produced.
 enum class CardType : std::uint32_t {
     unknown = 1,  ///< the ATR is not in the table

@@ -11,7 +11,8 @@ using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
 class Acquisition : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(EveryCard, Acquisition, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Acquisition, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Acquisition, ReadsTheCardAndFillsTheTable) {
     PlatformSide card(GetParam());

@@ -99,7 +99,8 @@ protected:
     }
     std::optional<OtherParty> other;
 };
-INSTANTIATE_TEST_SUITE_P(EveryEcCard, Agreement, ::testing::ValuesIn(ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, Agreement, ::testing::ValuesIn(ecCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Agreement, DerivesWhatTheOtherPartyComputesWithEachHash) {
     BYTE index = 0;

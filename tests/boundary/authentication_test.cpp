@@ -14,7 +14,8 @@ protected:
     void SetUp() override { card.acquireOrFail(); }
     PlatformSide card{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Authentication, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Authentication, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Authentication, TakesTheRightPinAndLeavesTheAttemptsUntouched) {
     for (const auto& [pinId, role] :

@@ -39,7 +39,8 @@ protected:
     LPSTR names = nullptr;
     DWORD size = 0;
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Certification, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Certification, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Certification, NoRecordIsABadArgumentEverywhere) {
     CARD_CAPABILITIES capabilities{};

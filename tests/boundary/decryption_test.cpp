@@ -24,7 +24,8 @@ protected:
     void SetUp() override { card.acquireOrFail(); }
     PlatformSide card{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(EveryRsaCard, Decryption, ::testing::ValuesIn(rsaCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryRsaCard, Decryption, ::testing::ValuesIn(rsaCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Decryption, GivesBackWhatWasEncryptedToEveryRsaKey) {
     for (BYTE container = 0; container < card.reader.card().generation().keys.size(); ++container) {

@@ -37,9 +37,11 @@ const Fault faults[] = {
 };
 
 class Faults : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(EveryCard, Faults, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Faults, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 class FaultsOfEcCards : public Faults {};
-INSTANTIATE_TEST_SUITE_P(EveryEcCard, FaultsOfEcCards, ::testing::ValuesIn(ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, FaultsOfEcCards, ::testing::ValuesIn(ecCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 // Does something from a fresh card on, with the n-th exchange of it going wrong, for every n. Each
 // run ends with the status that the rules give for what arrived.

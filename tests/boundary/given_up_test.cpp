@@ -70,7 +70,8 @@ TEST_P(GivenUp, AreTheErrorsOfAPinWhoseLimitsTheCardDoesNotTell) {
     EXPECT_EQ(KelmoraID::testing::thrownPointers() - before, isAskedForLimits ? 2 : 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, GivenUp, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(CardType, GivenUp, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace boundary

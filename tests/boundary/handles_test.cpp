@@ -33,7 +33,8 @@ protected:
     }
     PlatformSide card{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Handles, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Handles, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Handles, WithAZeroLowHalfAreHandles) {
     use(std::uintptr_t{0xCA2D} << halfWidth, std::uintptr_t{0xC021} << halfWidth);

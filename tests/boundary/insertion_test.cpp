@@ -53,7 +53,8 @@ protected:
         return record(card);
     }
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Insertion, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Insertion, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Insertion, CommandsOfWindowsAheadOfTheAcquisitionChangeNothing) {
     const std::vector<std::string> expected = undisturbed();

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "platform_side.h"
@@ -19,6 +20,10 @@
 
 namespace boundary {
 namespace {
+
+PIN_ID pinOf(PlatformSide& card, BYTE container) {
+    return card.key(container).pin == virtual_card::PinRole::Authentication ? 1 : 4;
+}
 
 // The steps of a journey, each an entry point that has to succeed. What a step does to the card is
 // written by whoever listens at the seam.
@@ -55,10 +60,9 @@ public:
     }
 
     void openKey(BYTE container) {
-        const auto role = card_.key(container).pin;
-        const PIN_ID pin = role == virtual_card::PinRole::Authentication ? 1 : 4;
+        const PIN_ID pin = pinOf(card_, container);
         step("CardAuthenticateEx with PIN " + std::to_string(pin),
-             [&] { return card_.authenticate(pin, card_.pin(role)); });
+             [&] { return card_.authenticate(pin, card_.pin(card_.key(container).pin)); });
     }
 
     // A hash of 32 bytes as the older provider hands it over.
@@ -208,20 +212,23 @@ void agreement(Traveller& traveller) {
 }
 
 struct Journey {
-    const char* name;
+    std::string name;
     int cardType;
     void (*travel)(Traveller& traveller);
 };
 
-const Journey journeys[] = {
-    {"logon", 3, logon},           {"logon", 4, logon},           {"logon", 5, logon},
-    {"logon", 6, logon},           {"logon", 7, logon},           {"logon", 8, logon},
-    {"signatures", 3, signatures}, {"signatures", 4, signatures}, {"signatures", 5, signatures},
-    {"signatures", 6, signatures}, {"signatures", 7, signatures}, {"signatures", 8, signatures},
-    {"decryption", 3, decryption}, {"decryption", 6, decryption}, {"agreement", 4, agreement},
-    {"agreement", 5, agreement},   {"agreement", 6, agreement},   {"agreement", 7, agreement},
-    {"agreement", 8, agreement},
-};
+// Those of every card that its keys allow.
+std::vector<Journey> journeys() {
+    std::vector<Journey> list;
+    const auto add = [&list](const char* name, const std::vector<int>& cardTypes, auto travel) {
+        for (const int cardType : cardTypes) list.push_back({name, cardType, travel});
+    };
+    add("logon", allCardTypes(), logon);
+    add("signatures", allCardTypes(), signatures);
+    add("decryption", rsaCardTypes(), decryption);
+    add("agreement", ecCardTypes(), agreement);
+    return list;
+}
 
 void PrintTo(const Journey& journey, std::ostream* stream) {
     *stream << journey.name << " of card type " << journey.cardType;
@@ -236,8 +243,8 @@ std::filesystem::path folder(const char* name) {
     return std::filesystem::path(programFolder()) / name;
 }
 
-std::string kept(const Journey& journey) {
-    const auto path = folder("journeys") / fileName(journey);
+std::string kept(const std::string& name) {
+    const auto path = folder("journeys") / name;
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path << " cannot be read";
     std::stringstream text;
@@ -252,7 +259,7 @@ std::string seen(const Journey& journey) {
     std::string text;
     bool isRandom = false;
     recording::Writer writer([&](const std::string& line) { text += line + '\n'; });
-    writer.note("Journey of the tests: " + std::string(journey.name) + ", virtual card of type " +
+    writer.note("Journey of the tests: " + journey.name + ", virtual card of type " +
                 std::to_string(journey.cardType) +
                 ".\nSignatures by ECDSA and PSS are random: 00 here.");
     writer.begin(card.atr, card.reader.card().generation().protocol == 0 ? recording::Protocol::t0
@@ -290,13 +297,13 @@ std::string difference(const std::string& seen, const std::string& kept) {
 }
 
 class EveryJourney : public ::testing::TestWithParam<Journey> {};
-INSTANTIATE_TEST_SUITE_P(Kept, EveryJourney, ::testing::ValuesIn(journeys), [](const auto& row) {
+INSTANTIATE_TEST_SUITE_P(Kept, EveryJourney, ::testing::ValuesIn(journeys()), [](const auto& row) {
     return row.param.name + std::to_string(row.param.cardType);
 });
 
 TEST_P(EveryJourney, IsExactlyTheOneThatIsKept) {
     const std::string now = seen(GetParam());
-    const std::string then = kept(GetParam());
+    const std::string then = kept(fileName(GetParam()));
     if (now == then) return;
     std::filesystem::create_directories(folder("journeys-seen"));
     const auto path = folder("journeys-seen") / fileName(GetParam());
@@ -306,7 +313,7 @@ TEST_P(EveryJourney, IsExactlyTheOneThatIsKept) {
 }
 
 TEST_P(EveryJourney, IsPlayedAgainByTheFileAlone) {
-    const auto conversation = recording::parse(kept(GetParam()));
+    const auto conversation = recording::parse(kept(fileName(GetParam())));
     recording::ReplayCard replay(conversation);
     PlatformSide card(GetParam().cardType);  // for its PINs and keys; its reader stays idle
     putBehindTheSeam(replay.seam());
@@ -321,38 +328,27 @@ TEST_P(EveryJourney, IsPlayedAgainByTheFileAlone) {
 }
 
 // The PINs' bytes and padding, which no conversation holds.
-struct VerifyRow {
-    int cardType;
-    BYTE container;
-    const char* command;
-};
+class PinBytes : public ::testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(EveryCard, PinBytes, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
-const VerifyRow verifyRows[] = {
-    {3, 0, "002000110431323334"},
-    {3, 1, "0020009506313233343536"},
-    {4, 0, "002000110C313233340000000000000000"},
-    {4, 1, "002000820C313233343536000000000000"},
-    {5, 0, "002000110C313233340000000000000000"},
-    {5, 1, "002000820C313233343536000000000000"},
-    {6, 0, "002000810431323334"},
-    {6, 1, "0020008106313233343536"},
-    {7, 0, "002000110C313233340000000000000000"},
-    {7, 1, "002000820C313233343536000000000000"},
-    {8, 0, "002000030431323334"},
-    {8, 1, "0020000406313233343536"},
-};
-
-class PinBytes : public ::testing::TestWithParam<VerifyRow> {};
-INSTANTIATE_TEST_SUITE_P(EveryPin, PinBytes, ::testing::ValuesIn(verifyRows), [](const auto& row) {
-    return "Card" + std::to_string(row.param.cardType) + "Container" +
-           std::to_string(row.param.container);
-});
-
-TEST_P(PinBytes, AreExactlyThese) {
-    PlatformSide card(GetParam().cardType);
+TEST_P(PinBytes, AreExactlyThoseThatAreKept) {
+    PlatformSide card(GetParam());
     card.acquireOrFail();
-    card.openKey(GetParam().container);
-    EXPECT_EQ(toHex(card.reader.exchanges().back().command), GetParam().command);
+    std::istringstream lines(kept("card-type-" + std::to_string(GetParam()) + "-pins.txt"));
+    std::set<PIN_ID> pins;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("#")) continue;
+        std::istringstream fields(line);
+        unsigned container = 0;
+        std::string command;
+        ASSERT_TRUE(fields >> container >> command) << line;
+        ASSERT_LT(container, card.containers());
+        card.openKey(static_cast<BYTE>(container));
+        EXPECT_EQ(toHex(card.reader.exchanges().back().command), command) << line;
+        pins.insert(pinOf(card, static_cast<BYTE>(container)));
+    }
+    EXPECT_EQ(pins, (std::set<PIN_ID>{1, 4})) << "one line at least for each PIN";
 }
 
 }  // namespace

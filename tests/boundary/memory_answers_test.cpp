@@ -20,7 +20,8 @@ protected:
     int containers() { return static_cast<int>(card.reader.card().generation().keys.size()); }
     PlatformSide card{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, MemoryAnswers, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, MemoryAnswers, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 Bytes text(const char* value, std::size_t size) {
     return {value, value + size};

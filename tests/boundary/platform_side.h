@@ -20,10 +20,12 @@ using virtual_card::Bytes;
 using virtual_card::fromHex;
 using virtual_card::toHex;
 
-inline constexpr int allCardTypes[] = {3, 4, 5, 6, 7, 8};
-/// The cards with at least one key of the kind.
-inline constexpr int rsaCardTypes[] = {3, 6};
-inline constexpr int ecCardTypes[] = {4, 5, 6, 7, 8};
+/// The types of the virtual cards that there are.
+std::vector<int> allCardTypes();
+/// Those with an RSA key.
+std::vector<int> rsaCardTypes();
+/// Those whose key of container 0, the only one that agrees, is an EC key.
+std::vector<int> ecCardTypes();
 
 /// A status and what came with it.
 struct Answer {

@@ -98,7 +98,8 @@ protected:
     void expectVerification(PIN_ID pinId, PinRole role);
     void expectNoSignature(BYTE container);
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Reset, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Reset, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 void nothing(PlatformSide&) {}
 
@@ -330,7 +331,8 @@ Outcome atKeyOperation(const Commands& commands, std::size_t n) {
 }
 
 class ResetOfAnRsaCard : public Reset {};
-INSTANTIATE_TEST_SUITE_P(EveryRsaCard, ResetOfAnRsaCard, ::testing::ValuesIn(rsaCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryRsaCard, ResetOfAnRsaCard, ::testing::ValuesIn(rsaCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(ResetOfAnRsaCard, DuringADecryption) {
     for (BYTE container = 0; container < generation().keys.size(); ++container) {
@@ -346,7 +348,8 @@ TEST_P(ResetOfAnRsaCard, DuringADecryption) {
 }
 
 class ResetOfAnEcCard : public Reset {};
-INSTANTIATE_TEST_SUITE_P(EveryEcCard, ResetOfAnEcCard, ::testing::ValuesIn(ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, ResetOfAnEcCard, ::testing::ValuesIn(ecCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(ResetOfAnEcCard, DuringAnAgreement) {
     goThrough({acquiredAndOpened(0), [](PlatformSide& card) { return card.agreeWithItself(); },

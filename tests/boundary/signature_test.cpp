@@ -62,7 +62,8 @@ protected:
 
     PlatformSide card{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Signature, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Signature, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(Signature, OfEveryKeyHashAndSchemeIsThatOfTheCertificate) {
     for (BYTE container = 0; container < containers(); ++container) {
@@ -159,7 +160,8 @@ TEST_P(Signature, KeySpecificationHasToFitTheKey) {
 }
 
 class SignatureOfEcKeys : public Signature {};
-INSTANTIATE_TEST_SUITE_P(EveryEcCard, SignatureOfEcKeys, ::testing::ValuesIn(ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, SignatureOfEcKeys, ::testing::ValuesIn(ecCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAlone) {
     for (BYTE container = 0; container < containers(); ++container) {
@@ -178,7 +180,8 @@ TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAlone) {
 }
 
 class SignatureOfRsaKeys : public Signature {};
-INSTANTIATE_TEST_SUITE_P(EveryRsaCard, SignatureOfRsaKeys, ::testing::ValuesIn(rsaCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryRsaCard, SignatureOfRsaKeys, ::testing::ValuesIn(rsaCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(SignatureOfRsaKeys, WithoutAnyHashAlgorithmIsABadArgument) {
     for (BYTE container = 0; container < containers(); ++container) {

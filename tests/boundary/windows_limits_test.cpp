@@ -43,7 +43,8 @@ protected:
     char mscp[5] = "mscp";
     char file[5] = "file";
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, WindowsLimits, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, WindowsLimits, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 // What the driver can do -----------------------------------------------------------------------
 
@@ -288,7 +289,8 @@ TEST_P(WindowsLimits, TheContainerMapHasOneDefaultContainerAndNamesOfTheirOwn) {
 }
 
 class WindowsLimitsOfAP521Card : public WindowsLimits {};
-INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAP521Card, ::testing::Values(8));
+INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAP521Card, ::testing::Values(8),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(WindowsLimitsOfAP521Card, AKeyOnP521IsToldAs528Bits) {
     for (BYTE container = 0; container < card.containers(); ++container) {
@@ -307,7 +309,8 @@ TEST_P(WindowsLimitsOfAP521Card, AKeyOnP521IsToldAs528Bits) {
 }
 
 class WindowsLimitsOfAnEcCard : public WindowsLimits {};
-INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAnEcCard, ::testing::ValuesIn(ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(CardType, WindowsLimitsOfAnEcCard, ::testing::ValuesIn(ecCardTypes()),
+                         ::testing::PrintToStringParamName());
 
 TEST_P(WindowsLimitsOfAnEcCard, EveryEllipticCurveKeyIsMarkedAsOneOnP384) {
     for (BYTE container = 0; container < card.containers(); ++container) {

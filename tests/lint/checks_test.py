@@ -121,6 +121,32 @@ class NamedTests(PlantedFaults):
         self.assertEqual(len(self.limits_findings("")), 1)
 
 
+class FindingCodes(PlantedFaults):
+    def code_findings(self, source, test):
+        self.write("cardhost/doctor/log.cpp", source)
+        self.write("tests/unit/doctor/log_test.cpp", test)
+        return self.findings("check_findings.py")
+
+    SOURCE = '#include "log.h"\n    findings.note("log.cut", "lines", text);\n'
+
+    def test_a_code_that_a_test_names_passes(self):
+        self.assertEqual(self.code_findings(self.SOURCE, 'HasSubstr("note log.cut lines")'), [])
+
+    def test_a_code_without_a_test_is_found(self):
+        for test in ("", '"log.cut-off"', '"the_log.cut"'):
+            with self.subTest(test):
+                self.assertEqual(self.code_findings(self.SOURCE, test),
+                                 ["cardhost/doctor/log.cpp:2: no test names the finding log.cut"])
+
+    def test_a_code_that_is_put_together_is_found(self):
+        source = self.SOURCE + "    findings.problem(kind + part, text, text, text);\n"
+        self.assertEqual(self.code_findings(source, '"log.cut"'),
+                         ["cardhost/doctor/log.cpp: a finding begins with k, and not with its code"])
+
+    def test_no_codes_at_all_are_found(self):
+        self.assertEqual(self.code_findings("", ""), ["cardhost/doctor has no findings"])
+
+
 class Quirks(PlantedFaults):
     PAGE = "# Oddities\n\n## Log\n\n### two-blanks\n\nWhat.\n\n- Who would notice: all.\n- Test: `Log.HasBlanks`\n"
     CODE = "int a;\n// quirk: two-blanks. A reason.\n"

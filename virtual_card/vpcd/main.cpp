@@ -24,7 +24,7 @@ constexpr char usage[] =
     "\n"
     "usage: virtual-card --generation N [--host HOST] [--port PORT] [--state FILE]\n"
     "\n"
-    "  --generation N  the generation of the card, 3 to 8 (see below)\n"
+    "  --generation N  the generation of the card (see below)\n"
     "  --host HOST     where the driver waits; 127.0.0.1 if not given\n"
     "  --port PORT     its port; 35963 if not given, the first virtual reader\n"
     "  --state FILE    keeps the PINs' remaining tries in FILE between runs\n"
@@ -48,6 +48,22 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+std::string namesOfGenerations() {
+    std::string names;
+    for (const Generation& row : generations()) {
+        names += (names.empty() ? "" : ", ") + std::to_string(row.cardType);
+    }
+    return names;
+}
+
+/// The row of that number; null where it is none.
+const Generation* generationNamed(const std::string& number) {
+    for (const Generation& row : generations()) {
+        if (number == std::to_string(row.cardType)) return &row;
+    }
+    return nullptr;
+}
+
 Options readOptions(const std::vector<std::string>& arguments) {
     Options options;
     for (std::size_t index = 0; index < arguments.size(); ++index) {
@@ -65,10 +81,10 @@ Options readOptions(const std::vector<std::string>& arguments) {
         if (name == "--port") options.port = value;
         if (name == "--state") options.state = value;
         if (name == "--generation") {
-            bool isDigit = value.size() == 1 && value[0] >= '0' && value[0] <= '9';
-            options.generation = isDigit ? findGeneration(value[0] - '0') : nullptr;
+            options.generation = generationNamed(value);
             if (options.generation == nullptr) {
-                throw UsageError("there is no generation '" + value + "': give 3 to 8");
+                throw UsageError("there is no generation '" + value + "': there are " +
+                                 namesOfGenerations());
             }
         }
     }

@@ -16,6 +16,7 @@ import json
 import os
 import pathlib
 import pty
+import re
 import shlex
 import shutil
 import socket
@@ -25,8 +26,11 @@ import tempfile
 import threading
 import unittest
 
-OK, FILE, UNWELL = 0, 6, 8
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
+sys.path.insert(0, str(REPOSITORY / "tests/support"))
+from known_cards import ATRS, TRIES  # pylint: disable=wrong-import-position
+
+OK, FILE, UNWELL = 0, 6, 8
 PREFIX = REPOSITORY / "build/wine/doctor"
 DRIVE = PREFIX / "drive_c"
 DLL = "kelmora-id-minidriver.dll"
@@ -42,16 +46,6 @@ POLICIES = SOFTWARE + r"\Policies\Microsoft\Windows"
 SETTINGS = SOFTWARE + r"\Kelmora\KelmoraID"
 RUN = NARROW + r"\Microsoft\Windows\CurrentVersion\Run"
 SERVICES = ("SCardSvr", "ScDeviceEnum", "CertPropSvc")
-
-# The rows of the database, as an administrator has them.
-ATRS = {
-    3: "3bdd96008031fe450031b8640429ecc1739401808248",
-    4: "3b7f9600008031b865b085050011122460829000",
-    5: "3b7f9600008031b865b08504021b1200f6829000",
-    6: "3bdf96008031fe450031b8640429ecc173940180829000",
-    7: "3b7f9600008031b865b0850300ef1200f6829000",
-    8: "3bdd96008031fe450031b8640429ecc1739401808349",
-}
 
 settings = argparse.Namespace(cardhost="", launcher=[])
 
@@ -91,7 +85,7 @@ def create_service(name, start="demand"):
 
 
 def registration():
-    """The registration of the six cards in both views, as a file for reg import."""
+    """The registration of all cards in both views, as a file for reg import."""
     lines = ["Windows Registry Editor Version 5.00", ""]
     for view in ("SOFTWARE", r"SOFTWARE\Wow6432Node"):
         for card_type, text in ATRS.items():
@@ -184,8 +178,8 @@ class Log(DoctorTest):
         self.assertEqual(code, FILE)
         self.assertIn("cannot read none.log", error)
 
-    def test_of_the_driver_itself_is_understood(self):
-        """A wrong PIN and a right one, in the log that the driver has written."""
+    def switch_on(self):
+        """Makes the driver's log folder until the test ends."""
         if settings.launcher:
             folder = LOG_FOLDER
         else:
@@ -194,6 +188,25 @@ class Log(DoctorTest):
                 self.skipTest(f"{folder} cannot be made for a test")
         folder.mkdir(parents=True)
         self.addCleanup(shutil.rmtree, folder)
+        return folder
+
+    def test_of_the_driver_itself_stands_beside_its_calls_on_the_page_of_a_logon(self):
+        self.switch_on()
+        code, out, error = run(*settings.launcher, settings.cardhost, "--virtual", 4, "report", "--pin", "1234",
+                               "--out", "page.html", cwd=self.folder)
+        self.assertEqual(code, OK, out + error)
+        page = (self.folder / "page.html").read_text(encoding="utf-8")
+        beside = {}
+        for call in page.split('<details class="call"')[1:]:
+            name = re.search(r'class="what">(\w+)', call)[1]
+            beside.setdefault(name, set()).update(re.findall(r"<li>\[[^]]+\] \[(\w+)\]", call))
+        calls = {"CardAcquireContext", "CardAuthenticateEx", "CardSignData", "CardDeleteContext"}
+        for name in calls:
+            self.assertEqual(beside[name] & calls, {name})
+
+    def test_of_the_driver_itself_is_understood(self):
+        """A wrong PIN and a right one, in the log that the driver has written."""
+        folder = self.switch_on()
         for pin in ("9999", "1234"):
             run(*settings.launcher, settings.cardhost, "--virtual", 4, "logon", "--pin", pin,
                 cwd=self.folder)
@@ -205,7 +218,7 @@ class Log(DoctorTest):
 
 class Anywhere(DoctorTest):
     def test_looks_at_each_card(self):
-        for card in range(3, 9):
+        for card in ATRS:
             with self.subTest(card=card):
                 code, out = self.doctor("--json", card=card)
                 found = {(finding["id"], finding["subject"]): finding
@@ -213,8 +226,9 @@ class Anywhere(DoctorTest):
                 self.assertIn(f"type {card}", found["readers.card", "Virtual Reader"]["found"])
                 for subject in ("certificate 0", "certificate 1"):
                     self.assertEqual(found["card.certificate", subject]["verdict"], "well")
-                for pin in ("PIN 1", "PIN 4"):
-                    self.assertRegex(found["card.tries", pin]["found"], r"[35] tries left")
+                for pin, tries in TRIES.items():
+                    self.assertEqual(found["card.tries", f"PIN {pin}"]["found"],
+                                     f"{tries[card]} tries left")
                 self.assertIn("cardid (16)", found["card.files", "files"]["found"])
 
     def test_tells_of_blocked_pins(self):
@@ -237,16 +251,13 @@ class Anywhere(DoctorTest):
 
 @unittest.skipIf(os.name != "posix", "needs a terminal")
 class Terminal(DoctorTest):
-    def setUp(self):
-        super().setUp()
-        if settings.launcher:
-            self.skipTest("Wine has no terminal here")
-
-    def on_terminal(self, **environment):
+    def on_terminal(self, *command, **environment):
         main, side = pty.openpty()
         with os.fdopen(main, "rb", buffering=0) as terminal:
-            done = subprocess.Popen([settings.cardhost, "--virtual", "3", "doctor"], stdout=side,
-                                    stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+            # To Wine it is a console where all three go there.
+            others = side if settings.launcher else subprocess.DEVNULL
+            done = subprocess.Popen([*settings.launcher, settings.cardhost, "--virtual", "3", *command],
+                                    stdout=side, stderr=others, stdin=others, start_new_session=True,
                                     env={**os.environ, "TERM": "xterm", **environment})
             os.close(side)
             text = b""
@@ -257,12 +268,27 @@ class Terminal(DoctorTest):
         return text
 
     def test_shows_colour(self):
-        self.assertIn(b"\x1b[32mok\x1b[0m", self.on_terminal())
+        self.assertRegex(self.on_terminal("doctor"), rb"\x1b\[32mok\x1b\[(0|39)?m")
 
     def test_shows_none_where_it_is_not_wanted(self):
-        for environment in ({"NO_COLOR": "1"}, {"TERM": "dumb"}):
-            self.assertNotIn(b"\x1b", self.on_terminal(**environment))
-        self.assertIn(b"\x1b", self.on_terminal(NO_COLOR=""))
+        # Wine's console moves the cursor by sequences of its own; colours are ours.
+        colour = rb"\x1b\[[1-9][0-9]*m"
+        for environment in ({"NO_COLOR": "1"}, {"TERM": "dumb"}, {"TERM": ""}):
+            if settings.launcher and "TERM" in environment:
+                continue  # the console's, and not the program's
+            text = self.on_terminal("doctor", **environment)
+            self.assertIn(b"PIN 1", text)
+            self.assertNotRegex(text, colour)
+        self.assertRegex(self.on_terminal("doctor", NO_COLOR=""), colour)
+
+    def test_has_no_line_that_it_would_have_to_break(self):
+        if settings.launcher:
+            self.skipTest("Wine's console writes by the screen and not by the line")
+        for command in (["info"], ["info", "--verbose"], ["record", "--out", str(self.folder / "a.txt")],
+                        ["doctor"], ["--help"], ["record", "--help"]):
+            with self.subTest(command=command):
+                text = self.on_terminal(*command, NO_COLOR="1").decode()
+                self.assertLessEqual(max(map(len, text.split("\r\n"))), 80, text)
 
 
 class Linux(DoctorTest):

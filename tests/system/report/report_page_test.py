@@ -18,8 +18,9 @@ import tempfile
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
-RECORDINGS = ROOT / "tests/data/recordings"
-CARD_TYPES = (3, 4, 5, 6, 7, 8)
+sys.path.insert(0, str(ROOT / "tests/support"))
+from known_cards import CARDS, RECORDINGS  # pylint: disable=wrong-import-position
+
 PHONE_WIDTH = 360
 PATIENCE = 60
 
@@ -128,6 +129,7 @@ class ReportPage(unittest.TestCase):
     def report(self, *arguments, name="report.html"):
         """Writes a page and opens it; gives what --trace told meanwhile."""
         page = self.folder / name
+        page.unlink(missing_ok=True)
         done = subprocess.run([settings.cardhost, *map(str, arguments), "--out", page],
                               capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.assertTrue(page.exists(), done.stderr[-2000:])
@@ -149,7 +151,7 @@ class ReportPage(unittest.TestCase):
                 self.assertRegex(event["params"]["request"]["url"], r"^(file:.*report.*\.html|data:,)$")
 
     def test_has_as_many_arrows_as_the_conversation_and_says_nothing(self):
-        for card_type in CARD_TYPES:
+        for card_type in CARDS:
             with self.subTest(card_type=card_type):
                 lines = self.of_recording(card_type).splitlines()
                 count = lambda pattern: sum(bool(re.match(pattern, line)) for line in lines)
@@ -160,14 +162,41 @@ class ReportPage(unittest.TestCase):
 
     def test_details_open_by_keyboard(self):
         self.of_recording(5)
-        opened = "document.querySelectorAll('details[open]').length"
-        before = self.browser.value(opened)
-        self.browser.press("Tab", 9)
-        self.assertEqual(self.browser.value("document.activeElement.tagName"), "SUMMARY")
-        was_open = self.browser.value("document.activeElement.parentElement.open")
+        # By Tab from line to line, as they stand on the page; what Enter opens has lines of its own.
+        seen = "[...document.querySelectorAll('summary')].filter(s => s.checkVisibility())"
+        at = f"{seen}.indexOf(document.activeElement)"
+        is_open = "document.activeElement.parentElement.open"
+        opened = 0
+        for line in range(40):
+            self.browser.press("Tab", 9)
+            self.assertEqual(self.browser.value(at), line)
+            if self.browser.value(is_open):
+                continue
+            opened += 1
+            self.browser.press("Enter", 13)
+            self.assertTrue(self.browser.value(is_open))
+            inside = "document.activeElement.nextElementSibling.checkVisibility()"
+            self.assertTrue(self.browser.value(inside))
+        self.assertGreater(opened, 20)
         self.browser.press("Enter", 13)
-        self.assertEqual(self.browser.value("document.activeElement.parentElement.open"), not was_open)
-        self.assertNotEqual(self.browser.value(opened), before)
+        self.assertFalse(self.browser.value(is_open), "and closes again")
+
+    def test_printed_it_shows_what_closed_details_hold(self):
+        self.of_recording(5)
+        hidden = ("[...document.querySelectorAll('details > :not(summary)')]"
+                  ".filter(e => !e.checkVisibility() || e.getBoundingClientRect().height === 0).length")
+        self.assertGreater(self.browser.value(hidden), 20, "on a screen most are closed")
+        self.browser.look(media="print", width=800)
+        self.assertEqual(self.browser.value(hidden), 0)
+        self.assertLessEqual(self.browser.value("document.documentElement.scrollWidth"), 800)
+
+    def test_printed_it_is_dark_on_light_on_a_dark_screen_too(self):
+        self.of_recording(5)
+        colours = "(s => s.color + ' on ' + s.backgroundColor)(getComputedStyle(document.body))"
+        self.browser.look(media="print", scheme="dark")
+        self.assertEqual(self.browser.value(colours), "rgb(0, 0, 0) on rgb(255, 255, 255)")
+        self.browser.look(scheme="dark")
+        self.assertNotIn("on rgb(255, 255, 255)", self.browser.value(colours))
 
     def test_details_open_by_a_click(self):
         self.of_recording(5)
@@ -183,7 +212,10 @@ class ReportPage(unittest.TestCase):
             self.assertLessEqual(self.browser.value("document.documentElement.scrollWidth"), width)
 
     def test_has_enough_contrast_in_light_and_dark(self):
-        self.of_recording(3)
+        # A wrong PIN: good and bad stand on one page.
+        self.report("--virtual", "3", "report", "--pin", "9999")
+        for colour in ("goodtext", "badtext", "outcome.bad"):
+            self.assertGreater(self.browser.value(f"document.querySelectorAll('.{colour}').length"), 0)
         contrast = """(() => {
             const numbers = text => text.match(/[\\d.]+/g).map(Number);
             const light = colour => numbers(colour).slice(0, 3).map(v => v / 255)
@@ -203,15 +235,32 @@ class ReportPage(unittest.TestCase):
             self.assertGreaterEqual(self.browser.value(contrast), 4.5, scheme)
 
     def test_what_a_hostile_card_says_stays_text(self):
-        kept = (RECORDINGS / "card-type-5.txt").read_text()
-        encoded = lambda text: " ".join(f"{byte:02X}" for byte in text)
-        hostile = kept.replace(encoded(b"KORTTINEN"), encoded(b"<b id=x>Z"))
-        self.assertNotEqual(hostile, kept)
+        text = (RECORDINGS / "card-type-5.txt").read_text()
+        # The name in the certificates, and the label of a key; each would call for something from elsewhere.
+        for said, hostile in ((b"KORTTINEN", b"<b id=x>Z"), (b"authentication key", b"<img src=y id=x>XY"),
+                              (b"signature key", b"'><i id=x></i")):
+            self.assertEqual(len(said), len(hostile))
+            # A line may end between two bytes.
+            text, count = re.subn(r"\s+".join(f"{byte:02X}" for byte in said), lambda match, new=hostile: "".join(
+                f"{byte:02X}{blank}" for byte, blank in zip(new, [*re.findall(r"\s+", match[0]), ""])), text)
+            self.assertGreater(count, 0, said)
         name = self.folder / "hostile.txt"
-        name.write_text(hostile)
+        name.write_text(text)
         self.report("--replay", name, "report", "--pin", "1234")
+        self.browser.value("document.querySelectorAll('details').forEach(d => d.open = true)")
         self.assertEqual(self.browser.value("document.querySelectorAll('#x').length"), 0)
-        self.assertIn("<b id=x>Z", self.browser.value("document.body.innerText"))
+        for shown in ("<b id=x>Z", "<img src=y id=x>XY", "'><i id=x></i"):
+            self.assertIn(shown, self.browser.value("document.body.innerText"))
+        self.check_quiet()
+
+    def test_what_a_hostile_log_says_stays_text(self):
+        log = self.folder / "hostile.log"
+        log.write_text("[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\n"
+                       "[2026-01-01 10:00:00] [CardAcquireContext] <img src=http://127.0.0.1/ id=x>\n")
+        self.report("report", "--log", log)
+        self.assertEqual(self.browser.value("document.querySelectorAll('#x').length"), 0)
+        self.assertIn("<img src=http://127.0.0.1/ id=x>", self.browser.value(
+            "document.querySelectorAll('details').forEach(d => d.open = true), document.body.innerText"))
         self.check_quiet()
 
     def test_screenshots(self):

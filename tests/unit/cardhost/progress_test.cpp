@@ -1,6 +1,11 @@
 // The line that says what is being waited for.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
+
+#include "os.h"
 #include "progress.h"
 
 namespace cardhost {
@@ -54,6 +59,58 @@ TEST(Progress, IsOffWhereNobodyLooks) {
     EXPECT_FALSE(Progress(file, true).isOn());
     std::fclose(file);
     EXPECT_FALSE(Progress(stderr, false).isOn());
+}
+
+/// A terminal that nobody looks at.
+class PseudoTerminal {
+public:
+    PseudoTerminal() : main_(posix_openpt(O_RDWR | O_NOCTTY)) {
+        EXPECT_EQ(grantpt(main_), 0);
+        EXPECT_EQ(unlockpt(main_), 0);
+        stream_ = fdopen(open(ptsname(main_), O_RDWR | O_NOCTTY), "w");
+        EXPECT_NE(stream_, nullptr);
+    }
+    ~PseudoTerminal() {
+        std::fclose(stream_);
+        close(main_);
+    }
+    PseudoTerminal(const PseudoTerminal&) = delete;
+    PseudoTerminal& operator=(const PseudoTerminal&) = delete;
+
+    std::FILE* stream() const { return stream_; }
+
+private:
+    int main_;
+    std::FILE* stream_;
+};
+
+/// The environment's TERM, put back at the end.
+class TerminalName {
+public:
+    explicit TerminalName(const char* name) {
+        if (const char* before = std::getenv("TERM")) before_ = before;
+        name == nullptr ? unsetenv("TERM") : setenv("TERM", name, 1);
+    }
+    ~TerminalName() { before_.empty() ? unsetenv("TERM") : setenv("TERM", before_.c_str(), 1); }
+    TerminalName(const TerminalName&) = delete;
+    TerminalName& operator=(const TerminalName&) = delete;
+
+private:
+    std::string before_;
+};
+
+TEST(Progress, IsForATerminalThatTakesItsLineBack) {
+    const PseudoTerminal terminal;
+    for (const auto& [name, isOn] : {std::pair<const char*, bool>{"xterm-256color", true},
+                                     {"vt100", true},
+                                     {"dumb", false},
+                                     {"", false},
+                                     {nullptr, false}}) {
+        const TerminalName set(name);
+        EXPECT_EQ(os::takesEscapeSequences(terminal.stream()), isOn) << (name ? name : "none");
+        EXPECT_EQ(Progress(terminal.stream(), true).isOn(), isOn) << (name ? name : "none");
+        EXPECT_FALSE(Progress(terminal.stream(), false).isOn());
+    }
 }
 
 }  // namespace

@@ -70,10 +70,10 @@ TEST(ReportPage, ShowsWhatComesFromOutsideAsText) {
 
 TEST(ReportPage, HoldsNothingThatIsNoText) {
     ReportPage page;
-    page.title = std::string("a\0b\x1B\xFF\xC3\xA4\xE2\x82", 9);
+    // The last one but one turns the direction of writing.
+    page.title = std::string("a\0b\x1B\xFF\xC3\xA4\xE2\x80\xAE\xE2\x82", 12);
     const std::string html = htmlOf(page);
-    EXPECT_THAT(html, HasSubstr("<h1>a\xEF\xBF\xBD"
-                                "b\xEF\xBF\xBD\xEF\xBF\xBD\xC3\xA4\xEF\xBF\xBD\xEF\xBF\xBD</h1>"));
+    EXPECT_THAT(html, HasSubstr("<h1>a?b?\?\xC3\xA4?\?\?</h1>"));
 }
 
 TEST(ReportPage, MasksPins) {

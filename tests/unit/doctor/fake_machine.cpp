@@ -167,6 +167,7 @@ CardFacts FakeMachine::card(const std::string& reader) {
 
 AddressAnswer FakeMachine::ask(bool isSecure, const std::string& host, std::uint16_t port) {
     asked.push_back(fmt::format("{} {} {}", isSecure ? "https" : "http", host, port));
+    whileAsked();
     return answer;
 }
 

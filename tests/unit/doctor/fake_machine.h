@@ -1,6 +1,7 @@
 // A machine made of values: a healthy one with a card in its reader, until a test makes it sick.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -52,6 +53,7 @@ public:
     LogPlace logNow;
     AddressAnswer answer{true, "answers (HTTP status 200)", std::chrono::milliseconds(12)};
     std::vector<std::string> asked;  // "https host 443"
+    std::function<void()> whileAsked = [] {};
 
     Registry& registry(View view) { return view == View::bits64 ? wide : narrow; }
 

@@ -278,6 +278,37 @@ TEST(Log, OfAnySizeTakesBoundedMemory) {
     EXPECT_GT(one.troubled()[0].droppedIncidents, 19'000U);
 }
 
+TEST(Log, TellsHowManyKindsOfFailureAreLeftOut) {
+    std::string text = acquired(1);
+    for (int kind = 0; kind < 23; ++kind) {
+        text += leaving(2, fmt::format("Scope{:02}", kind), "0x8010001f");
+    }
+    const auto lines = explained(text + entry(3, "CardDeleteContext"));
+    EXPECT_THAT(lines, Contains("note log.more more: 3 earlier kinds of failure are left out"));
+    // The last ones are those that are shown.
+    EXPECT_THAT(lines, Contains(HasSubstr("Scope22")));
+    EXPECT_THAT(lines, Not(Contains(HasSubstr("Scope02"))));
+    EXPECT_THAT(explained(acquired(1) + leaving(2, "Scope", "0x8010001f")),
+                Not(Contains(HasSubstr("log.more"))));
+}
+
+TEST(Log, TellsHowManyLinesAreCut) {
+    const std::string good = acquired(1) + entry(2, "CardDeleteContext");
+    EXPECT_THAT(explained("xiting\n" + good + "[2026-11-21 05:00:03] [CardRe\n"),
+                ElementsAre("note log.cut lines: 2 cut, run together or not the driver's"));
+    EXPECT_THAT(explained(good), IsEmpty());
+}
+
+TEST(Log, TellsItsLinesAndTheirTimes) {
+    LogReader log;
+    log.add(bytesOf(acquired(1) + entry(2, "CardDeleteContext")));
+    log.finish();
+    Findings findings;
+    explainLog(log, "the.log", findings);
+    EXPECT_EQ(findings.all().front().id, "log.lines");
+    EXPECT_EQ(findings.all().front().found, "4, from 2026-11-21 05:00:01 to 2026-11-21 05:00:02");
+}
+
 TEST(Log, OfHostileBytesIsRead) {
     std::mt19937 random(7);
     const std::string good = loaded() + acquired(1) + call(2, "CardSignData", "0x8010001f") +

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <ostream>
 
@@ -15,7 +16,7 @@ using ::testing::HasSubstr;
 
 Findings examined(FakeMachine& machine, bool usesNetwork = true) {
     Examination examination(machine, usesNetwork);
-    examine(examination, [] {});
+    examine(examination);
     return examination.findings;
 }
 
@@ -537,6 +538,55 @@ TEST_P(HealthyMachine, Passes) {
 INSTANTIATE_TEST_SUITE_P(Doctor, HealthyMachine, ::testing::ValuesIn(healthy),
                          [](const auto& row) { return row.param.name; });
 
+/// The codes of what is well, each once, in their order.
+std::vector<std::string> wellCodes(FakeMachine& machine) {
+    std::vector<std::string> codes;
+    const Findings findings = examined(machine);
+    for (const Finding& finding : findings.all()) {
+        if (finding.verdict != well || std::ranges::count(codes, finding.id) > 0) continue;
+        codes.push_back(finding.id);
+    }
+    return codes;
+}
+
+TEST(Health, IsToldPointByPoint) {
+    FakeMachine machine;
+    EXPECT_THAT(wellCodes(machine),
+                ::testing::ElementsAre("registration.rows", "driver.file", "driver.signature",
+                                       "platform.service", "platform.lsa", "platform.app-control",
+                                       "readers.card", "settings.none", "dialog.none", "log.off",
+                                       "card.acquired", "card.files", "card.certificate",
+                                       "card.tries", "policy.ecc", "policy.no-eku", "policy.hints",
+                                       "policy.propagation", "policy.plug-and-play"));
+}
+
+TEST(Health, OfWhatIsThereIsToldToo) {
+    FakeMachine machine;
+    setAddresses(machine, "https://a:443");
+    installDialog(machine);
+    machine.logNow.folderExists = machine.logNow.isWritable = true;
+    machine.readersNow.list.push_back({"Reader 2", SCARD_E_NO_SMARTCARD, {}});
+    const auto codes = wellCodes(machine);
+    for (const char* code :
+         {"settings.address", "settings.answer", "dialog.library", "log.on", "readers.empty"}) {
+        EXPECT_THAT(codes, ::testing::Contains(code));
+    }
+    for (const char* code : {"settings.none", "dialog.none", "log.off"}) {
+        EXPECT_THAT(codes, ::testing::Not(::testing::Contains(code)));
+    }
+}
+
+TEST(Health, OfALogThatHasLinesNamesTheCommandThatExplainsThem) {
+    FakeMachine machine;
+    machine.logNow.folderExists = machine.logNow.isWritable = machine.logNow.fileExists = true;
+    machine.logNow.file = "C:\\the.log";
+    const Findings findings = examined(machine);
+    const auto found = std::ranges::find(findings.all(), "log.explain", &Finding::id);
+    ASSERT_NE(found, findings.all().end());
+    EXPECT_EQ(found->verdict, note);
+    EXPECT_EQ(found->advice, "cardhost doctor --log \"C:\\the.log\"");
+}
+
 TEST(Signatures, AreAskedOfTheMakerOnlyWhereTheyHold) {
     FakeMachine machine;
     machine.wide[lsaKey]["RunAsPPL"] = number(1);
@@ -551,6 +601,22 @@ TEST(Addresses, AreAskedInOrderAndOnlyOnRequest) {
     EXPECT_TRUE(machine.asked.empty());
     examined(machine);
     EXPECT_THAT(machine.asked, ::testing::ElementsAre("https a 443", "http b 8080"));
+}
+
+TEST(Addresses, AreShownAheadOfTheWaitForThem) {
+    FakeMachine machine;
+    setAddresses(machine, "https://a:443;https://b:443");
+    Examination examination(machine, true);
+    std::string lastShown;
+    examination.show = [&] {
+        const Finding& last = examination.findings.all().back();
+        lastShown = last.section + " " + last.id + " " + last.found;
+    };
+    std::vector<std::string> shownWhileAsked;
+    machine.whileAsked = [&] { shownWhileAsked.push_back(lastShown); };
+    examine(examination);
+    EXPECT_THAT(shownWhileAsked, ::testing::ElementsAre("Settings settings.address https://a:443",
+                                                        "Settings settings.address https://b:443"));
 }
 
 TEST(Policies, WithoutACardTellWhatTheyWouldMean) {

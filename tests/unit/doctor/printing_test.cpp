@@ -10,7 +10,7 @@
 #include "os.h"
 
 // The tests print to files, which are no terminals.
-bool cardhost::os::wantsColour(std::FILE*) {
+bool cardhost::os::takesEscapeSequences(std::FILE*) {
     return false;
 }
 

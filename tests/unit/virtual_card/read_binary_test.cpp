@@ -47,7 +47,7 @@ TEST_P(ReadBinary, RefusesDataAndAMissingLe) {
     EXPECT_EQ(session.send("00B00000021234"), "6700");
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, ReadBinary, allCardTypes);
+INSTANTIATE_TEST_SUITE_P(CardType, ReadBinary, testing::ValuesIn(allCardTypes()));
 
 }  // namespace
 }  // namespace virtual_card

@@ -147,7 +147,7 @@ TEST_P(EveryCardSelect, StartsAtTheMasterFileAfterAReset) {
     EXPECT_EQ(session.exchange("00A4000402503200").status, sw::ok);
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, EveryCardSelect, allCardTypes);
+INSTANTIATE_TEST_SUITE_P(CardType, EveryCardSelect, testing::ValuesIn(allCardTypes()));
 
 TEST(FileControlParameters, HaveTag80OnGeneration3) {
     CardSession session(3);

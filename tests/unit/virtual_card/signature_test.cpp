@@ -123,7 +123,7 @@ TEST_P(EverySignature, IsRefusedForAHashOfNoKnownLength) {
     EXPECT_EQ(session.sign(hashOf(33)).status, sw::incorrectData);
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, EverySignature, allCardTypes);
+INSTANTIATE_TEST_SUITE_P(CardType, EverySignature, testing::ValuesIn(allCardTypes()));
 
 class ChosenSignature : public testing::TestWithParam<int> {
 protected:

@@ -111,7 +111,7 @@ TEST_P(Verify, TakesAnEmptyCommandWithLeAsAQuery) {
               sw::triesLeft(session.pin(PinRole::Authentication).tries));
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, Verify, allCardTypes);
+INSTANTIATE_TEST_SUITE_P(CardType, Verify, testing::ValuesIn(allCardTypes()));
 
 TEST(VerifyOfGeneration6, TellsTwoPinsOfOneReferenceApartByDirectory) {
     CardSession session(6);

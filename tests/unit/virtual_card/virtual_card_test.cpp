@@ -69,7 +69,7 @@ TEST_P(EveryCard, RefusesAStateThatIsNotItsOwnAndStaysAsItWas) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(CardType, EveryCard, allCardTypes);
+INSTANTIATE_TEST_SUITE_P(CardType, EveryCard, testing::ValuesIn(allCardTypes()));
 
 TEST(GetResponse, TellsTheRightLengthForOneThatIsTooLarge) {
     CardSession session(5);

@@ -219,8 +219,8 @@ TEST_F(Program, RefusesWrongUse) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{}, "no generation given"},
         {{"--generation"}, "option '--generation' needs a value"},
-        {{"--generation", "9"}, "there is no generation '9': give 3 to 8"},
-        {{"--generation", "33"}, "there is no generation '33': give 3 to 8"},
+        {{"--generation", "9"}, "there is no generation '9': there are 3, 4, 5, 6, 7, 8"},
+        {{"--generation", "33"}, "there is no generation '33': there are 3, 4, 5, 6, 7, 8"},
         {{"--card", "3"}, "unknown option '--card'"},
     };
     for (const auto& [arguments, message] : cases) {
