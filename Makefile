@@ -41,9 +41,12 @@ windows: windows-x64 windows-x86
 windows-x64 windows-x86:
 	$(BUILD)
 
+# A build folder keeps the compiler that it began with: with another runtime it begins anew.
 windows-arm64:
 	tools/install_packages.sh arm64
 	KELMORA_ARM64_RUNTIME=$$(tools/build_arm64_runtime.sh) && export KELMORA_ARM64_RUNTIME && \
+	{ grep -qs "\"$$KELMORA_ARM64_RUNTIME/" build/windows-arm64/CMakeFiles/*/CMakeCXXCompiler.cmake || \
+		rm -rf build/windows-arm64; } && \
 	KELMORA_BOTAN_ARM64=$$(tools/build_botan.sh aarch64) && export KELMORA_BOTAN_ARM64 && $(BUILD)
 
 test:

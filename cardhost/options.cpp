@@ -27,8 +27,9 @@ constexpr const char* description =
 void addCommonOptions(CLI::App& program, CommandLine& line) {
     constexpr const char* group = "The card and the driver";
     program
-        .add_option("--driver", line.common.driver,
-                    "The minidriver; if not given, the one beside this program")
+        .add_option(
+            "--driver", line.common.driver,
+            "The minidriver; if not given, the one beside this program, or else the installed one")
         ->type_name("FILE")
         ->group(group);
     auto* virtualCard =

@@ -37,8 +37,9 @@ private:
     void* handle_;
 };
 
-/// The file name of the minidriver on this system.
-std::string driverFileName();
+/// The minidriver where none is named: the one beside the program, and on Windows, where there is
+/// none beside it, the installed one.
+std::filesystem::path usualDriver();
 
 /// The double of winscard that hands its calls to a seam, in the folder of the program.
 std::filesystem::path seamWinscard(const std::filesystem::path& programFolder);

@@ -66,8 +66,8 @@ void* Library::require(const char* name) const {
     return address;
 }
 
-std::string driverFileName() {
-    return "libkelmora-id-minidriver.so";
+std::filesystem::path usualDriver() {
+    return programFolder() / "libkelmora-id-minidriver.so";
 }
 
 std::filesystem::path seamWinscard(const std::filesystem::path& programFolder) {

@@ -22,6 +22,12 @@ std::string shown(const std::filesystem::path& path) {
     return utf8(path.native());
 }
 
+std::filesystem::path systemFolder() {
+    WCHAR folder[MAX_PATH] = {};
+    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+    return std::basic_string<WCHAR>(folder, length);
+}
+
 /// Echo off for the life of the object.
 class SilentTerminal {
 public:
@@ -85,18 +91,19 @@ void* Library::require(const char* name) const {
     return address;
 }
 
-std::string driverFileName() {
-    return "kelmora-id-minidriver.dll";
-}
-
 std::filesystem::path seamWinscard(const std::filesystem::path& programFolder) {
     return programFolder / "virtual-card" / "winscard.dll";
 }
 
 std::filesystem::path realWinscard(const std::filesystem::path&) {
-    WCHAR folder[MAX_PATH] = {};
-    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
-    return std::filesystem::path(std::basic_string<WCHAR>(folder, length)) / "winscard.dll";
+    return systemFolder() / "winscard.dll";
+}
+
+std::filesystem::path usualDriver() {
+    constexpr const char* name = "kelmora-id-minidriver.dll";
+    std::filesystem::path beside = programFolder() / name;
+    std::error_code ignored;
+    return std::filesystem::exists(beside, ignored) ? beside : systemFolder() / name;
 }
 
 std::filesystem::path programFolder() {

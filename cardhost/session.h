@@ -18,7 +18,7 @@
 namespace cardhost {
 
 struct CommonOptions {
-    std::string driver;  // empty: the one beside the program
+    std::string driver;  // empty: os::usualDriver()
     CardChoice card;
     bool trace = false;
     recording::Conversation* kept = nullptr;  // where the conversation goes that a command keeps
@@ -43,9 +43,8 @@ public:
     Acquisition acquisition;
 
     static std::filesystem::path driverFile(const CommonOptions& options) {
-        return std::filesystem::absolute(options.driver.empty()
-                                             ? os::programFolder() / os::driverFileName()
-                                             : os::pathOf(options.driver));
+        return std::filesystem::absolute(options.driver.empty() ? os::usualDriver()
+                                                                : os::pathOf(options.driver));
     }
 
 private:

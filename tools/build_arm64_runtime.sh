@@ -64,9 +64,13 @@ runtime() {
         make -j"$(nproc)" && make install
 }
 
-# Wine's own printf functions for ARM64 crash, so that libc++ takes mingw-w64's.
+# Wine for ARM64 has two traps: its own printf functions crash, so that libc++ takes mingw-w64's; and it loses
+# the register by which the compiler finds a thread's own variables, which a throw needs, so that they are had
+# by TlsGetValue, as in the x64 and x86 DLLs. What libc++abi says before it ends a process begins with
+# __FILE__, also without assertions: there the library's name instead.
 libraries() {
-    flags="$flags -D__USE_MINGW_ANSI_STDIO=1"
+    flags="$flags -D__USE_MINGW_ANSI_STDIO=1 -femulated-tls"
+    flags="$flags -Wno-builtin-macro-redefined -D__FILE__='\"libc++\"'"
     cmake -G Ninja -S "$work/llvm/runtimes" -B "$work/libraries" \
         -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_SYSTEM_PROCESSOR=aarch64 -DCMAKE_BUILD_TYPE=MinSizeRel \
         -DCMAKE_INSTALL_PREFIX="$work/done/$target" \

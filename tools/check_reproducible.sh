@@ -1,9 +1,12 @@
 #!/bin/sh
 # Builds the release of the sources as they stand twice, in two folders of different names, and compares
-# dist/ byte for byte. Takes the runtimes of the cross builds from where they are kept.
+# dist/ byte for byte; or once, and compares it with a release that is there, unsigned, of the same sources.
+# Takes the runtimes of the cross builds from where they are kept.
 #
-#   tools/check_reproducible.sh
+#   tools/check_reproducible.sh [DIST]
 set -eu
+[ $# -le 1 ] || { echo "usage: $0 [DIST]" >&2; exit 2; }
+there=${1:+$(cd "$1" && pwd)}
 repository=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d "${TMPDIR:-/tmp}/kelmora-reproducible.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -23,7 +26,18 @@ build() { # the folder
     packaging/windows/make_release.sh
 }
 
+compare() {
+    if diff -r "$1" "$2"; then
+        echo "Equal, $(find "$1" -type f | wc -l) files:"
+        cat "$1/SHA256SUMS"
+    else
+        echo "The two releases differ."
+        exit 1
+    fi
+}
+
 for folder in first a/second/longer-one; do
+    [ -z "$there" ] || [ "$folder" != first ] || continue
     copy=$work/$folder
     mkdir -p "$copy"
     (cd "$repository" && git ls-files --cached --others --exclude-standard |
@@ -32,10 +46,4 @@ for folder in first a/second/longer-one; do
     echo "Building a release in $copy"
     (cd "$copy" && build) >"$work/log.txt" 2>&1 || { tail -n 30 "$work/log.txt"; exit 1; }
 done
-if diff -r "$work/first/dist" "$work/a/second/longer-one/dist"; then
-    echo "Equal, $(find "$work/first/dist" -type f | wc -l) files:"
-    cat "$work/first/dist/SHA256SUMS"
-else
-    echo "The two releases differ."
-    exit 1
-fi
+compare "${there:-$work/first/dist}" "$work/a/second/longer-one/dist"

@@ -50,6 +50,8 @@ def check_view(checks, where, view, cards):
         wrong = [f"{how}: {find_card(view, other)}" for how, other in other_lengths_and_bits(atr)
                  if find_card(view, other) and not {other, other[:-1]} & known]
         checks.equal(f"{where}: what differs from type {number} matches none", wrong, [])
+    checks.equal(f"{where}: the check byte that belongs behind the ATR of type 6 is DA",
+                 with_check_byte(dict(cards)[6])[-1], 0xDA)
     checks.equal(f"{where}: a card of type 6 as it is, its check byte behind, takes the longer row",
                  find_card(view, with_check_byte(dict(cards)[6])), "Kelmora ID FINEID card type 6 (longer ATR)")
 

@@ -10,15 +10,26 @@ import json
 import pathlib
 import re
 import subprocess
+import struct
 import sys
 import tempfile
+import zipfile
 
+import cardhost_archive
 import make_msi
 from checks import Checks
 from registration import msi_table
 from release import BUILT, DRIVER_NAMES, product_version
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+# What is at least linked into the programs of the archives.
+ARCHIVED = {
+    "cardhost.exe": {"fmt", "Botan", "CLI11", "JSON for Modern C++", "mingw-w64 runtime"},
+    "virtual-card/winscard.dll": {"mingw-w64 runtime"},
+}
+MACHINES = {"x64": 0x8664, "x86": 0x14C, "arm64": 0xAA64}  # IMAGE_FILE_MACHINE_*
 
 
 def sha256(path):
@@ -32,8 +43,18 @@ def expected_files(version):
     files |= {"debug/" + name.replace("/", "-") + ".debug" for name in DRIVER_NAMES
               if not DRIVER_NAMES[name].endswith("-forwarder.dll")}
     files |= {"winget/Kelmora.IDMinidriver" + end for end in (".yaml", ".installer.yaml", ".locale.en-US.yaml")}
-    return files | {"kelmora-id-minidriver.reg", f"kelmora-id-minidriver-{version}.spdx.json", "LICENSE",
-                    "CHANGELOG.md", "SHA256SUMS"}
+    files |= {cardhost_archive.archive_name(version, architecture) for architecture in BUILT}
+    return files | {"kelmora-id-minidriver.reg", f"kelmora-id-minidriver-{version}.spdx.json", "CHANGELOG.md",
+                    "SHA256SUMS", *cardhost_archive.TEXTS}
+
+
+def content_of(folder, name):
+    """The bytes of a file of the release, or of one in an archive: its name stands behind the archive's."""
+    if ".zip/" not in name:
+        return (folder / name).read_bytes()
+    archive, member = name.split(".zip/")
+    with zipfile.ZipFile(folder / f"{archive}.zip") as packed:
+        return packed.read(member)
 
 
 def code_of(path):
@@ -62,6 +83,22 @@ def check_packages(checks, folder, version):
                      entry and sha256(msi).upper() in entry[1] and properties["ProductCode"] in entry[1])
 
 
+def machine_of(program):
+    """What the header of a program or DLL says of the processor."""
+    return struct.unpack_from("<H", program, struct.unpack_from("<I", program, 0x3C)[0] + 4)[0]
+
+
+def check_archives(checks, folder, version):
+    for architecture, machine in MACHINES.items():
+        name = cardhost_archive.archive_name(version, architecture)
+        with zipfile.ZipFile(folder / name) as packed:
+            checks.equal(f"{name} holds cardhost and no driver", sorted(packed.namelist()),
+                         sorted([*ARCHIVED, *cardhost_archive.TEXTS]))
+            checks.check(f"{name} is whole", packed.testzip() is None)
+            checks.equal(f"{name} is for its architecture",
+                         {machine_of(packed.read(member)) for member in ARCHIVED}, {machine})
+
+
 def check_bill(checks, folder, version):
     bill = json.loads((folder / f"kelmora-id-minidriver-{version}.spdx.json").read_text())
     wanted = {"spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo"}
@@ -76,16 +113,25 @@ def check_bill(checks, folder, version):
                  all(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", name) for name in elements))
     checks.check("each package has a version and a licence", all(
         re.match(r"\d", entry["versionInfo"]) and entry["licenseDeclared"] for entry in bill["packages"]))
+    archives = {cardhost_archive.archive_name(version, architecture) for architecture in BUILT}
+    wanted = {name: {"fmt", "mingw-w64 runtime"} for name in DRIVER_NAMES} | {
+        "arm64/kelmora-id-minidriver.dll": set()} | {name: set() for name in archives} | {
+        f"{name}/{program}": parts for name in archives for program, parts in ARCHIVED.items()}
+    checks.equal("the bill lists each program and DLL, and the archives",
+                 sorted(entry["fileName"][2:] for entry in bill["files"]), sorted(wanted))
+    licences = (folder / cardhost_archive.THIRD_PARTY).read_text(encoding="utf-8")
     for entry in bill["files"]:
+        name = entry["fileName"][2:]
         sums = {pair["algorithm"]: pair["checksumValue"] for pair in entry["checksums"]}
-        # The DLLs as they are in the folders, signed where they are signed.
-        checks.equal(f"the bill tells the sum of {entry['fileName'][2:]}", sums["SHA256"],
-                     sha256(folder / entry["fileName"]))
-        parts = [elements[relation["relatedSpdxElement"]]["name"] for relation in bill["relationships"]
-                 if relation["spdxElementId"] == entry["SPDXID"] and relation["relationshipType"] == "STATIC_LINK"]
-        forwarder = entry["fileName"] == "./arm64/kelmora-id-minidriver.dll"
-        checks.check(f"the bill tells what is linked into {entry['fileName'][2:]}: {', '.join(parts) or 'nothing'}",
-                     (parts == []) if forwarder else {"fmt", "mingw-w64 runtime"} <= set(parts))
+        # The files as they are in the release, signed where they are signed.
+        checks.equal(f"the bill tells the sum of {name}", sums["SHA256"],
+                     hashlib.sha256(content_of(folder, name)).hexdigest())
+        parts = {elements[relation["relatedSpdxElement"]]["name"] for relation in bill["relationships"]
+                 if relation["spdxElementId"] == entry["SPDXID"] and relation["relationshipType"] == "STATIC_LINK"}
+        checks.check(f"the bill tells what is linked into {name}: {', '.join(sorted(parts)) or 'nothing'}",
+                     wanted[name] <= parts if wanted[name] else not parts)
+        checks.check(f"the licences of what is linked into {name} are there",
+                     all(re.search(rf"^=+\n.*{re.escape(part)}.*\n=+\n", licences, re.M) for part in parts))
 
 
 def main():
@@ -104,6 +150,7 @@ def main():
             checks.check(f"{debug.name} has the code of {name}", code_of(debug) == code_of(folder / name))
             checks.check(f"{debug.name} has names and lines", b".debug_line" in debug.read_bytes())
     check_packages(checks, folder, version)
+    check_archives(checks, folder, version)
     check_bill(checks, folder, version)
     return checks.exit_code()
 

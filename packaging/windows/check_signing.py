@@ -5,6 +5,8 @@ certificate has run out, refused where a byte differs or the signature is missin
 
 Usage: packaging/windows/check_signing.py [ARCHITECTURES]         (x64,x86: what is built of build/)
 
+With x64,x86,arm64 it is a whole release that is signed, cardhost with it.
+
 Prints one line for each check, beginning with "ok" or "not ok". Nothing leaves the machine.
 """
 import os
@@ -13,9 +15,11 @@ import re
 import shutil
 import subprocess
 import sys
+import zipfile
 
 from cards import DLL
 from checks import Checks
+from release import BUILT
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build/signing-check"
@@ -71,8 +75,13 @@ def make_token():
 
 
 def make_signed(folder, architectures, *options, environment=None):
+    if set(architectures.split(",")) == set(BUILT):
+        options = ("--release", "--runtime", run(ROOT / "tools/build_arm64_runtime.sh").strip(), *options)
     run(sys.executable, ROOT / "packaging/windows/release.py", "--output", WORK / folder, "--architectures",
         architectures, "--certificate", "code.pem", "--time", SIGNED_AT, *options, env=environment)
+    for archive in (WORK / folder).glob("*.zip"):
+        with zipfile.ZipFile(archive) as packed:
+            packed.extractall(WORK / folder / archive.stem)
     return WORK / folder
 
 
@@ -85,9 +94,9 @@ def verify(path, time):
 
 
 def check_signed(checks, kind, folder, stamped):
-    files = sorted(folder.glob("*/*.dll")) + sorted(folder.glob("*.msi"))
-    checks.check(f"{kind}: there are DLLs and packages", any(file.suffix == ".msi" for file in files) and
-                 any(file.suffix == ".dll" for file in files))
+    files = [file for kind_of_file in ("*.dll", "*.exe", "*.msi") for file in sorted(folder.rglob(kind_of_file))]
+    wanted = {".msi", ".dll"} | ({".exe"} if (folder / "SHA256SUMS").exists() else set())
+    checks.equal(f"{kind}: there is something of each kind", {file.suffix for file in files}, wanted)
     for file in files:
         name = f"{kind}: {file.relative_to(folder)}"
         valid, text = verify(file, WITHIN)
@@ -95,7 +104,7 @@ def check_signed(checks, kind, folder, stamped):
         valid, _ = verify(file, AFTERWARDS)
         checks.check(f"{name} is {'still valid' if stamped else 'no longer valid'} when the certificate has run out",
                      valid == stamped)
-        if file.suffix == ".dll":
+        if file.suffix != ".msi":
             checks.check(f"{name} has page hashes", re.search(r"Page hash", text, re.I), text[-600:])
     return files
 

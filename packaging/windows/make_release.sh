@@ -8,7 +8,7 @@ cd "$(dirname "$0")/../.."
 [ -f build/native/CMakeCache.txt ] || cmake --preset native >/dev/null
 cmake --build build/native --target print_card_profiles >/dev/null
 for architecture in x64 x86 arm64; do
-    cmake --build "build/windows-$architecture" --target minidriver minidriver_debug >/dev/null
+    cmake --build "build/windows-$architecture" --target minidriver minidriver_debug cardhost >/dev/null
 done
 exec python3 packaging/windows/release.py --release --output dist --architectures x64,x86,arm64 \
     --runtime "$(tools/build_arm64_runtime.sh)" "$@"

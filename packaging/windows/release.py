@@ -5,9 +5,9 @@ package's INF with its files, a bill of materials, sums. Signs DLLs and MSIs whe
 Usage: packaging/windows/release.py --output FOLDER --architectures x64,x86[,arm64] [--release]
            [--address URL] [--certificate PEM --key PEM|URI [--pkcs11-module FILE] ...]
 
---release adds what only a release has: the files for debuggers, the bill of materials, the winget
-manifest, the sums; it needs all three architectures. Everything but signatures is made of the content
-alone: equal DLLs give equal files, whenever and wherever this runs.
+--release adds what only a release has: cardhost, the files for debuggers, the bill of materials, the licences
+of what is linked in, the winget manifest, the sums; it needs all three architectures. Everything but
+signatures is made of the content alone: equal DLLs give equal files, whenever and wherever this runs.
 """
 import argparse
 import calendar
@@ -19,12 +19,14 @@ import re
 import shutil
 import sys
 
+import cardhost_archive
 import cards as cards_module
 import inf
 import make_msi
 import make_sbom
 import make_winget
 import signing
+from cardhost_archive import THIRD_PARTY
 from cards import DLL
 from registration import registration_file
 
@@ -123,11 +125,15 @@ def main():
             debug = built.parent / "debug" / DLL
             if debug.exists():  # the forwarder has no code to tell about
                 shutil.copyfile(debug, folder / "debug" / (name.replace("/", "-") + ".debug"))
-        maps = [(built.parent / "debug" / DLL).with_suffix(".map") for _, _, built in dlls]
-        make_sbom.make(version, date,
-                       [(name, target, link_map if link_map.exists() else None)
-                        for (name, target, _), link_map in zip(dlls, maps)],
-                       options.runtime, folder / f"kelmora-id-minidriver-{version}.spdx.json")
+        (folder / THIRD_PARTY).write_text(make_sbom.licences(options.runtime), encoding="utf-8")
+        listed = []
+        for name, target, built in dlls:
+            link_map = (built.parent / "debug" / DLL).with_suffix(".map")
+            listed.append((name, target.read_bytes(), make_sbom.linked_in(link_map) if link_map.exists() else ()))
+        for architecture in options.architectures:
+            listed += cardhost_archive.make(version, architecture, BUILD / f"windows-{architecture}", folder, epoch,
+                                            lambda path: signing.sign(path, options) if signed else None)
+        make_sbom.make(version, date, listed, options.runtime, folder / f"kelmora-id-minidriver-{version}.spdx.json")
         make_winget.make(version, date, packages, options.address, folder / "winget")
         write_sums(folder)
     print(f"{folder}:")

@@ -1,4 +1,4 @@
-"""Signs DLLs and MSIs with osslsigncode."""
+"""Signs programs, DLLs and MSIs with osslsigncode."""
 import subprocess
 
 NAME = "Kelmora ID minidriver"
@@ -25,7 +25,7 @@ def wanted(options):
 
 
 def sign(path, options):
-    """Signs a file in place: SHA-256, page hashes in a DLL, a time stamp where an authority is given."""
+    """Signs a file in place: SHA-256, page hashes in a program or DLL, a time stamp where an authority is given."""
     signed = path.with_name(path.name + ".signed")
     signed.unlink(missing_ok=True)
     command = ["osslsigncode", "sign", "-h", "sha256", "-n", NAME, "-certs", options.certificate,
@@ -42,7 +42,7 @@ def sign(path, options):
             command += ["-TSA-time", options.time]
     if options.time:
         command += ["-time", options.time]
-    if path.suffix == ".dll":
+    if path.suffix in (".dll", ".exe"):
         command.append("-ph")
     result = subprocess.run([*map(str, command), "-in", path, "-out", signed], capture_output=True, text=True)
     if result.returncode or not signed.exists():

@@ -30,7 +30,7 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(REPOSITORY / "tests/support"))
 from known_cards import ATRS, TRIES  # pylint: disable=wrong-import-position
 
-OK, FILE, UNWELL = 0, 6, 8
+OK, NOT_FOUND, FILE, UNWELL = 0, 2, 6, 8
 PREFIX = REPOSITORY / "build/wine/doctor"
 DRIVE = PREFIX / "drive_c"
 DLL = "kelmora-id-minidriver.dll"
@@ -449,6 +449,19 @@ class Healthy(Prefix):
         self.assertIn("Nothing stands in the way.", out)
         self.assertRegex(out, r"64-bit programs: C:\\windows\\system32\\kelmora-id-minidriver.dll, x64,"
                               r"\s+version 1\.\d+\.\d+\.\d+")
+
+
+    def test_takes_the_installed_driver_where_none_is_beside_the_program(self):
+        program = self.folder / "cardhost.exe"
+        shutil.copy(settings.cardhost, program)
+        shutil.copytree(pathlib.Path(settings.cardhost).with_name("virtual-card"), self.folder / "virtual-card")
+        code, out, error = run(*settings.launcher, program, "--virtual", 5, "info")
+        self.assertEqual(code, OK, error)
+        self.assertIn("5, a FINEID card", out)
+        self.replace(DLL64, None)
+        code, _, error = run(*settings.launcher, program, "--virtual", 5, "info")
+        self.assertEqual(code, NOT_FOUND, error)
+        self.assertIn("system32", error)
 
 
 class Sick(Prefix):
