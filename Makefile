@@ -1,7 +1,7 @@
 # The names that people type. CMake and the scripts in tools/ do the work.
 .PHONY: help native windows windows-x64 windows-x86 windows-arm64 test test-all test-report bench bench-check \
         check demo lint tidy format fuzz coverage mutants faults threads long package release sign reproducible \
-        fresh clean
+        fresh clean distclean
 BUILD = cmake --preset $@ && cmake --build --preset $@
 
 help:
@@ -31,7 +31,7 @@ help:
 	@echo '                   docs/releasing.md'
 	@echo 'make reproducible  builds the release twice, in two folders, and compares'
 	@echo 'make fresh         ./demo.sh and ./test.sh of a clean clone on a bare Debian 12'
-	@echo 'make clean         removes build/'
+	@echo 'make clean         removes dist/ and build/, but for build/cache; make distclean that too'
 
 native:
 	$(BUILD)
@@ -154,4 +154,9 @@ fresh:
 	tools/check_fresh.sh
 
 clean:
-	rm -rf build dist
+	rm -rf dist
+	[ ! -d build ] || find build -mindepth 1 -maxdepth 1 ! -name cache -exec rm -rf {} +
+
+# The folders with Wine belong to root.
+distclean: clean
+	rm -rf --one-file-system build 2>/dev/null || sudo rm -rf --one-file-system build

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds a static Botan 2 for a Windows target from Debian's own source package, patches included,
-# and prints the folder that holds it: libbotan-2.a and build/include. A finished build is kept outside
-# the build tree, by version, target, options and compiler, and found there the next time.
+# and prints the folder that holds it: libbotan-2.a and build/include. A finished build is kept
+# by version, target, options and compiler, and found the next time (tools/cached_build.sh).
 #
 #   tools/build_botan.sh x86_64|i686|aarch64
 set -eu

@@ -1,5 +1,6 @@
-# Sourced by the scripts that build something once for a machine: it is kept outside the build tree
-# under a name that tells everything it depends on, and found there the next time.
+# Sourced by the scripts that build something once: it is kept in build/cache, or in the folder that
+# KELMORA_CACHE names, which several clones can share, under a name that tells everything it depends on,
+# and found there the next time. The script has set $here, its own folder.
 # shellcheck shell=sh
 #
 #   begin_cached_build NAME     prints the finished folder and exits where there is one; otherwise waits
@@ -8,7 +9,9 @@
 #                               what it printed, and exits
 #   fetch_source NAME=VERSION   a Debian source package of this machine's mirror, into $work
 #   finish_cached_build         moves $work/done to its place and prints that
-cache=${XDG_CACHE_HOME:-$HOME/.cache}/kelmora-id-minidriver
+cache=${KELMORA_CACHE:-$(dirname "$here")/build/cache}
+mkdir -p "$cache"
+cache=$(cd "$cache" && pwd)
 
 begin_cached_build() {
     prefix=$cache/$1
@@ -16,7 +19,6 @@ begin_cached_build() {
         echo "$prefix"
         exit 0
     fi
-    mkdir -p "$cache"
     exec 9>"$prefix.lock"
     flock 9
     if [ -f "$prefix/.finished" ]; then # another call was building it

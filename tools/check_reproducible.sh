@@ -13,6 +13,8 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 # Compiled anew each time.
 CCACHE_DISABLE=1
+KELMORA_CACHE=${KELMORA_CACHE:-$repository/build/cache}
+export KELMORA_CACHE
 for target in x86_64 i686; do "$repository/tools/build_botan.sh" "$target" >/dev/null; done
 KELMORA_BOTAN_ARM64=$("$repository/tools/build_botan.sh" aarch64)
 KELMORA_ARM64_RUNTIME=$("$repository/tools/build_arm64_runtime.sh")

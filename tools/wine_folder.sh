@@ -1,7 +1,7 @@
 #!/bin/sh
 # Makes a folder with a small Debian of another architecture and Wine in it, for running the x86 and the
 # ARM64 DLL, and prints it. The machine's own packages stay of one architecture. A finished folder is kept
-# outside the build tree and found there the next time. Needs root, or sudo that asks no password, and
+# in build/cache, or in the folder that KELMORA_CACHE names, and found there the next time. Needs root, or sudo that asks no password, and
 # a machine that allows mounts; ARM64 also needs qemu-user-static and binfmt_misc, by which the kernel
 # hands ARM64 programs to it.
 #
@@ -17,7 +17,9 @@ arm64) debian=arm64 wine="wine wine64" takes="five minutes" ;;
 esac
 
 here=$(cd "$(dirname "$0")" && pwd)
-cache=${XDG_CACHE_HOME:-$HOME/.cache}/kelmora-id-minidriver
+cache=${KELMORA_CACHE:-$(dirname "$here")/build/cache}
+mkdir -p "$cache"
+cache=$(cd "$cache" && pwd)
 . /etc/os-release
 name=wine-$debian-${VERSION_CODENAME:-debian}
 folder=$cache/$name
@@ -52,7 +54,6 @@ fi
 
 command -v debootstrap >/dev/null || refuse "debootstrap is not installed"
 $as_root unshare --mount true 2>/dev/null || refuse "mounts are not allowed here"
-mkdir -p "$cache"
 exec 9>"$cache/$name.lock"
 flock 9
 if [ -f "$folder/.finished" ]; then # another call was making it

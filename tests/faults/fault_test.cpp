@@ -1,7 +1,8 @@
 // Every fault at every place: each entry point, on each card, does once what it does well; then it
 // is done again for each call that it made, and each way in which that call can fail. Each run has
 // the status that the rules give, its outputs are whole or not there, nothing stays behind but what
-// is given up on purpose, and no PIN goes out more often than it was entered.
+// is given up (tests/support/thrown_pointers.h), and no PIN goes out more often than it was
+// entered.
 //
 // By default a sample that KELMORA_FAULTS=SEED[:ONE_IN] draws; KELMORA_FAULTS=all runs them all.
 #include <fcntl.h>

@@ -7,8 +7,8 @@
 namespace fuzz {
 namespace {
 
-// No command of the product may be drawn into more GET RESPONSE than this: 64 (apdu/get_response.h),
-// each of which goes out once more after a reset.
+// No command of the product may be drawn into more GET RESPONSE than this: 64
+// (apdu/get_response.h), each of which goes out once more after a reset.
 constexpr std::size_t mostGetResponses = 2 * 64;
 
 // The card is pulled out after so many exchanges, so that a run ends soon; with AtEnd::ForEver not
