@@ -218,7 +218,7 @@ const Row rows[] = {
 };
 
 class HostileCard : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(EveryCard, HostileCard, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, HostileCard, ::testing::ValuesIn(allCardTypes()));
 
 // How many commands an entry point sends to a card that was good up to there.
 int commandsOf(const Row& row, int cardType, Mode mode) {

@@ -38,7 +38,7 @@ long long costOfCertificates(const Bytes& encoded, int count) {
 }
 
 class LongRun : public ::testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(EveryCard, LongRun, ::testing::ValuesIn(allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, LongRun, ::testing::ValuesIn(allCardTypes()));
 
 TEST_P(LongRun, OfAcquisitionsLeavesTheCertificateThatIsGivenUpAndNothingElse) {
     PlatformSide card(GetParam());

@@ -59,7 +59,10 @@ public:
     Complaints complaints;
 
 private:
-    static int typeOf(std::size_t at) { return allCardTypes[at % std::size(allCardTypes)]; }
+    static int typeOf(std::size_t at) {
+        static const std::vector<int> types = allCardTypes();
+        return types[at % types.size()];
+    }
 
     Readers readers_;
     std::array<std::unique_ptr<PlatformSide>, threadCount> cards_;

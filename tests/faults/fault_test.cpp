@@ -511,7 +511,7 @@ std::string nameOf(const ::testing::TestParamInfo<EveryFault::ParamType>& info) 
 
 INSTANTIATE_TEST_SUITE_P(Journeys, EveryFault,
                          ::testing::Combine(::testing::Range(std::size_t{0}, journeys.size()),
-                                            ::testing::ValuesIn(boundary::allCardTypes)),
+                                            ::testing::ValuesIn(boundary::allCardTypes())),
                          nameOf);
 
 [[maybe_unused]] const bool isReady = [] {

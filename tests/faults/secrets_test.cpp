@@ -92,7 +92,7 @@ protected:
     void SetUp() override { hookCertificates(); }
     void TearDown() override { KelmoraID::testing::platformCalls() = {}; }
 };
-INSTANTIATE_TEST_SUITE_P(EveryCard, Secrets, ::testing::ValuesIn(boundary::allCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryCard, Secrets, ::testing::ValuesIn(boundary::allCardTypes()));
 
 // The copies of a PIN among the blocks: by what they are.
 struct Copies {
@@ -196,7 +196,8 @@ TEST_P(Secrets, OfThePinThatIsRightNothingIsInALog) {
 }
 
 class SecretsOfEcCards : public Secrets {};
-INSTANTIATE_TEST_SUITE_P(EveryEcCard, SecretsOfEcCards, ::testing::ValuesIn(boundary::ecCardTypes));
+INSTANTIATE_TEST_SUITE_P(EveryEcCard, SecretsOfEcCards,
+                         ::testing::ValuesIn(boundary::ecCardTypes()));
 
 TEST_P(SecretsOfEcCards, OfAnAgreementOnlyTheDerivedKeyIsGivenAndNothingIsWiped) {
     Log log;
@@ -254,7 +255,7 @@ TEST_P(SecretsOfEcCards, AnAgreementThatIsNotDestroyedGoesWithTheContext) {
 
 class SecretsOfRsaCards : public Secrets {};
 INSTANTIATE_TEST_SUITE_P(EveryRsaCard, SecretsOfRsaCards,
-                         ::testing::ValuesIn(boundary::rsaCardTypes));
+                         ::testing::ValuesIn(boundary::rsaCardTypes()));
 
 TEST_P(SecretsOfRsaCards, OfADecryptedMessageTheCallerHasOneAndTheCopiesAreNotWiped) {
     Log log;

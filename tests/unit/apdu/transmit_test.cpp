@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "apdu/decipher.h"
 #include "apdu/get_data.h"
 #include "apdu/get_response.h"
@@ -219,15 +221,15 @@ TEST(Transmit, TellsOfTheReconnectAheadOfAShortReply) {
 TEST(Transmit, TakesNoStatusWordFromAReplyThatIsStatedLongerThanTheBuffer) {
     for (const DWORD stated : {259U, 260U, 511U, 512U, 513U, 0xFFFFFFFFU}) {
         // With 90 as its last byte a single zero behind the buffer would make it a success.
-        for (const auto& [sw1, sw2] : {std::pair<BYTE, BYTE>{0x90, 0x00}, {0xC1, 0x90}}) {
+        for (const auto& end : {std::array<BYTE, 2>{0x90, 0x00}, {0xC1, 0x90}}) {
             PlatformCallsGuard guard;
             Decipher command(std::nullopt, 0x00, false);
             platformCalls().SCardTransmit = [=](SCARDHANDLE, LPCSCARD_IO_REQUEST, LPCBYTE, DWORD,
                                                 LPSCARD_IO_REQUEST, LPBYTE reply,
                                                 LPDWORD received) {
                 std::fill_n(reply, 256, BYTE{0xC1});
-                reply[256] = sw1;
-                reply[257] = sw2;
+                reply[256] = end[0];
+                reply[257] = end[1];
                 *received = stated;
                 return SCARD_S_SUCCESS;
             };

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "bytes/byte_texts.h"
 #include "profiles/card_profiles.h"
 #include "session/card_type_of.h"
 #include "support/scripted_card.h"
