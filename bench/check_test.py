@@ -92,7 +92,7 @@ class Check(unittest.TestCase):
     def test_cannot_count_without_entry_points(self):
         with tempfile.TemporaryDirectory() as folder:
             with self.assertRaises(instructions.Unmeasurable):
-                instructions.steps_of(pathlib.Path(folder), CARD)
+                instructions.journey(pathlib.Path(folder), CARD)
 
 
 if __name__ == "__main__":

@@ -92,13 +92,25 @@ def entry_points_of(program, arguments, out, left_out=None):
     return points
 
 
+def sums(points):
+    """The instructions of each step, from those of the entry points."""
+    return {step: sum(points.get(name, 0) for name in names) for step, names in STEPS.items()
+            if any(name in points for name in names)}
+
+
+def journey(bin_folder, card_type):
+    """The instructions of each step of bench_journey with that card."""
+    with tempfile.TemporaryDirectory() as folder:
+        return sums(entry_points_of(bin_folder / "bench/bench_journey",
+                                    [RECORDINGS / f"card-type-{card_type}.txt"], pathlib.Path(folder) / "profile"))
+
+
 def steps_of(bin_folder, card_type, left_out=None):
-    """The instructions of each step of a journey with that card, and of each entry point."""
+    """The instructions of each step of cardhost's journey with that card, and of each entry point."""
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
         points = entry_points_of(bin_folder / "cardhost",
                                  ["--replay", RECORDINGS / f"card-type-{card_type}.txt", "record",
                                   "--pin", "1234", "--signature-pin", "123456", "--out", folder / "out.txt"],
                                  folder / "profile", left_out)
-    return {step: sum(points.get(name, 0) for name in names) for step, names in STEPS.items()
-            if any(name in points for name in names)}, points
+    return sums(points), points

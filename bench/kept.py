@@ -38,7 +38,7 @@ def made_with(bin_folder):
 
 
 def count(bin_folder, card_types=CHECKED_CARDS):
-    return {str(card): instructions.steps_of(bin_folder, card)[0] for card in card_types}
+    return {str(card): instructions.journey(bin_folder, card) for card in card_types}
 
 
 def sizes(root):
@@ -111,6 +111,6 @@ def check(root, bin_folder, card_types=CHECKED_CARDS):
 def keep(root, bin_folder):
     """Writes today's figures; a size whose DLL is not there stays as it is kept."""
     sizes_before = read()["sizes"] if FILE.exists() else {}
-    figures = {"made with": made_with(bin_folder), "instructions": count(bin_folder, instructions.CARD_TYPES),
+    figures = {"made with": made_with(bin_folder), "instructions": count(bin_folder),
                "sizes": {**sizes_before, **sizes(root)}}
     FILE.write_text(json.dumps(figures, indent=2) + "\n", encoding="utf-8")

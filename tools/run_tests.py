@@ -11,6 +11,7 @@ Stages, by default all of them in this order:
   windows-x86  builds the x86 DLL; checks the file itself; the boundary suite in 32-bit Wine
   windows-x64  the same for the x64 DLL; besides, the directory client and the doctor, in Wine
   package      the MSI and the registration file, installed and taken away in Wine
+  bench        instructions and sizes against the figures that are kept
 
 A stage is a preset: configured, built and handed to ctest. What ctest cannot do is done here: the count of
 what a test program says of each of its own tests, why one was skipped, and a line now and then from what
@@ -233,6 +234,7 @@ STAGES = {
     "windows-x86": ("The x86 DLL, in Wine", preset_stage("windows-x86", ("minidriver", "test_programs"))),
     "windows-x64": ("The x64 DLL, in Wine", preset_stage("windows-x64", ("minidriver", "cardhost", "test_programs"))),
     "package": ("The package for Windows", package),
+    "bench": ("What the driver costs", preset_stage("native", ("bench_journey",), "bench")),
 }
 
 
