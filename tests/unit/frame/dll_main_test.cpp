@@ -1,4 +1,4 @@
-#include "frame/dll_main.cpp"
+#include "frame/dll_main.cpp"  // NOLINT(bugprone-suspicious-include): its one function has the name of the loader's
 
 #include <gtest/gtest.h>
 
