@@ -15,15 +15,15 @@ constexpr int reading = 10'000;
 constexpr int tries = 2;
 
 enum class Mode {
-    PlaysAlong,      ///< whole answers, in as many pieces, resets and large files as are borne
-    OneByteForEver,  ///< 61xx with one byte of data to each command
-    NothingForEver,  ///< 61xx without data
-    LargeFiles,      ///< each file is 1 MiB
-    HugeFiles,       ///< each file is larger than any that is read
-    ResetForEver,    ///< each command meets a card that was reset
+    playsAlong,      ///< whole answers, in as many pieces, resets and large files as are borne
+    oneByteForEver,  ///< 61xx with one byte of data to each command
+    nothingForEver,  ///< 61xx without data
+    largeFiles,      ///< each file is 1 MiB
+    hugeFiles,       ///< each file is larger than any that is read
+    resetForEver,    ///< each command meets a card that was reset
 };
-constexpr Mode modes[] = {Mode::PlaysAlong, Mode::OneByteForEver, Mode::NothingForEver,
-                          Mode::LargeFiles, Mode::HugeFiles,      Mode::ResetForEver};
+constexpr Mode modes[] = {Mode::playsAlong, Mode::oneByteForEver, Mode::nothingForEver,
+                          Mode::largeFiles, Mode::hugeFiles,      Mode::resetForEver};
 
 // Stands between the driver and a reader with a good card.
 class HostileReader {
@@ -51,7 +51,7 @@ public:
     HostileReader(const HostileReader&) = delete;
     HostileReader& operator=(const HostileReader&) = delete;
 
-    Mode mode = Mode::PlaysAlong;
+    Mode mode = Mode::playsAlong;
     int commands = 0;
 
 private:
@@ -78,12 +78,12 @@ private:
     std::int32_t transmit(std::uint32_t protocol, const Bytes& command, std::uint8_t* reply,
                           std::uint32_t* replyLength) {
         ++commands;
-        if (mode == Mode::ResetForEver) {
+        if (mode == Mode::resetForEver) {
             *replyLength = 0;
             return static_cast<std::int32_t>(status::resetCard);
         }
         if (!isGetResponse(command)) current_ = command;
-        const bool comesAgain = mode == Mode::PlaysAlong && isTriedAgain(current_);
+        const bool comesAgain = mode == Mode::playsAlong && isTriedAgain(current_);
         wasReset_ = comesAgain && !wasReset_;
         if (wasReset_) {
             *replyLength = 0;
@@ -96,13 +96,13 @@ private:
     }
 
     Bytes answer(std::uint32_t protocol, const Bytes& command) {
-        if (mode == Mode::OneByteForEver) return {0xEE, 0x61, 0x01};
-        if (mode == Mode::NothingForEver) return {0x61, 0x01};
-        if (isGetResponse(command) && mode == Mode::PlaysAlong)
+        if (mode == Mode::oneByteForEver) return {0xEE, 0x61, 0x01};
+        if (mode == Mode::nothingForEver) return {0x61, 0x01};
+        if (isGetResponse(command) && mode == Mode::playsAlong)
             return ++pieces_ < 64 ? piece() : rest_;
         rest_ = answerOfTheCard(protocol, command);
         pieces_ = 0;
-        if (mode != Mode::PlaysAlong || !isGathered(command)) return rest_;
+        if (mode != Mode::playsAlong || !isGathered(command)) return rest_;
         return piece();
     }
     Bytes piece() {
@@ -127,7 +127,7 @@ private:
         const bool isFile =
             command[1] == 0xA4 && command[3] == 0x04 && (command[2] == 0x02 || command[2] == 0x09);
         if (isFile && bytes.size() >= 2 && (bytes.end()[-2] == 0x90 || bytes.end()[-2] == 0x61)) {
-            return mode == Mode::HugeFiles
+            return mode == Mode::hugeFiles
                        ? Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x01, 0x90, 0x00}
                        : Bytes{0x62, 0x05, 0x80, 0x03, 0x10, 0x00, 0x00, 0x90, 0x00};
         }
@@ -256,7 +256,7 @@ TEST_P(HostileCard, CostsNoMoreCommandsThanAreComputed) {
             const int commands = commandsOf(row, GetParam(), mode);
             EXPECT_LE(commands, most);
             // So low that nothing was computed too high.
-            EXPECT_TRUE(mode != Mode::PlaysAlong || commands == most) << commands;
+            EXPECT_TRUE(mode != Mode::playsAlong || commands == most) << commands;
         }
     }
 }

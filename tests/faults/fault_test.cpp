@@ -184,12 +184,14 @@ struct Done {
     GivenHandles handles;
 };
 
+constexpr std::size_t longerThanAnyChain = 100;
+
 void plan(PlatformSide& card, const Planned& planned) {
     switch (planned.kind) {
         case Kind::exchange: {
             std::size_t last = planned.n;
             if (planned.repeated == Repeated::twice) last = planned.n + 1;
-            if (planned.repeated == Repeated::forEver) last = planned.n + 40;
+            if (planned.repeated == Repeated::forEver) last = planned.n + longerThanAnyChain;
             for (std::size_t n = planned.n; n != 0 && n <= last; ++n) {
                 card.reader.failTransmit(n, planned.fault);
             }
