@@ -84,8 +84,9 @@ cardhost_logons() {
     python3 -m zipfile -e dist/kelmora-id-cardhost-*-"$1".zip "$folder" || return
     bad=0
     for type in 3 4 5 6 7 8; do
-        if tools/run_in_wine.sh "$1" "$folder/cardhost.exe" --driver "$driver" --virtual "$type" \
-            logon --pin 1234 >"$folder/logon.txt" 2>&1; then
+        # A logon leaves files where it is called.
+        if (cd "$folder" && ../../../tools/run_in_wine.sh "$1" ./cardhost.exe --driver "../../../$driver" \
+            --virtual "$type" logon --pin 1234) >"$folder/logon.txt" 2>&1; then
             echo "ok - $1 cardhost: a logon with a card of type $type"
         else
             echo "not ok - $1 cardhost: a logon with a card of type $type"
