@@ -7,6 +7,7 @@
 #include <regex>
 #include <sstream>
 
+#include "platform/fixed_paths.h"
 #include "platform_side.h"
 
 namespace boundary {
@@ -17,18 +18,23 @@ using KelmoraID::testing::LogLines;
 // Writes down what the calls of one card answer.
 class Calls {
 public:
-    explicit Calls(int cardType) : card(cardType) {}
+    Calls(int cardType, bool hasLogFile) : card(cardType), hasLogFile_(hasLogFile) {}
+    ~Calls() {
+        if (!hasLogFile_) std::filesystem::remove(logFilePath());
+    }
 
     /// One call: what is special about it, and the call itself, which may tell what came back.
     void call(const std::string& what, const std::function<DWORD()>& work) {
         // Its own, so that the file is read from this call on.
         DriverLog log;
+        // Where a folder stands in its place, no file can be opened.
+        if (!hasLogFile_) std::filesystem::create_directory(logFilePath());
         told_.clear();
         const DWORD status = work();
         char number[16];
         std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(status));
         text_ += what + "\n    " + number + told_ + "\n";
-        writeLines("file", log.file());
+        if (hasLogFile_) writeLines("file", log.file());
         writeLines("output", log.output());
     }
     /// Of the call that is being made.
@@ -66,6 +72,7 @@ private:
         }
     }
 
+    bool hasLogFile_;
     std::string text_;
     std::string told_;
 };
@@ -794,8 +801,8 @@ void refusals(Calls& calls) {
     calls.call("CspUnpadData", [&] { return data.pfnCspUnpadData(nullptr, nullptr, nullptr); });
 }
 
-std::string seen(int cardType) {
-    Calls calls(cardType);
+std::string seen(int cardType, bool hasLogFile = true) {
+    Calls calls(cardType, hasLogFile);
     acquisitions(calls);
     if (!calls.card.acquired) return calls.text();
     files(calls);
@@ -821,28 +828,50 @@ class EveryCall : public ::testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(CardType, EveryCall, ::testing::Values(3, 4, 6),
                          ::testing::PrintToStringParamName());
 
-TEST_P(EveryCall, AnswersExactlyAsItIsKept) {
-    const std::filesystem::path folder = programFolder();
-    const std::string name = "card-type-" + std::to_string(GetParam()) + ".txt";
-    std::ifstream file(folder / "calls" / name, std::ios::binary);
-    std::stringstream kept;
-    kept << file.rdbuf();
-    const std::string now = seen(GetParam());
-    if (now == kept.str()) return;
-    std::filesystem::create_directories(folder / "calls-seen");
-    std::ofstream(folder / "calls-seen" / name, std::ios::binary) << now;
-    std::istringstream left(now);
-    std::istringstream right(kept.str());
-    std::string ofNow;
+std::string fileName() {
+    return "card-type-" + std::to_string(EveryCall::GetParam()) + ".txt";
+}
+
+std::string kept() {
+    std::ifstream file(std::filesystem::path(programFolder()) / "calls" / fileName(),
+                       std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The call of the first line in which two texts differ, and that line.
+std::string difference(const std::string& seen, const std::string& kept) {
+    std::istringstream left(seen);
+    std::istringstream right(kept);
+    std::string ofSeen;
     std::string ofKept;
     std::string call;
     do {
-        if (!ofNow.starts_with(' ')) call = ofNow;
-        if (!std::getline(left, ofNow)) ofNow = "(end)";
+        if (!ofSeen.starts_with(' ')) call = ofSeen;
+        if (!std::getline(left, ofSeen)) ofSeen = "(end)";
         if (!std::getline(right, ofKept)) ofKept = "(end)";
-    } while (ofNow == ofKept);
-    FAIL() << name << ", " << call << "\n  seen: " << ofNow << "\n  kept: " << ofKept
-           << "\nThe whole of what was seen: " << folder / "calls-seen" / name;
+    } while (ofSeen == ofKept);
+    return fileName() + ", " + call + "\n  seen: " + ofSeen + "\n  kept: " + ofKept;
+}
+
+TEST_P(EveryCall, AnswersExactlyAsItIsKept) {
+    const std::string now = seen(GetParam());
+    if (now == kept()) return;
+    const std::filesystem::path folder = std::filesystem::path(programFolder()) / "calls-seen";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / fileName(), std::ios::binary) << now;
+    FAIL() << difference(now, kept()) << "\nThe whole of what was seen: " << folder / fileName();
+}
+
+TEST_P(EveryCall, AnswersTheSameWithoutALogFile) {
+    std::istringstream all(kept());
+    std::string expected;
+    for (std::string line; std::getline(all, line);) {
+        if (!line.starts_with("    file [")) expected += line + "\n";
+    }
+    const std::string now = seen(GetParam(), false);
+    if (now != expected) FAIL() << difference(now, expected);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "apdu/verify.h"
 #include "channel/reader_connection.h"
 #include "channel/reader_context.h"
+#include "log/logger.h"
 
 namespace {
 
@@ -14,10 +15,15 @@ using namespace KelmoraID;
 
 // Pointers in an object's data are there at run time, and so are the functions.
 [[gnu::used]] const std::tuple emitted{
-    &FINEID::Select::responseData,     &FINEID::Verify::data,
-    &ReaderConnection::handle,         &ReaderConnection::protocol,
-    &ReaderConnection::readerNameUtf8, &ReaderContext::getContext,
-    &ReaderContext::isEstablished,     &ReaderContext::readerNames,
+    &FINEID::Select::responseData,
+    &FINEID::Verify::data,
+    &ReaderConnection::handle,
+    &ReaderConnection::protocol,
+    &ReaderConnection::readerNameUtf8,
+    &ReaderContext::getContext,
+    static_cast<void (*)(const char*, const std::string&)>(&logToFile),
+    &ReaderContext::isEstablished,
+    &ReaderContext::readerNames,
 };
 
 }  // namespace
