@@ -274,7 +274,7 @@ void capabilities(Calls& calls) {
         });
     }
     for (DWORD keySpecification = 0; keySpecification < 10; ++keySpecification) {
-        calls.call("CardQueryKeySizes: key specification " + number(keySpecification), [&] {
+        calls.call("CardQueryKeySizes: dwKeySpec " + number(keySpecification), [&] {
             sizes = {};
             sizes.dwVersion = 1;
             const DWORD status =
@@ -533,7 +533,7 @@ void signatures(Calls& calls) {
         });
     }
     for (DWORD keySpecification = 0; keySpecification < 10; ++keySpecification) {
-        sign("key specification " + number(keySpecification),
+        sign("dwKeySpec " + number(keySpecification),
              [&](auto& info) { info.dwKeySpec = keySpecification; });
     }
     sign("no data", [](auto& info) { info.pbData = nullptr; });
@@ -607,8 +607,7 @@ void decryptions(Calls& calls) {
     }
     for (const BYTE container : {BYTE{0}, BYTE{1}, BYTE{2}, BYTE{3}, BYTE{255}}) {
         for (const DWORD keySpecification : {0u, 1u, 2u, 3u}) {
-            decrypt("container " + number(container) + ", key specification " +
-                        number(keySpecification),
+            decrypt("container " + number(container) + ", dwKeySpec " + number(keySpecification),
                     [&](auto& info) {
                         info.bContainerIndex = container;
                         info.dwKeySpec = keySpecification;
