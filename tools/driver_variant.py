@@ -146,7 +146,7 @@ def link(program, objects, made, *more):
     words = [word for word in link_command(program) if word != ARCHIVE]
     if len(words) == len(link_command(program)):
         raise SystemExit(f"{program} does not link {ARCHIVE}")
-    done = subprocess.run([words[0], *map(str, objects), *words[1:], "-fuse-ld=lld", *map(str, more),
+    done = subprocess.run([words[0], *map(str, objects), *words[1:], "--ld-path=ld.lld-22", *map(str, more),
                            "-o", str(made)], cwd=SANITIZED, capture_output=True, text=True)
     return done.stdout + done.stderr if done.returncode else ""
 
