@@ -37,6 +37,8 @@ $as_root env http_proxy="${http_proxy:-}" https_proxy="${https_proxy:-}" deboots
 rm -f "$folder.log"
 # The suites that this machine has, as an installed Debian has its security updates.
 "$here/debian_sources.sh" sources | sed 's/^deb-src/deb/' | $as_root tee "$folder/etc/apt/sources.list" >/dev/null
+# And its name for itself, which no package brings.
+[ -s "$folder/etc/hosts" ] || printf '127.0.0.1\tlocalhost\n' | $as_root tee "$folder/etc/hosts" >/dev/null
 $as_root git clone --quiet --no-hardlinks "file://$repository" "$folder/root/clone"
 
 # Everything inside runs in a mount namespace of its own, which takes its mounts with it.
@@ -45,6 +47,8 @@ inside() {
         set -e
         folder=$1
         shift
+        # A mount point, as the root of a machine is: in there mounts can be made as anywhere.
+        mount --rbind "$folder" "$folder"
         mount -t proc proc "$folder/proc"
         mount --rbind /sys "$folder/sys"
         mount --rbind /dev "$folder/dev"
