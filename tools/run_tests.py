@@ -23,6 +23,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import threading
 import time
 import xml.etree.ElementTree as ElementTree
 
@@ -33,7 +34,8 @@ HEARTBEAT_SECONDS = 30
 
 
 class Tally:
-    def __init__(self):
+    def __init__(self, names):
+        self.names = names  # of the stages
         self.started = time.monotonic()
         self.passed = 0
         self.failed = []
@@ -172,18 +174,69 @@ def run_ctest(tally, stage, configuration, preset):
         tally.result(stage, f"ctest ended with exit code {code}")
 
 
+def commands(configuration, targets):
+    """What configures a preset, and what builds targets of it, or all of it."""
+    build = ["cmake", "--build", ROOT / "build" / configuration, *(["--target", *targets] if targets else [])]
+    return ["cmake", "--preset", configuration], build
+
+
+class Ahead:
+    """Builds what later stages need while earlier ones are tested: tests wait more than they work. A stage
+    waits here for its build, and then does the same once more, which is quick and shows what went wrong."""
+
+    def __init__(self):
+        self.threads = {}
+
+    def begin(self, names):
+        """Begins, once and in the order of the stages, with those of these names."""
+        if self.threads:
+            return
+        before = None
+        for name in names:
+            if name in BUILT_AHEAD:
+                configuration, targets = BUILT_AHEAD[name]
+                thread = threading.Thread(target=self._build, args=(before, configuration, targets), daemon=True)
+                thread.start()
+                before = self.threads[configuration] = thread
+
+    def wait(self, configuration):
+        began = time.monotonic()
+        thread = self.threads.get(configuration)
+        while thread is not None and thread.is_alive():
+            thread.join(HEARTBEAT_SECONDS)
+            if thread.is_alive():
+                say(f"    {configuration} is being built, {time.monotonic() - began:.0f} s")
+
+    @staticmethod
+    def _build(before, configuration, targets):
+        if before is not None:
+            before.join()
+        with (LOGS / f"ahead-{configuration}.txt").open("wb") as output:
+            for command in commands(configuration, targets):
+                if subprocess.run(command, stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+                                  cwd=ROOT, check=False).returncode:
+                    return
+
+
+ahead = Ahead()
+
+
 def preset_stage(configuration, targets=None, preset=None):
     """A stage: configure a preset, build targets of it (None for nothing, () for all), run a test preset."""
     def stage(tally, name):
-        build = ["cmake", "--build", ROOT / "build" / configuration]
-        if step(tally, name, f"Configuring {configuration}", ["cmake", "--preset", configuration]) and (
-                targets is None or step(tally, name, f"Building {configuration}",
-                                        [*build, *(["--target", *targets] if targets else [])])):
+        ahead.wait(configuration)
+        configure, build = commands(configuration, targets)
+        if step(tally, name, f"Configuring {configuration}", configure) and (
+                targets is None or step(tally, name, f"Building {configuration}", build)):
+            if targets is not None:
+                ahead.begin(tally.names)
             run_ctest(tally, name, configuration, preset or configuration)
     return stage
 
 
 def package(tally, name):
+    for configuration in ("windows-x64", "windows-x86", "native"):
+        ahead.wait(configuration)
     for configuration in ("windows-x64", "windows-x86"):
         if not (step(tally, name, f"Configuring {configuration}", ["cmake", "--preset", configuration]) and
                 step(tally, name, f"Building {configuration}",
@@ -226,15 +279,22 @@ def coverage(tally, name):
         tally.result(name, f"exit code {code}")
 
 
+# Preset and targets of the stages whose build need not wait for its turn.
+BUILT_AHEAD = {
+    "windows-x86": ("windows-x86", ("minidriver", "test_programs")),
+    "windows-x64": ("windows-x64", ("minidriver", "cardhost", "test_programs")),
+    "bench": ("native", ("bench_journey",)),
+}
+
 STAGES = {
     "lint": ("Lint", preset_stage("sanitized", None, "lint")),
     "native": ("Unit and boundary tests, under sanitizers", preset_stage("sanitized", ())),
     "system": ("System tests", preset_stage("sanitized", (), "system")),
     "coverage": ("Coverage of src/", coverage),
-    "windows-x86": ("The x86 DLL, in Wine", preset_stage("windows-x86", ("minidriver", "test_programs"))),
-    "windows-x64": ("The x64 DLL, in Wine", preset_stage("windows-x64", ("minidriver", "cardhost", "test_programs"))),
+    "windows-x86": ("The x86 DLL, in Wine", preset_stage(*BUILT_AHEAD["windows-x86"])),
+    "windows-x64": ("The x64 DLL, in Wine", preset_stage(*BUILT_AHEAD["windows-x64"])),
     "package": ("The package for Windows", package),
-    "bench": ("What the driver costs", preset_stage("native", ("bench_journey",), "bench")),
+    "bench": ("What the driver costs", preset_stage(*BUILT_AHEAD["bench"], "bench")),
 }
 
 
@@ -259,7 +319,7 @@ def main():
     if unknown:
         print(f"No such stage: {', '.join(unknown)}. Stages: {', '.join(STAGES)}.", file=sys.stderr)
         return 2
-    tally = Tally()
+    tally = Tally(names)
     for name in missing_packages():
         tally.result(f"package {name} is missing", "tools/install_packages.sh build run test installs it")
     folder = begin_wine_folder(names)
