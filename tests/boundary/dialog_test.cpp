@@ -12,7 +12,9 @@ namespace {
 // A desktop that has only just been started has no window in front yet, and the driver then takes
 // it for the logon screen.
 bool desktopIsUp() {
-    for (int tries = 0; tries < 1'200; ++tries) {
+    constexpr ULONGLONG patience = 60'000;
+    const ULONGLONG began = GetTickCount64();
+    while (GetTickCount64() - began < patience) {
         GetDesktopWindow();  // Asks for it anew, should its start have been given up on.
         char name[64];
         if (GetClassNameA(GetForegroundWindow(), name, sizeof(name)) > 0) return true;
