@@ -35,7 +35,7 @@ void logCertificates(const CardCertificates& certificates) {
 }
 
 PCCERT_CONTEXT certificateContext(const ByteVector& encoded) {
-    return CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, encoded.data(),
+    return CertCreateCertificateContext(certificateEncodings, encoded.data(),
                                         static_cast<DWORD>(encoded.size()));
 }
 

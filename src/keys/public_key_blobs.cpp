@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "session/card_context.h"
+
 namespace KelmoraID {
 namespace {
 
@@ -28,13 +30,6 @@ constexpr const UseInBlobs& inBlobs(KeyUse use) {
 constexpr std::size_t eccHeaderLength = sizeof(BCRYPT_ECCKEY_BLOB);
 static_assert(eccHeaderLength == 8);
 
-constexpr DWORD encodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-
-BOOL decode(const CRYPT_BIT_BLOB& key, BYTE* blob, DWORD* length) {
-    return CryptDecodeObject(encodings, RSA_CSP_PUBLICKEYBLOB, key.pbData, key.cbData, 0, blob,
-                             length);
-}
-
 }  // namespace
 
 std::optional<ByteVector> eccPublicKeyBlob(std::span<const BYTE> point, KeyUse use) {
@@ -49,16 +44,21 @@ std::optional<ByteVector> eccPublicKeyBlob(std::span<const BYTE> point, KeyUse u
     return blob;
 }
 
+bool decodeRsaPublicKey(const CRYPT_BIT_BLOB& key, BYTE* blob, DWORD& length) {
+    return CryptDecodeObject(certificateEncodings, RSA_CSP_PUBLICKEYBLOB, key.pbData, key.cbData, 0,
+                             blob, &length) != FALSE;
+}
+
 DWORD rsaPublicKeyBlobLength(const CRYPT_BIT_BLOB& key) {
     DWORD length = 0;
-    if (!decode(key, nullptr, &length)) return 0;
+    if (!decodeRsaPublicKey(key, nullptr, length)) return 0;
     return length;
 }
 
 DWORD writeRsaPublicKeyBlob(const CRYPT_BIT_BLOB& key, KeyUse use, std::span<BYTE> blob) {
     const auto room = static_cast<DWORD>(blob.size());
     DWORD length = room;
-    if (!decode(key, blob.data(), &length)) return 0;
+    if (!decodeRsaPublicKey(key, blob.data(), length)) return 0;
     if (length < sizeof(PUBLICKEYSTRUC) || length > room) return 0;
     const ALG_ID algorithm = inBlobs(use).rsaAlgorithm;
     std::memcpy(blob.data() + offsetof(PUBLICKEYSTRUC, aiKeyAlg), &algorithm, sizeof(algorithm));

@@ -21,8 +21,14 @@ enum class KeyUse {
 /// @return 7 bytes more than the point; no value if the point has no byte at all
 std::optional<ByteVector> eccPublicKeyBlob(std::span<const BYTE> point, KeyUse use);
 
+/// CryptDecodeObject of an RSA key into its PUBLICKEYSTRUC form.
+/// @param key     the key bytes of the certificate: RSAPublicKey (RFC 8017, A.1.1)
+/// @param blob    NULL asks for the length alone
+/// @param length  the room in bytes, and what was written or is wanted
+/// @return whether the platform decodes it
+bool decodeRsaPublicKey(const CRYPT_BIT_BLOB& key, BYTE* blob, DWORD& length);
+
 /// The length in bytes of the blob of an RSA key.
-/// @param key  the key bytes of the certificate: RSAPublicKey (RFC 8017, A.1.1)
 /// @return 0 if the platform does not decode them
 DWORD rsaPublicKeyBlobLength(const CRYPT_BIT_BLOB& key);
 

@@ -33,6 +33,9 @@ struct CardContext {
     CardContext();
 };
 
+/// How certificates, and the keys in them, are encoded to the platform's calls.
+inline constexpr DWORD certificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
 /// The context of an acquired record.
 /// @throws std::runtime_error if the record has none, which only a broken caller brings about
 CardContext& contextOf(const CARD_DATA* pCardData);

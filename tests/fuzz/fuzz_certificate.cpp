@@ -2,9 +2,9 @@
 #include <cstring>
 #include <memory>
 
-#include "frame/container_list.h"
 #include "fuzz_target.h"
 #include "keys/public_key_blobs.h"
+#include "keys/public_key_size.h"
 #include "platform_record.h"
 #include "session/card_context.h"
 
