@@ -6,6 +6,9 @@
 
 namespace KelmoraID::apduCommands {
 
+/// P2 of a SELECT whose answer is the file's control parameters (ISO/IEC 7816-4, 11.2.2).
+inline constexpr BYTE withControlParameters = 0x04;
+
 /// SELECT: 00 A4 P1 P2 Lc data 00
 ApduCommand select(BYTE P1, BYTE P2, ByteVector data);
 

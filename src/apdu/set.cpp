@@ -3,10 +3,6 @@
 namespace KelmoraID::FINEID {
 namespace {
 
-constexpr BYTE hashTemplate = 0xAA;
-constexpr BYTE signatureTemplate = 0xB6;
-constexpr BYTE confidentialityTemplate = 0xB8;
-
 // The reference of the first or of the second key of a kind.
 constexpr BYTE derivedReference(BYTE selector, bool extended) {
     const bool first = selector == 1;

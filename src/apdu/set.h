@@ -5,11 +5,15 @@
 
 namespace KelmoraID::FINEID {
 
+// The templates of a security environment (ISO/IEC 7816-4, 10.3.3).
+inline constexpr BYTE hashTemplate = 0xAA;
+inline constexpr BYTE signatureTemplate = 0xB6;
+inline constexpr BYTE confidentialityTemplate = 0xB8;
+
 class Set final : public Apdu {
 public:
-    /// @param tag       the template: B6 (signature), B8 (confidentiality), AA (hash); another tag
-    ///                  has no data
-    /// @param keyRef    used with B6 alone
+    /// @param tag       one of the templates; another tag has no data
+    /// @param keyRef    used with the signature template alone
     /// @param selector  1 for the first key of a kind, anything else for the second
     /// @param extended  false: references 81 and 82; true: 91 and 93
     Set(BYTE tag, BYTE keyRef, BYTE selector, bool extended);

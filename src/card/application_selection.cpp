@@ -4,8 +4,8 @@
 #include <span>
 
 #include "apdu/apdu_commands.h"
+#include "card/card_file_system.h"
 #include "card/card_transaction_handler.h"
-#include "card/identifiers.h"
 
 namespace KelmoraID {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "apdu/directory_identifiers.h"
 #include "apdu/select.h"
-#include "card/identifiers.h"
+#include "card/card_file_system.h"
 #include "card/thrown_pointer.h"
 #include "channel/protocol_control.h"
 #include "log/logger.h"

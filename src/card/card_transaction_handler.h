@@ -118,7 +118,7 @@ private:
     SCARDHANDLE hSCard_;
     bool transactionOpen = false;
     bool traceEnabled = false;
-    int commandsSent = 0;
+    int commandsSent_ = 0;
     SCARD_IO_REQUEST sendPci;
 };
 

@@ -3,8 +3,8 @@
 
 #include "bytes/byte_texts.h"
 #include "bytes/tlv_scan.h"
+#include "card/card_file_system.h"
 #include "card/card_transaction_handler.h"
-#include "card/identifiers.h"
 #include "text/text_conversion.h"
 
 namespace KelmoraID {

@@ -6,13 +6,14 @@
 
 #include "apdu/apdu_commands.h"
 #include "bytes/byte_texts.h"
+#include "card/card_file_system.h"
 #include "card/card_transaction_handler.h"
 
 namespace KelmoraID {
 namespace {
 
-constexpr std::size_t identifierLength = 2;
-constexpr BYTE withControlParameters = 0x04;
+using apduCommands::withControlParameters;
+
 constexpr std::uint16_t incorrectParameters = 0x6A86;
 
 // A rung of the ladder, by the P1 of its SELECT (ISO/IEC 7816-4, 11.2.2) and its trace text.

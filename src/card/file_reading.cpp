@@ -8,12 +8,12 @@
 
 #include "apdu/apdu_commands.h"
 #include "bytes/byte_texts.h"
+#include "card/card_file_system.h"
 #include "card/card_transaction_handler.h"
 
 namespace KelmoraID {
 namespace {
 
-constexpr std::size_t identifierLength = 2;
 constexpr std::uint32_t chunkSize = 127;
 // No FINEID file is near this size. A card that states more would be read for hours.
 constexpr std::uint32_t largestFile = 0x100000;
@@ -21,10 +21,9 @@ constexpr BYTE closingMarker = 0x7F;
 
 constexpr BYTE inCurrentDirectory = 0x02;
 constexpr BYTE byPath = 0x09;
-constexpr BYTE withControlParameters = 0x04;
 
 ApduCommand selectFile(BYTE P1, ByteVector identifier) {
-    return apduCommands::select(P1, withControlParameters, std::move(identifier));
+    return apduCommands::select(P1, apduCommands::withControlParameters, std::move(identifier));
 }
 
 }  // namespace

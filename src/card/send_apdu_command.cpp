@@ -26,11 +26,11 @@ std::span<const BYTE> CardTransactionHandler::exchange(ApduResult& result,
                                                        const ByteVector& command,
                                                        DWORD announcedLength,
                                                        ReceiveBuffer& buffer) {
-    if (commandsSent == mostCommands) {
+    if (commandsSent_ == mostCommands) {
         result.transportErrorCode = SCARD_E_UNEXPECTED;
         return {};
     }
-    ++commandsSent;
+    ++commandsSent_;
     trace([&] {
         return fmt::format("APDU command (hSCard={:X}): {}", hSCard_, bytesToLogHex(command));
     });

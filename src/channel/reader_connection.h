@@ -29,9 +29,10 @@ public:
 private:
     SCARDHANDLE hCard = 0;
     DWORD activeProtocol_ = 0;
-    [[maybe_unused]] WORD state_ = 0;
+    [[maybe_unused]] WORD state_ = 0;  // Nothing sets it, but it is part of the record.
     WideString name_;
     std::string nameUtf8_;
+    // Nothing fills these either; a connection has room for them all the same.
     ByteVector bytes_[3];
     std::string texts_[2];
     bool flag_ = false;

@@ -27,8 +27,8 @@ std::array<char, 100> localTimeStamp() {
 }
 
 // The decimal sign of the C++ locale. The DLL has a C++ runtime of its own, in which nobody sets
-// another locale than the classic one; asking it would link in all of its facets. The C locale
-// belongs to the host process and changes nothing.
+// another locale than the classic one; asking it would link in all of its facets, 700 KB. The C
+// locale belongs to the host process and changes nothing.
 constexpr char decimalSign = '.';
 
 // The system clock's value in UTC, with the fraction of a second in as many digits as the clock

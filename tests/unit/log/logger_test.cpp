@@ -1,13 +1,17 @@
 #include "log/logger.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 #include "log/clock_double.h"
 #include "platform/fixed_paths.h"
@@ -44,6 +48,42 @@ public:
 
 private:
     std::string before_;
+};
+
+// The C locale of a host process whose numbers have a comma, until the object's end. It is made of
+// its source in the tests' own folder, since a machine need not have one.
+class CommaLocale {
+public:
+    CommaLocale() {
+        const fs::path folder = fs::path(testing::testFolder()) / "locales";
+        fs::create_directories(folder);
+        std::ofstream(folder / "source") << "LC_NUMERIC\ndecimal_point \"<U002C>\"\n"
+                                            "thousands_sep \"\"\ngrouping -1\nEND LC_NUMERIC\n";
+        std::ofstream characters(folder / "characters");
+        characters << "<code_set_name> ANSI_X3.4-1968\n<escape_char> /\nCHARMAP\n";
+        for (int code = 0; code < 128; ++code) {
+            characters << fmt::format("<U{0:04X}> /x{0:02x} .\n", code);
+        }
+        characters << "END CHARMAP\n";
+        characters.close();
+        // It warns about the categories that are not there, and makes the one that is.
+        const std::string make = fmt::format(
+            "cd '{}' && localedef --no-archive -c -i ./source -f ./characters ./comma 2>errors",
+            folder.string());
+        made_ = std::system(make.c_str()) != -1;
+        setenv("LOCPATH", folder.c_str(), 1);
+        made_ = made_ && std::setlocale(LC_NUMERIC, "comma") != nullptr;
+    }
+    ~CommaLocale() {
+        std::setlocale(LC_NUMERIC, "C");
+        unsetenv("LOCPATH");
+    }
+    CommaLocale(const CommaLocale&) = delete;
+    CommaLocale& operator=(const CommaLocale&) = delete;
+    bool made() const { return made_; }
+
+private:
+    bool made_;
 };
 
 const fs::path& logFile() {
@@ -103,6 +143,20 @@ TEST(Logger, StampsTheFileWithLocalTimeAndStandardOutputWithUtc) {
     EXPECT_EQ(logFileContent(), "[2009-02-14 05:16:30] [scope] message\n");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "[2009-02-13 23:31:30.000000042] [INFO] message\n");
+}
+
+TEST(Logger, HasTheSameSignAheadOfTheFractionWhateverTheCLocale) {
+    using namespace std::chrono;
+    const CommaLocale locale;
+    ASSERT_TRUE(locale.made());
+    char number[8];
+    std::snprintf(number, sizeof(number), "%.1f", 1.5);
+    ASSERT_STREQ(number, "1,5");
+    const StoppedClock clock(system_clock::time_point(seconds(1'234'567'890)));
+    ::testing::internal::CaptureStdout();
+    logInfo("message");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "[2009-02-13 23:31:30.000000000] [INFO] message\n");
 }
 
 TEST(Logger, LeavesTheStampEmptyWhereATimeHasNoLocalForm) {

@@ -1,13 +1,16 @@
-// The identifiers of the FINEID file system: applications, directories and the files with a fixed
-// path (FINEID S1 and ISO/IEC 7816-15).
+// The FINEID file system: its applications, and the files with a fixed path (FINEID S1 and ISO/IEC
+// 7816-15).
 #pragma once
 
 #include <array>
+#include <cstddef>
 
 #include "bytes/byte_vector.h"
 
 namespace KelmoraID {
 
+/// The bytes of a file identifier; a path is a row of them (ISO/IEC 7816-4, 7.3).
+inline constexpr std::size_t identifierLength = 2;
 /// The application identifier tried first; the last 7 bytes are the text "PKCS-15".
 inline constexpr std::array<BYTE, 12> FineidAid{0xA0, 0x00, 0x00, 0x00, 0x63, 0x50,
                                                 0x4B, 0x43, 0x53, 0x2D, 0x31, 0x35};
