@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::uint16_t securityStatusNotSatisfied = 0x6982;
 
-constexpr BYTE confidentialityTemplate = 0xB8;
-
 // Fixed numbers, not derived from the key: with the padding indicator the first block fills one
 // command.
 constexpr std::uint16_t minimumRsaLength = 256;
@@ -53,6 +51,7 @@ std::optional<ByteVector> decipher(const ByteVector& block, BYTE Le, bool chaine
 }
 
 void logTooShort() {
+    // quirk: misspelt-lines. A search in a log goes by the text.
     logDebug("Decipher failed. Message length shorther than expected.");
 }
 
@@ -65,7 +64,8 @@ void logNoData() {
 ByteVector CardOperations::decipherRsa(const ByteVector& data, std::uint16_t length,
                                        DWORD dwKeySpec) {
     const BYTE selector = dwKeySpec == AT_KEYEXCHANGE ? 1 : 2;
-    setEnvironment(FINEID::Set(confidentialityTemplate, 0, selector, false), hScard, sendPci);
+    setEnvironment(FINEID::Set(FINEID::confidentialityTemplate, 0, selector, false), hScard,
+                   sendPci);
     // The length has 16 bits and can have wrapped: it never says that there is more than there is.
     if (length < minimumRsaLength || data.size() < minimumRsaLength) {
         logTooShort();

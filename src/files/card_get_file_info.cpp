@@ -11,21 +11,18 @@ DWORD WINAPI CardGetFileInfo(PCARD_DATA pCardData, LPSTR pszDirectoryName, LPSTR
                              PCARD_FILE_INFO pCardFileInfo) {
     logEntry("CardGetFileInfo");
     if (pCardData == nullptr) {
-        logDebug("CMR_251: pCardData is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_251: pCardData is NULL");
     }
     if (pszFileName == nullptr || *pszFileName == '\0') {
-        logDebug("CMR_252: pszFileName is NULL or empty");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_252: pszFileName is NULL or empty");
     }
     if (pCardFileInfo == nullptr) {
-        logDebug("CMR_253: pCardFileInfo is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_253: pCardFileInfo is NULL");
     }
     if (pCardFileInfo->dwVersion >= 2) {
-        logDebug(fmt::format("CMR_260: pCardFileInfo version {} not supported",
-                             pCardFileInfo->dwVersion));
-        return ERROR_REVISION_MISMATCH;
+        return refuseWith(ERROR_REVISION_MISMATCH,
+                          fmt::format("CMR_260: pCardFileInfo version {} not supported",
+                                      pCardFileInfo->dwVersion));
     }
     // quirk: file-info-ahead-of-names. A record of a name that is refused is changed too.
     // quirk: file-info-version. It becomes that of CARD_DATA, and not that of this record.

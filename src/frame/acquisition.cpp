@@ -5,6 +5,7 @@
 #include "frame/card_reading.h"
 #include "frame/function_table.h"
 #include "log/logger.h"
+#include "profiles/card_profiles.h"
 #include "session/card_context.h"
 #include "session/card_type_of.h"
 #include "session/entry_log.h"
@@ -28,12 +29,10 @@ bool hasMemoryFunctions(const CARD_DATA& card) {
 DWORD WINAPI acquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
     logEntry("CardAcquireContext");
     if (pCardData == nullptr) {
-        logDebug("CMR_35: pCardData is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_35: pCardData is NULL");
     }
     if (dwFlags != 0) {
-        logDebug("CMR_36: nonzero dwFlags was passed");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_36: nonzero dwFlags was passed");
     }
     // The version is negotiated in the caller's record, also where it is refused.
     if (pCardData->dwVersion == 0) pCardData->dwVersion = 1;
@@ -45,30 +44,28 @@ DWORD WINAPI acquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
     }
     pCardData->dwVersion = CARD_DATA_VERSION_SEVEN;
     if (!hasUsableNames(*pCardData)) {
-        logDebug(
+        return refuseWith(
+            SCARD_E_INVALID_PARAMETER,
             "CMR_38, CMR_39 or CMR_40: NULL pbAtr, invalid cvAtr or NULL pwszCardName was passed");
-        return SCARD_E_INVALID_PARAMETER;
     }
-    if (cardTypeOf(pCardData) == CardType::unknown) {
-        logDebug("CMR_41: Card not recognized");
-        return SCARD_E_UNKNOWN_CARD;
+    if (!isSupported(cardTypeOf(pCardData))) {
+        return refuseWith(SCARD_E_UNKNOWN_CARD, "CMR_41: Card not recognized");
     }
     if (!hasMemoryFunctions(*pCardData)) {
-        logDebug("CMR_42: Memory management pointer is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_42: Memory management pointer is NULL");
     }
     if (pCardData->hScard == 0 || pCardData->hSCardCtx == 0) return SCARD_E_INVALID_HANDLE;
 
     if (const DWORD status = readCard(pCardData); status != 0) return status;
     fillFunctionTable(*pCardData, hasEcPublicKey(contextOf(pCardData).authCert));
-    return SCARD_S_SUCCESS;  // Without an exit line.
+    // quirk: untold-exits. This entry point has no exit line, whatever its end.
+    return SCARD_S_SUCCESS;
 }
 
 DWORD WINAPI CardDeleteContext(PCARD_DATA pCardData) {
     logEntry("CardDeleteContext");
     if (pCardData == nullptr) {
-        logDebug("CMR_48: pCardData is NULL.");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_48: pCardData is NULL.");
     }
     auto* context = static_cast<CardContext*>(pCardData->pvVendorSpecific);
     if (context == nullptr) return SCARD_S_SUCCESS;

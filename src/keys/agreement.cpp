@@ -57,6 +57,7 @@ void logParameters(const CARD_DH_AGREEMENT_INFO& info, const ByteVector& blob) {
         logToFile(constructScope, "with parameters, pbReserved:'{:#010x}'",
                   reinterpret_cast<std::uintptr_t>(info.pbReserved));
     } else {
+        // quirk: misspelt-lines. A search in a log goes by the text.
         logToFile(constructScope, "with parameters, pbReserverd is NULL.");
     }
 }

@@ -103,6 +103,7 @@ Outcome byPaddingInfo(const CARD_SIGNING_INFO& info) {
 Outcome byAlgorithmId(const CARD_SIGNING_INFO& info) {
     const auto hashNibble = nibbleOf(hashesByAlgorithmId, info.aiHashAlg);
     if (!hashNibble) {
+        // quirk: misspelt-lines. A search in a log goes by the text.
         return refuse(SCARD_E_UNSUPPORTED_FEATURE, " invalid hash algorithm (hashAldId)");
     }
     // quirk: pkcs1-over-pss. Also where the padding information before it said PSS.
@@ -112,6 +113,7 @@ Outcome byAlgorithmId(const CARD_SIGNING_INFO& info) {
 Outcome byHashLength(const CARD_SIGNING_INFO& info) {
     const auto hashNibble = nibbleOf(hashesByLength, info.cbData);
     if (!hashNibble) {
+        // quirk: misspelt-lines. A search in a log goes by the text.
         return refuse(SCARD_E_INVALID_PARAMETER, " invalid hash algorihm ECC");
     }
     return SignatureAlgorithm{*hashNibble, schemeNibbleEcdsa};

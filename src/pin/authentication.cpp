@@ -34,8 +34,7 @@ DWORD verifyPlatformPin(const AttemptVerifyPin& attemptVerifyPin, PBYTE pbPinDat
     const auto [aborted, outcome] = attemptGuarded(attemptVerifyPin, pbPinData, cbPinData);
     if (aborted) return unexpected;
     if (cbPinData == 0 || !outcome) {
-        logDebug("CMR_75: cbPinData is invalid.");
-        return static_cast<DWORD>(SCARD_W_WRONG_CHV);
+        return refuseWith(SCARD_W_WRONG_CHV, "CMR_75: cbPinData is invalid.");
     }
     if (outcome->status == PinVerifyResult::verified) {
         return exitWith(authenticationScope, SCARD_S_SUCCESS);
@@ -60,14 +59,12 @@ DWORD WINAPI CardAuthenticateEx(PCARD_DATA pCardData, PIN_ID PinId, DWORD dwFlag
     logToFile(authenticationScope,
               "Entering the function, with parameters, PinId:'{}' dwFlags:'{}'", PinId, dwFlags);
     if (pCardData == nullptr) {
-        logDebug("CMR_71: pCardData is NULL.");
-        return invalidParameter;
+        return refuseWith(invalidParameter, "CMR_71: pCardData is NULL.");
     }
     if (pCardData->hSCardCtx == 0) return exitWith(authenticationScope, invalidParameter);
     CardOperations card(pCardData->hScard, cardTypeOf(pCardData));
     if (!isValidPinId(PinId)) {
-        logDebug("CMR_72: PinId is invalid.");
-        return invalidParameter;
+        return refuseWith(invalidParameter, "CMR_72: PinId is invalid.");
     }
     // What kind of PIN it is falls here, afresh on every call.
     PIN_INFO pinInfo{};

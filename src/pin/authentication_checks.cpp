@@ -41,8 +41,8 @@ std::optional<DWORD> checkAuthentication(const PIN_INFO& pinInfo,
     // "PIN Information" tells of no empty PIN, nor of secure entry below: both tests stay.
     if (pinInfo.PinType == EmptyPinType) return exitWith(authenticationScope, SCARD_S_SUCCESS);
     if ((request.dwFlags & CARD_PIN_SILENT_CONTEXT) != 0 && isExternal) {
-        logDebug("CMR_68: External authentication without UI is not supported.");
-        return static_cast<DWORD>(SCARD_E_UNSUPPORTED_FEATURE);
+        return refuseWith(SCARD_E_UNSUPPORTED_FEATURE,
+                          "CMR_68: External authentication without UI is not supported.");
     }
     if (!request.hasPin && !isExternal) {
         logDebug("CMR_73: pbPinData is NULL and PIN type is not external or empty.");

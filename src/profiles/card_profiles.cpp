@@ -43,9 +43,12 @@ std::span<const CardProfile> supportedCards() {
     return cards;
 }
 
+bool isSupported(CardType type) {
+    return std::ranges::find(cards, type, &CardProfile::type) != cards.end();
+}
+
 const CardProfile& profileOf(CardType type) {
-    const auto row = std::find_if(cards.begin(), cards.end(),
-                                  [type](const CardProfile& card) { return card.type == type; });
+    const auto row = std::ranges::find(cards, type, &CardProfile::type);
     return row == cards.end() ? anyOther : *row;
 }
 

@@ -46,6 +46,9 @@ struct CardProfile {
 /// The supported cards, in the order of their types.
 std::span<const CardProfile> supportedCards();
 
+/// Whether the type is that of a supported card.
+bool isSupported(CardType type);
+
 /// The row of a type. A type that is no supported card has the row of an ordinary two-key card
 /// without an ATR: an entry point may be called with a record whose ATR has changed meanwhile.
 const CardProfile& profileOf(CardType type);

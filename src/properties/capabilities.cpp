@@ -9,17 +9,15 @@ namespace KelmoraID {
 DWORD WINAPI CardQueryCapabilities(PCARD_DATA pCardData, PCARD_CAPABILITIES pCardCapabilities) {
     logEntry("CardQueryCapabilities");
     if (pCardData == nullptr) {
-        logDebug("CMR_318: pCardData is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_318: pCardData is NULL");
     }
     if (pCardCapabilities == nullptr) {
-        logDebug("CMR_319: pCardCapabilities is NULL");
-        return SCARD_E_INVALID_PARAMETER;
+        return refuseWith(SCARD_E_INVALID_PARAMETER, "CMR_319: pCardCapabilities is NULL");
     }
     if (pCardCapabilities->dwVersion >= 2) {
-        logDebug(fmt::format("CMR_320: pCardCapabilities version {} is not supported",
-                             pCardCapabilities->dwVersion));
-        return ERROR_REVISION_MISMATCH;
+        return refuseWith(ERROR_REVISION_MISMATCH,
+                          fmt::format("CMR_320: pCardCapabilities version {} is not supported",
+                                      pCardCapabilities->dwVersion));
     }
     // quirk: capabilities-untold. The record is left exactly as it came: the true answers are those
     // of the property "Capabilities".
@@ -33,9 +31,9 @@ DWORD WINAPI CardQueryFreeSpace(PCARD_DATA pCardData, DWORD dwFlags,
         return SCARD_E_INVALID_PARAMETER;
     }
     if (pCardFreeSpaceInfo->dwVersion >= 2) {
-        logDebug(fmt::format("CMR_314: pCardFreeSpaceInfo version {} is not supported",
-                             pCardFreeSpaceInfo->dwVersion));
-        return ERROR_REVISION_MISMATCH;
+        return refuseWith(ERROR_REVISION_MISMATCH,
+                          fmt::format("CMR_314: pCardFreeSpaceInfo version {} is not supported",
+                                      pCardFreeSpaceInfo->dwVersion));
     }
     pCardFreeSpaceInfo->dwVersion = 1;
     pCardFreeSpaceInfo->dwBytesAvailable = 0;

@@ -25,7 +25,7 @@ enum class Answer {
     keySizes,         ///< CardQueryKeySizes fills the buffer
     cardIdentifier,   ///< the file cardid
     refused,          ///< SCARD_E_UNSUPPORTED_FEATURE, with the exit line
-    refusedSilently,  ///< SCARD_E_UNSUPPORTED_FEATURE, without the exit line
+    refusedSilently,  ///< SCARD_E_UNSUPPORTED_FEATURE, without the exit line (untold-exits)
 };
 
 struct Request {
@@ -240,6 +240,7 @@ DWORD WINAPI CardGetProperty(PCARD_DATA pCardData, LPCWSTR wszProperty, PBYTE pb
     }
     if (!areValid(row->flags, dwFlags)) return invalidFlags();
     if (row->answer == Answer::refused) return exitWith(scope, SCARD_E_UNSUPPORTED_FEATURE);
+    // quirk: untold-exits. The name in the line above tells which property it was.
     if (row->answer == Answer::refusedSilently) return SCARD_E_UNSUPPORTED_FEATURE;
 
     DWORD status = SCARD_S_SUCCESS;

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <string>
+#include <string_view>
 
 #include "log/logger.h"
 #include "platform/win32.h"
@@ -16,6 +17,10 @@ std::string formatStatus(const char* format, DWORD status);
 
 /// The entry line: "Entering the function" in the log file.
 void logEntry(const char* scope);
+
+/// A refusal without an exit line: a line on the DEBUG channel, and the status for the caller to
+/// return.
+DWORD refuseWith(DWORD status, std::string_view line);
 
 /// The exit line, and the status for the caller to return.
 /// @param suffix  what stands behind the status, such as ", NoCardMode"
