@@ -1,5 +1,6 @@
 #!/bin/sh
-# Runs a Windows program in Wine and exits with its exit code. Calls may run at the same time.
+# Runs a Windows program in Wine and exits with its exit code; with 77, and the reason on standard error, where
+# this machine does not allow it. Calls may run at the same time.
 #
 #   tools/run_in_wine.sh x64|x86|arm64 PROGRAM [ARGUMENT ...]
 #

@@ -7,7 +7,8 @@
 #
 #   tools/wine_folder.sh x86|arm64
 #
-# Exit codes: 0 done; 3 this machine does not allow it (the reason is told on standard error).
+# Exit codes: 0 done; 77 this machine does not allow it (the reason is told on standard error). Not 3: with
+# that a Windows program ends that aborts.
 set -eu
 
 case ${1:-} in
@@ -26,7 +27,7 @@ folder=$cache/$name
 
 refuse() {
     echo "no folder with Wine for $debian: $1" >&2
-    exit 3
+    exit 77
 }
 
 if [ "$(id -u)" = 0 ]; then

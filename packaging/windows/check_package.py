@@ -7,7 +7,7 @@ x64: Debian's ARM64 Wine has no side for 32-bit programs, so that it cannot show
 
 Usage: packaging/windows/check_package.py [FOLDER [x64|x86|arm64]]      (build/package and x64)
 
-Prints one line for each check, beginning with "ok" or "not ok". Exit code 3: this machine cannot run Wine
+Prints one line for each check, beginning with "ok" or "not ok". Exit code 77: this machine cannot run Wine
 of that architecture; the reason is told on standard error.
 """
 import os
