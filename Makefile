@@ -52,8 +52,11 @@ windows-arm64:
 test:
 	tools/run_tests.py
 
-test-all: test native windows windows-arm64
-	tools/install_packages.sh test-all
+# Targets that are to work on a machine with nothing on it install first and build then: what stands behind
+# the colon would be built ahead of that.
+test-all:
+	tools/install_packages.sh build run test test-all
+	$(MAKE) --no-print-directory test native windows windows-arm64
 	tools/test_release.sh
 
 test-report: native
@@ -125,8 +128,9 @@ mutants:
 	tools/mutants.py $(if $(COUNT),--count $(COUNT)) $(if $(SEED),--seed $(SEED)) \
 		$(if $(SINCE),--since $(SINCE)) $(if $(ONLY),--only $(ONLY))
 
-package: windows
-	tools/install_packages.sh package
+package:
+	tools/install_packages.sh build package
+	$(MAKE) --no-print-directory windows
 	packaging/windows/make_package.sh
 
 # The address where the MSIs will be to be had, for the winget manifest: ADDRESS=https://...
@@ -136,20 +140,21 @@ signing_options = --certificate '$(CERTIFICATE)' --key '$(KEY)' \
 	$(if $(PASSWORD_FILE),--password-file '$(PASSWORD_FILE)') \
 	$(if $(TIMESTAMP),--timestamp '$(TIMESTAMP)')
 
-release: windows windows-arm64
-	tools/install_packages.sh package
+release:
+	tools/install_packages.sh build arm64 package
+	$(MAKE) --no-print-directory windows windows-arm64
 	packaging/windows/make_release.sh $(release_options)
 
 sign:
 	@test -n "$(CERTIFICATE)" -a -n "$(KEY)" || { \
 		echo 'usage: make sign CERTIFICATE=file.pem KEY=file.pem|pkcs11:object=NAME'; \
 		echo '       [PKCS11_MODULE=file.so] [PASSWORD_FILE=file] [TIMESTAMP=address]'; exit 2; }
+	tools/install_packages.sh build arm64 package
 	$(MAKE) --no-print-directory windows windows-arm64
-	tools/install_packages.sh package
 	packaging/windows/make_release.sh $(release_options) $(signing_options)
 
 reproducible:
-	tools/install_packages.sh arm64 package
+	tools/install_packages.sh build arm64 package
 	tools/check_reproducible.sh
 
 fresh:

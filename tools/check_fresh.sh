@@ -1,9 +1,13 @@
 #!/bin/sh
-# Runs the README's two commands as on a machine that has nothing yet: in a folder with the smallest
+# Runs commands, by default the README's two, as on a machine that has nothing yet: in a folder with the smallest
 # Debian of this release, ca-certificates and git, from a clean clone of what is committed. Tells which
 # packages each command needed and how long it took. Takes about half an hour; needs root, or sudo.
 #
-#   tools/check_fresh.sh [COMMAND...]     by default: ./demo.sh ./test.sh
+#   tools/check_fresh.sh [COMMAND...]
+#
+# A command is a line for the shell. 'make package' has nothing but make ahead of it:
+#
+#   tools/check_fresh.sh 'apt-get -qq update && apt-get -qq install --yes make' 'make package'
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -67,7 +71,7 @@ for command in "$@"; do
     echo "=== $command"
     began=$(date +%s)
     code=0
-    inside "$command" </dev/null || code=$?
+    inside sh -c "$command" </dev/null || code=$?
     seconds=$(($(date +%s) - began))
     packages >"$folder/root/after"
     comm -13 "$folder/root/before" "$folder/root/after" >"$folder/root/added"
