@@ -77,6 +77,15 @@ def check_packages(checks, folder, version):
         checks.equal(f"the {architecture} package brings its set of DLLs", set(names), wanted)
         checks.equal(f"the {architecture} package tells the version of each file",
                      {(row["Version"], row["Language"]) for row in names.values()}, {(version + ".0", "1033")})
+        sequence = {row["Action"]: int(row["Sequence"]) for row in msi_table(msi, "InstallExecuteSequence")}
+        between = {action for action, number in sequence.items()
+                   if sequence["InstallInitialize"] < number < sequence["RemoveExistingProducts"]}
+        checks.check(f"the {architecture} package removes an older version within its own transaction, first of all",
+                     sequence["InstallInitialize"] < sequence["RemoveExistingProducts"] < sequence["InstallFinalize"]
+                     and not between)
+        migrates = {int(row["Attributes"]) & 1 for row in msi_table(msi, "Upgrade") if row["VersionMin"] == ""}
+        checks.check(f"the {architecture} package carries over what was chosen of an older version",
+                     migrates == {1} and "MigrateFeatureStates" in sequence)
         manifest = (folder / "winget/Kelmora.IDMinidriver.installer.yaml").read_text()
         entry = re.search(rf"- Architecture: {architecture}\n((?:  .*\n)+)", manifest)
         checks.check(f"the winget manifest tells the sum and the product code of the {architecture} package",

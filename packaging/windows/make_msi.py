@@ -145,9 +145,13 @@ def make(version, architecture, folder, msi, cards, epoch):
     # Nor the version of a file: without it Windows would keep an older DLL, which has one, and then
     # remove it with the older package.
     versions = f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033'"
+    # Nor the place of the older version's removal: inside the transaction, so that an upgrade that fails puts
+    # the older one back. wixl has it ahead of that, where a failed upgrade leaves no driver at all.
+    sequence = ("UPDATE `InstallExecuteSequence` SET `Sequence` = 1501"
+                " WHERE `Action` = 'RemoveExistingProducts'")
     try:
         for command in (["wixl", "--arch", wixl_name, "--output", msi.resolve(), text.name],
-                        ["msibuild", msi.resolve(), "-q", *removal, versions],
+                        ["msibuild", msi.resolve(), "-q", *removal, versions, sequence],
                         ["msibuild", msi.resolve(), "-s", PRODUCT, MAKER, template, "{" + code + "}"]):
             subprocess.run([*at_that_time, *command], cwd=folder, env=environment, check=True)
     finally:
