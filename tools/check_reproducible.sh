@@ -8,6 +8,10 @@ set -eu
 [ $# -le 1 ] || { echo "usage: $0 [DIST]" >&2; exit 2; }
 there=${1:+$(cd "$1" && pwd)}
 repository=$(cd "$(dirname "$0")/.." && pwd)
+git -C "$repository" ls-files --error-unmatch tools/check_reproducible.sh >/dev/null 2>&1 || {
+    echo "$0: needs git, and a git checkout of its own: what belongs to the sources is what git tells" >&2
+    exit 1
+}
 work=$(mktemp -d "${TMPDIR:-/tmp}/kelmora-reproducible.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
