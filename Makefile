@@ -134,7 +134,8 @@ package:
 	packaging/windows/make_package.sh
 
 # The address where the MSIs will be to be had, for the winget manifest: ADDRESS=https://...
-release_options = $(if $(ADDRESS),--address '$(ADDRESS)')
+# DIST=folder makes it in another place than dist/.
+release_options = $(if $(ADDRESS),--address '$(ADDRESS)') $(if $(DIST),--output '$(DIST)')
 signing_options = --certificate '$(CERTIFICATE)' --key '$(KEY)' \
 	$(if $(PKCS11_MODULE),--pkcs11-module '$(PKCS11_MODULE)') \
 	$(if $(PASSWORD_FILE),--password-file '$(PASSWORD_FILE)') \

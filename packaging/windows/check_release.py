@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """Checks a finished release: that it is whole, and that what its files say of each other is so.
 
-Usage: packaging/windows/check_release.py [FOLDER]        (dist)
+Usage: packaging/windows/check_release.py [--signed CA.pem [--stamped CA.pem]] [FOLDER]        (dist)
+
+With --signed every program, DLL and MSI, those within archives and MSIs too, has to bear a signature that holds
+now by the certificates in that file; with --stamped also a time stamp, by those in that one.
 
 Prints one line for each check, beginning with "ok" or "not ok".
 """
+import argparse
 import hashlib
 import json
 import pathlib
@@ -17,6 +21,7 @@ import zipfile
 
 import cardhost_archive
 import make_msi
+import signing
 from checks import Checks
 from registration import msi_table
 from release import BUILT, DRIVER_NAMES, product_version
@@ -143,8 +148,37 @@ def check_bill(checks, folder, version):
                      all(re.search(rf"^=+\n.*{re.escape(part)}.*\n=+\n", licences, re.M) for part in parts))
 
 
+def signed_kinds(folder):
+    """What of a folder is to be signed."""
+    return sorted(path for path in folder.rglob("*") if path.suffix in (".dll", ".exe", ".msi") and path.is_file())
+
+
+def check_signatures(checks, folder, authority, stamp_authority):
+    with tempfile.TemporaryDirectory() as work:
+        unpacked = pathlib.Path(work)
+        for archive in folder.glob("*.zip"):
+            with zipfile.ZipFile(archive) as packed:
+                packed.extractall(unpacked / archive.name)
+        for msi in folder.glob("*.msi"):
+            subprocess.run(["msiextract", "-C", unpacked / msi.name, msi], check=True, capture_output=True)
+        for base in (folder, unpacked):
+            for path in signed_kinds(base):
+                name = path.relative_to(base)
+                valid, text = signing.verify(path, authority, stamp_authority)
+                checks.check(f"{name} has a signature that holds", valid, text[-600:])
+                if stamp_authority:
+                    checks.check(f"{name} has a time stamp that holds", signing.is_stamped(text), text[-600:])
+
+
 def main():
-    folder = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "dist").resolve()
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", nargs="?", type=pathlib.Path, default=ROOT / "dist")
+    parser.add_argument("--signed", metavar="CA.pem", type=pathlib.Path)
+    parser.add_argument("--stamped", metavar="CA.pem", type=pathlib.Path)
+    options = parser.parse_args()
+    if options.stamped and not options.signed:
+        parser.error("--stamped goes with --signed")
+    folder = options.folder.resolve()
     version, _ = product_version()
     checks = Checks("release")
     files = {str(path.relative_to(folder)): path for path in folder.rglob("*") if path.is_file()}
@@ -161,6 +195,8 @@ def main():
     check_packages(checks, folder, version)
     check_archives(checks, folder, version)
     check_bill(checks, folder, version)
+    if options.signed:
+        check_signatures(checks, folder, options.signed, options.stamped)
     return checks.exit_code()
 
 

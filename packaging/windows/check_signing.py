@@ -5,7 +5,8 @@ certificate has run out, refused where a byte differs or the signature is missin
 
 Usage: packaging/windows/check_signing.py [ARCHITECTURES]         (x64,x86: what is built of build/)
 
-With x64,x86,arm64 it is a whole release that is signed, cardhost with it.
+With x64,x86,arm64 it is a whole release that is signed, cardhost with it, and once more by 'make sign' itself,
+whose dist/ stands in a folder of this check; check_release.py then has to find every signature, and the lack of one.
 
 Prints one line for each check, beginning with "ok" or "not ok". Nothing leaves the machine.
 """
@@ -18,6 +19,7 @@ import sys
 import zipfile
 
 from cards import DLL
+import signing
 from checks import Checks
 from release import BUILT
 
@@ -47,12 +49,13 @@ def run(*command, **options):
 
 
 def make_certificates():
-    """authority.pem for twenty years, code.pem for sixty days of 2026, stamp.pem for twenty years."""
+    """authority.pem, stamp.pem and lasting.pem for twenty years, code.pem for sixty days of 2026."""
     (WORK / "extensions.cnf").write_text(EXTENSIONS)
 
     def at_that_time(*command):
         run("faketime", "-f", "2026-02-01 00:00:00", "openssl", *command)
-    for name, section, days in (("authority", "authority", 7300), ("code", "code", 60), ("stamp", "stamp", 7300)):
+    for name, section, days in (("authority", "authority", 7300), ("code", "code", 60), ("lasting", "code", 7300),
+                                ("stamp", "stamp", 7300)):
         run("openssl", "genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-out", f"{name}.key")
         at_that_time("req", "-new", "-key", f"{name}.key", "-subj", f"/CN=Throw-away {name}", "-out", f"{name}.csr")
         issuer = (["-signkey", "authority.key"] if name == "authority" else
@@ -87,10 +90,7 @@ def make_signed(folder, architectures, *options, environment=None):
 
 def verify(path, time):
     """What osslsigncode says of a file at a time: whether it is valid, and its words."""
-    result = subprocess.run(["osslsigncode", "verify", "-CAfile", "authority.pem", "-TSA-CAfile", "authority.pem",
-                             "-time", time, "-in", path], cwd=WORK, capture_output=True, text=True)
-    text = result.stdout + result.stderr
-    return result.returncode == 0 and "Succeeded" in text, text
+    return signing.verify(path, WORK / "authority.pem", time=time)
 
 
 def check_signed(checks, kind, folder, stamped):
@@ -132,6 +132,48 @@ def check_contents(checks, folder):
         checks.check(f"{msi.name} holds the signed DLLs", held and held <= signed)
 
 
+def judge(folder, *options):
+    """What check_release.py says: its exit code, and the names of the checks that fail."""
+    result = subprocess.run([sys.executable, ROOT / "packaging/windows/check_release.py", *options, folder], cwd=WORK,
+                            capture_output=True, text=True)
+    return result.returncode, re.findall(r"^not ok - release: (.*?)(?:: .*)?$", result.stdout, re.M), result.stdout
+
+
+def check_recipe(checks):
+    """make sign, with a key under a password; what check_release.py says of it, and of a signature that is missing."""
+    run("openssl", "pkey", "-in", "lasting.key", "-aes256", "-passout", "pass:" + PIN, "-out", "locked.key")
+    (WORK / "password.txt").write_text(PIN)
+    made = WORK / "made/dist"
+    recipe = ["make", "--no-print-directory", "-C", ROOT, "sign", f"CERTIFICATE={WORK / 'lasting.pem'}",
+              f"KEY={WORK / 'locked.key'}", f"DIST={made}"]
+    environment = {name: value for name, value in os.environ.items() if name not in ("MAKEFLAGS", "MAKELEVEL")}
+
+    def make_sign(*more):
+        return subprocess.run([*recipe, *more], capture_output=True, text=True, env=environment)
+    refused = make_sign()
+    checks.check("make sign wants a file for the password of a key", refused.returncode and not made.exists() and
+                 "PASSWORD_FILE" in refused.stderr + refused.stdout, refused.stdout[-600:] + refused.stderr[-600:])
+    signed = make_sign(f"PASSWORD_FILE={WORK / 'password.txt'}")
+    checks.check("make sign makes a release", signed.returncode == 0, signed.stdout[-600:] + signed.stderr[-600:])
+    code, failed, text = judge(made, "--signed", "authority.pem")
+    checks.check("check_release.py finds every signature of it",
+                 code == 0 and "has a signature that holds" in text, failed)
+    _, failed, _ = judge(made, "--signed", "authority.pem", "--stamped", "authority.pem")
+    checks.check("it finds that there is no time stamp", failed and all(
+        name.endswith("has a time stamp that holds") for name in failed), failed)
+    (WORK / "password.txt").write_text("another")
+    before = {path: path.read_bytes() for path in made.rglob("*") if path.is_file()}
+    refused = make_sign(f"PASSWORD_FILE={WORK / 'password.txt'}")
+    checks.check("make sign that fails leaves what was there", refused.returncode and before == {
+        path: path.read_bytes() for path in made.parent.rglob("*") if path.is_file()}, refused.stdout[-600:])
+    unsigned = WORK / "unsigned"
+    run(sys.executable, ROOT / "packaging/windows/release.py", "--output", unsigned, "--architectures",
+        ",".join(BUILT), "--release", "--runtime", run(ROOT / "tools/build_arm64_runtime.sh").strip())
+    _, failed, text = judge(unsigned, "--signed", "authority.pem")
+    checks.check("of an unsigned release it finds every signature missing", failed and "signature that holds" in text and
+                 len(failed) == len(re.findall("has a signature that holds", text)), failed)
+
+
 def main():
     architectures = sys.argv[1] if len(sys.argv) > 1 else "x64,x86"
     shutil.rmtree(WORK, ignore_errors=True)
@@ -144,6 +186,8 @@ def main():
     check_refusals(checks, files)
     check_contents(checks, WORK / "file")
     check_signed(checks, "no time stamp", make_signed("plain", architectures, "--key", "code.key"), stamped=False)
+    if set(architectures.split(",")) == set(BUILT):
+        check_recipe(checks)
     environment = make_token()
     check_signed(checks, "key in a token", make_signed(
         "token", architectures, "--key", "pkcs11:token=trial;object=code;type=private", "--pkcs11-module", MODULE,

@@ -18,6 +18,7 @@ import pathlib
 import re
 import shutil
 import sys
+import tempfile
 
 import cardhost_archive
 import cards as cards_module
@@ -83,15 +84,11 @@ def arguments():
     return options
 
 
-def main():
-    options = arguments()
-    version, date = product_version()
+def make(options, version, date, folder):
+    """Writes everything into the folder, which is not there yet."""
     epoch = calendar.timegm(datetime.date.fromisoformat(date).timetuple())
-    signed = signing.wanted(options)
+    signed = bool(options.certificate)
     cards = cards_module.profiles(options.profiles)
-    folder = options.output
-    shutil.rmtree(folder, ignore_errors=True)
-
     dlls = []
     for architecture in options.architectures:
         (folder / architecture).mkdir(parents=True)
@@ -136,9 +133,22 @@ def main():
         make_sbom.make(version, date, listed, options.runtime, folder / f"kelmora-id-minidriver-{version}.spdx.json")
         make_winget.make(version, date, packages, options.address, folder / "winget")
         write_sums(folder)
-    print(f"{folder}:")
-    for path in sorted(path for path in folder.rglob("*") if path.is_file()):
-        print(f"{path.stat().st_size:10}  {path.relative_to(folder)}")
+
+
+def main():
+    options = arguments()
+    version, date = product_version()
+    signing.check(options)
+    # Made beside its place, and put there when it is whole: what fails half way leaves what was there before.
+    options.output.parent.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(prefix=f".{options.output.name}-", dir=options.output.parent) as making:
+        folder = pathlib.Path(making) / options.output.name
+        make(options, version, date, folder)
+        shutil.rmtree(options.output, ignore_errors=True)
+        folder.rename(options.output)
+    print(f"{options.output}:")
+    for path in sorted(path for path in options.output.rglob("*") if path.is_file()):
+        print(f"{path.stat().st_size:10}  {path.relative_to(options.output)}")
     return 0
 
 

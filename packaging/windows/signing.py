@@ -1,4 +1,5 @@
-"""Signs programs, DLLs and MSIs with osslsigncode."""
+"""Signs programs, DLLs and MSIs with osslsigncode, and has it judge signatures."""
+import pathlib
 import subprocess
 
 NAME = "Kelmora ID minidriver"
@@ -15,13 +16,26 @@ def add_options(parser):
     parser.add_argument("--time", help="moment of the signature and the stamp in seconds since 1970, for trials")
 
 
-def wanted(options):
-    """Whether the options ask for signatures; exits where they contradict themselves."""
+def check(options):
+    """Exits where the options contradict themselves, and says what comes of what they leave out."""
     if bool(options.certificate) != bool(options.key):
         raise SystemExit("signing takes both a certificate and a key")
+    if options.key and not options.password_file:
+        check_password(options)
     if options.certificate and not (options.timestamp or options.authority_certificate):
         print("No time-stamp authority is given: the signatures end with the certificate.")
-    return bool(options.certificate)
+
+
+def check_password(options):
+    """Exits where osslsigncode would ask for a password, which it does for each file anew; says so where it may."""
+    if options.pkcs11_module:
+        if "pin-value=" not in options.key and "pin-source=" not in options.key:
+            print("No file with the PIN of the hardware is given (PASSWORD_FILE=... of make, --password-file): if the "
+                  "hardware wants one, it is asked for with each file that is signed.", flush=True)
+    elif b"ENCRYPTED" in pathlib.Path(options.key).read_bytes():
+        raise SystemExit(f"{options.key} is protected by a password, which would be asked for with each file that is "
+                         "signed: write it into a file that only you can read, and name that by PASSWORD_FILE=... "
+                         "(--password-file), or take a key without one for the time of the signing.")
 
 
 def sign(path, options):
@@ -44,8 +58,27 @@ def sign(path, options):
         command += ["-time", options.time]
     if path.suffix in (".dll", ".exe"):
         command.append("-ph")
-    result = subprocess.run([*map(str, command), "-in", path, "-out", signed], capture_output=True, text=True)
+    # What may ask for a PIN has to be seen.
+    told = subprocess.DEVNULL if options.password_file or not options.pkcs11_module else None
+    result = subprocess.run([*map(str, command), "-in", path, "-out", signed], stdin=told, text=True,
+                            capture_output=told is not None)
     if result.returncode or not signed.exists():
         signed.unlink(missing_ok=True)
-        raise SystemExit(f"{path} could not be signed:\n{result.stdout}{result.stderr}")
+        raise SystemExit(f"{path.name} could not be signed:\n{result.stdout or ''}{result.stderr or ''}")
     signed.replace(path)
+
+
+def verify(path, authority, stamp_authority=None, time=None):
+    """What osslsigncode says of a file: whether its signature is valid, by the certificates in a PEM file and, of
+    the time stamp, in another; at a time in seconds since 1970 instead of now; and its words."""
+    command = ["osslsigncode", "verify", "-CAfile", authority, "-TSA-CAfile", stamp_authority or authority]
+    if time:
+        command += ["-time", time]
+    result = subprocess.run([*map(str, command), "-in", path], capture_output=True, text=True)
+    text = result.stdout + result.stderr
+    return result.returncode == 0 and "Succeeded" in text, text
+
+
+def is_stamped(text):
+    """Whether the words of verify tell of a time stamp that holds."""
+    return "Timestamp Server Signature verification: ok" in text
