@@ -2,7 +2,7 @@
 """Plants faults into copies of a built DLL, one at a time, and sees check_dll.py find each, by what
 is there for it and by nothing else.
 
-Usage: tests/lint/check_dll_faults.py x64|x86|arm64 DLL
+Usage: tests/lint/check_dll_faults.py x64|x86|arm64|forwarder DLL
 
 Prints one line for each fault, beginning with "ok" or "not ok".
 """
@@ -63,15 +63,11 @@ def wide(value):
 
 
 VERSION = check_dll.project_version()
-FAULTS = {
-    "another architecture": (header(("file", "Machine"), lambda machine: machine ^ 1),
-                             "is built for its architecture"),
-    "another export": (text(b"CardAcquireContext\0", b"CardAcquireContexT\0"),
-                       f"exports {check_dll.EXPORT} alone, undecorated"),
-    "another import": (text(b"SCardTransmit\0", b"SCardControlX\0"), "imports what is allowed and nothing else"),
-    "an import of another DLL": (text(b"WINHTTP.dll\0", b"WSOCK32.dll\0"),
-                                 "imports what is allowed and nothing else"),
-    "no check of the stack": (stack_checks, "is protected against overrun buffers on the stack"),
+NO_CODE, FORWARDED = "holds no code", "hands the export on to the DLL for {} processes"
+WRITTEN, SHARES = "has no section that is both written and executed", "shares no section between processes"
+FOLDER = "names no folder or source file of the building machine"
+# Of each file.
+EVERYWHERE = {
     "imports from anywhere": (load_flags, "has its imports looked for in System32 only"),
     "a fixed address": (header(("optional", "DllCharacteristics"), lambda flags: flags & ~check_dll.DYNAMIC_BASE),
                         MARKS),
@@ -86,26 +82,51 @@ FAULTS = {
                        "can be moved: has relocations"),
     "small pages": (header(("optional", "SectionAlignment"), lambda _: 512),
                     "stands in memory in pages of 4096 bytes, as protected processes ask"),
-    "code that can be written": (section(b".text", "Characteristics", check_dll.WRITE),
-                                 "has no section that is both written and executed"),
-    "shared data": (section(b".data", "Characteristics", check_dll.SHARED), "shares no section between processes"),
     "debug information": (section(b".rdata", "Name", b".debug_x"), "holds no debug information"),
     "no identity": (header(("file", "TimeDateStamp"), lambda _: 0),
                     "has an identity of its content, not of the moment"),
-    "a folder of the building machine": (text(b"Entering the function", b"/home/someone/folder1"),
-                                         "names no folder or source file of the building machine"),
     "another version": (text(wide(VERSION), wide("9" + VERSION[1:])),
                         "tells the project's version to Windows"),
     "another byte": (text(b"This program cannot be run", b"This program CANNOT be run"), CHECKSUM),
+}
+# Of a DLL with code in it.
+OF_A_DLL = {
+    "another architecture": (header(("file", "Machine"), lambda machine: machine ^ 1),
+                             "is built for its architecture"),
+    "another export": (text(b"CardAcquireContext\0", b"CardAcquireContexT\0"),
+                       f"exports {check_dll.EXPORT} alone, undecorated"),
+    "another import": (text(b"SCardTransmit\0", b"SCardControlX\0"), "imports what is allowed and nothing else"),
+    "an import of another DLL": (text(b"WINHTTP.dll\0", b"WSOCK32.dll\0"),
+                                 "imports what is allowed and nothing else"),
+    "no check of the stack": (stack_checks, "is protected against overrun buffers on the stack"),
+    "code that can be written": (section(b".text", "Characteristics", check_dll.WRITE), WRITTEN),
+    "shared data": (section(b".data", "Characteristics", check_dll.SHARED), SHARES),
+    "a folder of the building machine": (text(b"Entering the function", b"/home/someone/folder1"), FOLDER),
+}
+# Of the one that stands for two on ARM64.
+OF_THE_FORWARDER = {
+    "another architecture": (header(("file", "Machine"), lambda machine: machine ^ 1),
+                             "is built for its architecture", "is of its machine for ARM64 processes"),
+    "another export": (text(b"CardAcquireContext\0", b"CardAcquireContexT\0"),
+                       FORWARDED.format("ARM64"), FORWARDED.format("x64")),
+    "another DLL for ARM64 processes": (text(b"minidriver-arm64.", b"minidriver-arm65."), FORWARDED.format("ARM64")),
+    "another DLL for x64 processes": (text(b"minidriver-x64.", b"minidriver-x65."), FORWARDED.format("x64")),
+    "code": (header(("optional", "SizeOfCode"), lambda _: 512), NO_CODE),
+    "an entry": (header(("optional", "AddressOfEntryPoint"), lambda _: 4096), NO_CODE),
+    "code that can be written": (section(b".rdata", "Characteristics", check_dll.WRITE | check_dll.EXECUTE), WRITTEN),
+    "shared data": (section(b".rdata", "Characteristics", check_dll.SHARED), SHARES),
+    "a folder of the building machine": (text(b"This program cannot be run", b"/home/someone/folder/of/on"),
+                                         FOLDER),
 }
 
 
 def main():
     architecture, path = sys.argv[1], pathlib.Path(sys.argv[2])
     original, failed = path.read_bytes(), False
+    faults = {**EVERYWHERE, **(OF_THE_FORWARDER if architecture == "forwarder" else OF_A_DLL)}
     with tempfile.TemporaryDirectory() as folder:
         changed = pathlib.Path(folder) / path.name
-        for name, (plant, *wanted) in FAULTS.items():
+        for name, (plant, *wanted) in faults.items():
             data = bytearray(original)
             plant(pefile.PE(data=original, fast_load=False), data)
             changed.write_bytes(data)
