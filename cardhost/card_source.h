@@ -16,6 +16,7 @@ namespace cardhost {
 
 struct CardChoice {
     int virtualType = 3;              // the generation of a virtual card
+    bool isChosen = false;            // the command line names one that is in no reader
     std::filesystem::path stateFile;  // where that card's tries are kept; empty for nowhere
     /// A reader's name instead, or "" for the first with such a card.
     std::optional<std::string> reader;

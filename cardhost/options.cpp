@@ -6,7 +6,9 @@
 #include <CLI/CLI.hpp>
 
 #include "card_types.h"
+#include "commands/commands.h"
 #include "doctor/printable.h"
+
 namespace cardhost {
 
 namespace {
@@ -125,6 +127,75 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
+Option& Option::required() {
+    option_->required();
+    return *this;
+}
+
+Option& Option::typeName(const char* name) {
+    option_->type_name(name);
+    return *this;
+}
+
+Option& Option::showDefault() {
+    option_->capture_default_str();
+    return *this;
+}
+
+Option& Option::between(int lowest, int highest) {
+    option_->check(CLI::Range(lowest, highest).description(""));
+    return *this;
+}
+
+Option& Option::oneOf(const std::vector<std::string>& values) {
+    option_->check(CLI::IsMember(values));
+    return *this;
+}
+
+Option& Option::repeatable() {
+    option_->allow_extra_args(false);
+    return *this;
+}
+
+Option& Option::once() {
+    option_->expected(1);
+    return *this;
+}
+
+Option& Option::excludes(const Option& other) {
+    option_->excludes(other.option_);
+    return *this;
+}
+
+Option Command::option(const char* names, std::string& value, const char* description) {
+    return Option(command_.add_option(names, value, description));
+}
+
+Option Command::option(const char* names, unsigned& value, const char* description) {
+    return Option(command_.add_option(names, value, description));
+}
+
+Option Command::option(const char* names, int& value, const char* description) {
+    return Option(command_.add_option(names, value, description));
+}
+
+Option Command::option(const char* names, std::vector<std::string>& values,
+                       const char* description) {
+    return Option(command_.add_option(names, values, description));
+}
+
+Option Command::flag(const char* names, bool& value, const char* description) {
+    return Option(command_.add_flag(names, value, description));
+}
+
+void Command::does(Action action) {
+    command_.callback([&chosen = chosen_, action = std::move(action)] { chosen = action; });
+}
+
+Command Commands::add(const char* name, const char* description) {
+    return {*program_.add_subcommand(name, description), chosen_};
+}
+
 CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     CommandLine line;
     CLI::App program(description, "cardhost");
@@ -132,17 +203,18 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     program.require_subcommand(1);
     program.fallthrough();
     addCommonOptions(program, line);
-    addInfo(program, line.action);
-    addLogon(program, line.action);
-    addVerify(program, line.action);
-    addSign(program, line.action);
-    addDecrypt(program, line.action);
-    addAgree(program, line.action);
-    addExport(program, line.action);
-    addRecord(program, line.action);
-    addReport(program, line.action);
-    addList(program, line.action);
-    addDoctor(program, line.action);
+    Commands commands(program, line.action);
+    addInfo(commands);
+    addLogon(commands);
+    addVerify(commands);
+    addSign(commands);
+    addDecrypt(commands);
+    addAgree(commands);
+    addExport(commands);
+    addRecord(commands);
+    addReport(commands);
+    addList(commands);
+    addDoctor(commands);
     std::reverse(arguments.begin(), arguments.end());
     try {
         program.parse(arguments);
@@ -158,6 +230,7 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     } catch (const CLI::ParseError& error) {
         throw Failure(ExitCode::usage, oneLine(error.what()) + seeHelp);
     }
+    line.common.card.isChosen = program.count("--virtual") + program.count("--replay") > 0;
     return line;
 }
 

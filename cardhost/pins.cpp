@@ -4,9 +4,9 @@
 
 #include <botan/mem_ops.h>
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "files.h"
+#include "options.h"
 
 namespace cardhost {
 
@@ -105,17 +105,17 @@ bool isExternal(Acquisition& acquisition, PIN_ID pin) {
 
 }  // namespace
 
-void addPinOptions(CLI::App& command, PinOptions& options) {
-    auto* pin =
+void addPinOptions(Command& command, PinOptions& options) {
+    const Option pin =
         command
-            .add_option("--pin", options.pins,
-                        "The PIN. Given more than once, the values are tried in turn. Other "
-                        "users may see it in the list of processes: prefer the prompt")
-            ->allow_extra_args(false)
-            ->type_name("PIN");
-    command.add_option("--pin-file", options.file, "A file with the PIN in its first line")
-        ->type_name("FILE")
-        ->excludes(pin);
+            .option("--pin", options.pins,
+                    "The PIN. Given more than once, the values are tried in turn. Other "
+                    "users may see it in the list of processes: prefer the prompt")
+            .repeatable()
+            .typeName("PIN");
+    command.option("--pin-file", options.file, "A file with the PIN in its first line")
+        .typeName("FILE")
+        .excludes(pin);
 }
 
 std::string pinText(PIN_ID pin) {

@@ -7,11 +7,9 @@
 
 #include "driver.h"
 
-namespace CLI {
-class App;
-}
-
 namespace cardhost {
+
+class Command;
 
 /// Where the PIN comes from. Without any of these the program asks for it, without echo.
 struct PinOptions {
@@ -20,7 +18,7 @@ struct PinOptions {
 };
 
 /// Adds --pin and --pin-file to a command.
-void addPinOptions(CLI::App& command, PinOptions& options);
+void addPinOptions(Command& command, PinOptions& options);
 
 /// "1 (authentication)" and so on.
 std::string pinText(PIN_ID pin);

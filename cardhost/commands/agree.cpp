@@ -3,12 +3,12 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "commands/key_command.h"
 #include "files.h"
 #include "key_operations.h"
+#include "options.h"
 
 namespace cardhost {
 
@@ -67,27 +67,24 @@ void agreeOnKey(const AgreeOptions& options, const CommonOptions& common, std::F
 
 }  // namespace
 
-void addAgree(CLI::App& program, Action& action) {
+void addAgree(Commands& commands) {
     auto options = std::make_shared<AgreeOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "agree",
         "Agree on a secret with another party's EC key (ECDH, the key of container 0) and "
         "derive hash(prepend, secret, append) from it");
-    addKeyOptions(*command, options->key,
+    addKeyOptions(command, options->key,
                   {nullptr, "--peer", "The other party's public key, PEM or DER",
                    "Where the derived key goes"});
     command
-        ->add_option("--hash", options->hash,
-                     "The hash of the derivation; the driver's own default if not given")
-        ->check(CLI::IsMember({"sha1", "sha256", "sha384", "sha512"}))
-        ->type_name("NAME");
-    command->add_option("--prepend", options->prepend, "Bytes ahead of the secret")
-        ->type_name("HEX");
-    command->add_option("--append", options->append, "Bytes behind the secret")->type_name("HEX");
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            agreeOnKey(*options, common, stream);
-        };
+        .option("--hash", options->hash,
+                "The hash of the derivation; the driver's own default if not given")
+        .oneOf({"sha1", "sha256", "sha384", "sha512"})
+        .typeName("NAME");
+    command.option("--prepend", options->prepend, "Bytes ahead of the secret").typeName("HEX");
+    command.option("--append", options->append, "Bytes behind the secret").typeName("HEX");
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        agreeOnKey(*options, common, stream);
     });
 }
 

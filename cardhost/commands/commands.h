@@ -1,30 +1,21 @@
-// The commands: each adds its own subcommand and options to the program and, if the command line
-// names it, sets what is to be done.
+// The commands: each adds its own name and options to the command line and says what is to be done
+// if they are given.
 #pragma once
-
-#include <cstdio>
-#include <functional>
-
-namespace CLI {
-class App;
-}
 
 namespace cardhost {
 
-struct CommonOptions;
+class Commands;
 
-using Action = std::function<void(const CommonOptions& options, std::FILE* report)>;
-
-void addInfo(CLI::App& program, Action& action);
-void addExport(CLI::App& program, Action& action);
-void addVerify(CLI::App& program, Action& action);
-void addSign(CLI::App& program, Action& action);
-void addDecrypt(CLI::App& program, Action& action);
-void addAgree(CLI::App& program, Action& action);
-void addLogon(CLI::App& program, Action& action);
-void addRecord(CLI::App& program, Action& action);
-void addReport(CLI::App& program, Action& action);
-void addList(CLI::App& program, Action& action);
-void addDoctor(CLI::App& program, Action& action);
+void addInfo(Commands& commands);
+void addExport(Commands& commands);
+void addVerify(Commands& commands);
+void addSign(Commands& commands);
+void addDecrypt(Commands& commands);
+void addAgree(Commands& commands);
+void addLogon(Commands& commands);
+void addRecord(Commands& commands);
+void addReport(Commands& commands);
+void addList(Commands& commands);
+void addDoctor(Commands& commands);
 
 }  // namespace cardhost

@@ -2,12 +2,12 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "commands/key_command.h"
 #include "files.h"
 #include "key_operations.h"
+#include "options.h"
 
 namespace cardhost {
 
@@ -47,18 +47,16 @@ void decrypt(const KeyOptions& options, const CommonOptions& common, std::FILE* 
 
 }  // namespace
 
-void addDecrypt(CLI::App& program, Action& action) {
+void addDecrypt(Commands& commands) {
     auto options = std::make_shared<KeyOptions>();
-    auto* command = program.add_subcommand(
-        "decrypt",
-        "Have the card decrypt an RSA block with PKCS#1 v1.5 padding, such as\n"
-        "openssl pkeyutl -encrypt -certin -inkey CERTIFICATE.pem makes");
-    addKeyOptions(*command, *options,
+    Command command =
+        commands.add("decrypt",
+                     "Have the card decrypt an RSA block with PKCS#1 v1.5 padding, such as\n"
+                     "openssl pkeyutl -encrypt -certin -inkey CERTIFICATE.pem makes");
+    addKeyOptions(command, *options,
                   {"Whose key decrypts", "--in", "The encrypted block", "Where the message goes"});
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            decrypt(*options, common, stream);
-        };
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        decrypt(*options, common, stream);
     });
 }
 

@@ -2,7 +2,6 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "doctor/checks.h"
@@ -10,6 +9,7 @@
 #include "doctor/printing.h"
 #include "doctor/real_machine.h"
 #include "exit_codes.h"
+#include "options.h"
 
 namespace cardhost {
 
@@ -22,21 +22,19 @@ struct DoctorOptions {
 };
 
 doctor::Findings examineMachine(const DoctorOptions& options, const CommonOptions& common,
-                                bool hasChosenCard, doctor::Printer* printer) {
-    const auto machine = doctor::realMachine(common, hasChosenCard);
+                                doctor::Printer* printer) {
+    const auto machine = doctor::realMachine(common);
     doctor::Examination examination(*machine, options.usesNetwork);
     if (printer != nullptr) examination.show = [&] { printer->print(examination.findings); };
     doctor::examine(examination);
     return std::move(examination.findings);
 }
 
-void runDoctor(const DoctorOptions& options, const CommonOptions& common, bool hasChosenCard,
-               std::FILE* stream) {
+void runDoctor(const DoctorOptions& options, const CommonOptions& common, std::FILE* stream) {
     doctor::Printer printer(stream);
     doctor::Findings findings;
     if (options.log.empty()) {
-        findings =
-            examineMachine(options, common, hasChosenCard, options.asJson ? nullptr : &printer);
+        findings = examineMachine(options, common, options.asJson ? nullptr : &printer);
     } else {
         doctor::explainLogFile(os::pathOf(options.log), findings);
     }
@@ -52,26 +50,23 @@ void runDoctor(const DoctorOptions& options, const CommonOptions& common, bool h
 
 }  // namespace
 
-void addDoctor(CLI::App& program, Action& action) {
+void addDoctor(Commands& commands) {
     auto options = std::make_shared<DoctorOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "doctor", "Why a card does not work on this machine, or what the driver's log says of it");
-    command->add_flag("--json", options->asJson, "The findings as JSON");
-    auto* network = command->add_flag(
-        "--network", options->usesNetwork,
-        "Also ask each directory service for an answer; nothing of a card is sent");
+    command.flag("--json", options->asJson, "The findings as JSON");
+    const Option network =
+        command.flag("--network", options->usesNetwork,
+                     "Also ask each directory service for an answer; nothing of a card is sent");
     command
-        ->add_option("--log", options->log,
-                     "Explain this log of the driver's instead, also one from another machine")
-        ->type_name("FILE")
-        ->excludes(network);
-    command->callback([options, &program, &action] {
-        const bool hasChosenCard = program.count("--virtual") + program.count("--replay") > 0;
-        action = [options, hasChosenCard](const CommonOptions& common, std::FILE* stream) {
-            CommonOptions chosen = common;
-            if (!hasChosenCard && !chosen.card.reader) chosen.card.reader = "";
-            runDoctor(*options, chosen, hasChosenCard, stream);
-        };
+        .option("--log", options->log,
+                "Explain this log of the driver's instead, also one from another machine")
+        .typeName("FILE")
+        .excludes(network);
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        CommonOptions chosen = common;
+        if (!chosen.card.isChosen && !chosen.card.reader) chosen.card.reader = "";
+        runDoctor(*options, chosen, stream);
     });
 }
 

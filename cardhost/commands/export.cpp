@@ -2,11 +2,11 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "containers.h"
 #include "files.h"
+#include "options.h"
 #include "session.h"
 
 namespace cardhost {
@@ -50,23 +50,21 @@ void exportCertificates(const ExportOptions& options, const CommonOptions& commo
 
 }  // namespace
 
-void addExport(CLI::App& program, Action& action) {
+void addExport(Commands& commands) {
     auto options = std::make_shared<ExportOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "export", "Write the card's certificates: all of them into a folder, or one into a file");
     command
-        ->add_option("-o,--out", options->out,
-                     "The folder for all certificates, or with --container the file for one")
-        ->required()
-        ->type_name("PATH");
-    command->add_option("--container", options->container, "Only the certificate of this container")
-        ->check(CLI::Range(0, 255).description(""))
-        ->type_name("N");
-    command->add_flag("--der", options->isDer, "DER instead of PEM");
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            exportCertificates(*options, common, stream);
-        };
+        .option("-o,--out", options->out,
+                "The folder for all certificates, or with --container the file for one")
+        .required()
+        .typeName("PATH");
+    command.option("--container", options->container, "Only the certificate of this container")
+        .between(0, 255)
+        .typeName("N");
+    command.flag("--der", options->isDer, "DER instead of PEM");
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        exportCertificates(*options, common, stream);
     });
 }
 

@@ -2,7 +2,6 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "card_types.h"
@@ -10,6 +9,7 @@
 #include "containers.h"
 #include "entry_point_table.h"
 #include "files.h"
+#include "options.h"
 #include "pins.h"
 #include "session.h"
 
@@ -319,18 +319,16 @@ void info(const InfoOptions& options, const CommonOptions& common, std::FILE* st
 
 }  // namespace
 
-void addInfo(CLI::App& program, Action& action) {
+void addInfo(Commands& commands) {
     auto options = std::make_shared<InfoOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "info", "What the platform can learn of the card: files, keys, certificates, PINs");
-    command->add_flag("--json", options->isJson, "For programs: the same as JSON");
-    command->add_flag("-v,--verbose", options->isVerbose,
-                      "Also every entry point, what the driver says of each file, and the "
-                      "properties of the card");
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            info(*options, common, stream);
-        };
+    command.flag("--json", options->isJson, "For programs: the same as JSON");
+    command.flag("-v,--verbose", options->isVerbose,
+                 "Also every entry point, what the driver says of each file, and the "
+                 "properties of the card");
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        info(*options, common, stream);
     });
 }
 

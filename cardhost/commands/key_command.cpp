@@ -1,22 +1,21 @@
 #include "commands/key_command.h"
 
-#include <CLI/CLI.hpp>
-
 #include "files.h"
+#include "options.h"
 
 namespace cardhost {
 
-void addKeyOptions(CLI::App& command, KeyOptions& options, const KeyOptionTexts& texts) {
+void addKeyOptions(Command& command, KeyOptions& options, const KeyOptionTexts& texts) {
     if (texts.container != nullptr) {
-        command.add_option("--container", options.container, texts.container)
-            ->check(CLI::Range(0, 255).description(""))
-            ->capture_default_str()
-            ->type_name("N");
+        command.option("--container", options.container, texts.container)
+            .between(0, 255)
+            .showDefault()
+            .typeName("N");
     }
-    command.add_option(texts.inName, options.in, texts.in)->required()->type_name("FILE");
-    command.add_option("--out", options.out, texts.out)->required()->type_name("FILE");
-    command.add_flag("--no-pin", options.withoutPin,
-                     "Do not verify the PIN first, to see what the card says to that");
+    command.option(texts.inName, options.in, texts.in).required().typeName("FILE");
+    command.option("--out", options.out, texts.out).required().typeName("FILE");
+    command.flag("--no-pin", options.withoutPin,
+                 "Do not verify the PIN first, to see what the card says to that");
     addPinOptions(command, options.pin);
 }
 

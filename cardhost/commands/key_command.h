@@ -9,10 +9,6 @@
 #include "pins.h"
 #include "session.h"
 
-namespace CLI {
-class App;
-}
-
 namespace cardhost {
 
 struct KeyOptions {
@@ -31,7 +27,7 @@ struct KeyOptionTexts {
     const char* out;
 };
 
-void addKeyOptions(CLI::App& command, KeyOptions& options, const KeyOptionTexts& texts);
+void addKeyOptions(Command& command, KeyOptions& options, const KeyOptionTexts& texts);
 
 /// One use of a key, in the order in which it goes.
 struct KeyUse {

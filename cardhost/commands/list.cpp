@@ -1,12 +1,12 @@
 // cardhost list: the readers and the cards in them.
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "card_types.h"
 
 #include "commands/commands.h"
+#include "options.h"
 #include "session.h"
 
 namespace cardhost {
@@ -40,15 +40,12 @@ void list(bool isJson, const CommonOptions& options, std::FILE* stream) {
 
 }  // namespace
 
-void addList(CLI::App& program, Action& action) {
+void addList(Commands& commands) {
     auto isJson = std::make_shared<bool>(false);
-    auto* command =
-        program.add_subcommand("list", "The readers of this machine, and the cards in them");
-    command->add_flag("--json", *isJson, "For programs: the same as JSON");
-    command->callback([isJson, &action] {
-        action = [isJson](const CommonOptions& common, std::FILE* stream) {
-            list(*isJson, common, stream);
-        };
+    Command command = commands.add("list", "The readers of this machine, and the cards in them");
+    command.flag("--json", *isJson, "For programs: the same as JSON");
+    command.does([isJson](const CommonOptions& common, std::FILE* stream) {
+        list(*isJson, common, stream);
     });
 }
 

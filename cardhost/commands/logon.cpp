@@ -3,13 +3,13 @@
 
 #include <botan/system_rng.h>
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "card_types.h"
 #include "commands/commands.h"
 #include "files.h"
 #include "key_operations.h"
 #include "openssl_hints.h"
+#include "options.h"
 #include "pins.h"
 #include "session.h"
 
@@ -125,24 +125,22 @@ void logon(const LogonOptions& options, const CommonOptions& common, std::FILE* 
 
 }  // namespace
 
-void addLogon(CLI::App& program, Action& action) {
+void addLogon(Commands& commands) {
     auto options = std::make_shared<LogonOptions>();
-    auto* command = program.add_subcommand(
-        "logon",
-        "Walk through one logon with a signature and tell each step; leaves the "
-        "certificate, the challenge and the signature for openssl");
-    command->add_option("-o,--out", options->out, "The folder for what is left")
-        ->capture_default_str()
-        ->type_name("FOLDER");
-    command->add_option("--hash", options->hash, "The hash function")
-        ->check(CLI::IsMember({"sha1", "sha256", "sha384", "sha512"}))
-        ->capture_default_str()
-        ->type_name("NAME");
-    addPinOptions(*command, options->pin);
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            logon(*options, common, stream);
-        };
+    Command command =
+        commands.add("logon",
+                     "Walk through one logon with a signature and tell each step; leaves the "
+                     "certificate, the challenge and the signature for openssl");
+    command.option("-o,--out", options->out, "The folder for what is left")
+        .showDefault()
+        .typeName("FOLDER");
+    command.option("--hash", options->hash, "The hash function")
+        .oneOf({"sha1", "sha256", "sha384", "sha512"})
+        .showDefault()
+        .typeName("NAME");
+    addPinOptions(command, options->pin);
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        logon(*options, common, stream);
     });
 }
 

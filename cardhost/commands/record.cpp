@@ -3,7 +3,6 @@
 
 #include <botan/hash.h>
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "anonymous.h"
 #include "card_types.h"
@@ -12,6 +11,7 @@
 #include "files.h"
 #include "key_operations.h"
 #include "known_inputs.h"
+#include "options.h"
 #include "pin_query.h"
 #include "pins.h"
 #include "recording/writer.h"
@@ -143,28 +143,26 @@ void record(const RecordOptions& options, CommonOptions common, std::FILE* strea
 
 }  // namespace
 
-void addRecord(CLI::App& program, Action& action) {
+void addRecord(Commands& commands) {
     auto options = std::make_shared<RecordOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "record",
         "Write what the card says on the usual journeys into a text that --replay takes: "
         "acquisition, files, PIN tries; with PINs also verification, signatures, decryption "
         "and key agreement");
-    command->add_option("-o,--out", options->out, "Where the recording goes")
-        ->required()
-        ->type_name("FILE");
-    command->add_flag("--anonymous", options->isAnonymous,
-                      "Blank what tells the card and its holder from others, at equal length");
-    addPinOptions(*command, options->pin);
+    command.option("-o,--out", options->out, "Where the recording goes")
+        .required()
+        .typeName("FILE");
+    command.flag("--anonymous", options->isAnonymous,
+                 "Blank what tells the card and its holder from others, at equal length");
+    addPinOptions(command, options->pin);
     command
-        ->add_option("--signature-pin", options->signaturePins,
-                     "The PIN of the signature keys; without it these are not used")
-        ->expected(1)
-        ->type_name("PIN");
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            record(*options, common, stream);
-        };
+        .option("--signature-pin", options->signaturePins,
+                "The PIN of the signature keys; without it these are not used")
+        .once()
+        .typeName("PIN");
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        record(*options, common, stream);
     });
 }
 

@@ -3,7 +3,6 @@
 
 #include <botan/hash.h>
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "card_types.h"
 #include "commands/commands.h"
@@ -11,6 +10,7 @@
 #include "files.h"
 #include "key_operations.h"
 #include "known_inputs.h"
+#include "options.h"
 #include "pin_query.h"
 #include "pins.h"
 #include "report_page.h"
@@ -148,25 +148,21 @@ void report(const ReportOptions& options, const CommonOptions& common, std::FILE
 
 }  // namespace
 
-void addReport(CLI::App& program, Action& action) {
+void addReport(Commands& commands) {
     auto options = std::make_shared<ReportOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "report",
         "Walk through one logon, and write it as a page to look at: every call and command, "
         "what they mean, and where the time went");
-    command->add_option("-o,--out", options->out, "Where the page goes")
-        ->required()
-        ->type_name("FILE");
+    command.option("-o,--out", options->out, "Where the page goes").required().typeName("FILE");
     command
-        ->add_option("--log", options->log,
-                     "Show the last logon that the driver's log tells of instead; no card is "
-                     "asked")
-        ->type_name("FILE");
-    addPinOptions(*command, options->pin);
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            report(*options, common, stream);
-        };
+        .option("--log", options->log,
+                "Show the last logon that the driver's log tells of instead; no card is "
+                "asked")
+        .typeName("FILE");
+    addPinOptions(command, options->pin);
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        report(*options, common, stream);
     });
 }
 

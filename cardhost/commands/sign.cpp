@@ -3,13 +3,13 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "commands/key_command.h"
 #include "files.h"
 #include "key_operations.h"
 #include "openssl_hints.h"
+#include "options.h"
 
 namespace cardhost {
 
@@ -75,35 +75,32 @@ void sign(const SignOptions& options, const CommonOptions& common, std::FILE* st
 
 }  // namespace
 
-void addSign(CLI::App& program, Action& action) {
+void addSign(Commands& commands) {
     auto options = std::make_shared<SignOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "sign",
         "Hash a file and have the card sign the hash; the signature is one that openssl "
         "verifies");
-    command->add_option("--hash", options->hash, "The hash function; sha224 for EC keys only")
-        ->check(CLI::IsMember(hashNames()))
-        ->capture_default_str()
-        ->type_name("NAME");
+    command.option("--hash", options->hash, "The hash function; sha224 for EC keys only")
+        .oneOf(hashNames())
+        .showDefault()
+        .typeName("NAME");
     command
-        ->add_option(
-            "--scheme", options->scheme,
-            "pkcs1 or pss for an RSA key, ecdsa for an EC key; pkcs1 or ecdsa if not given")
-        ->check(CLI::IsMember({"pkcs1", "pss", "ecdsa"}))
-        ->type_name("NAME");
+        .option("--scheme", options->scheme,
+                "pkcs1 or pss for an RSA key, ecdsa for an EC key; pkcs1 or ecdsa if not given")
+        .oneOf({"pkcs1", "pss", "ecdsa"})
+        .typeName("NAME");
     command
-        ->add_option("--provider", options->provider,
-                     "Which of the platform's providers to act as: ksp names the hash in padding "
-                     "information, csp by an ALG_ID (pkcs1 only)")
-        ->check(CLI::IsMember({"ksp", "csp"}))
-        ->capture_default_str()
-        ->type_name("NAME");
-    addKeyOptions(*command, options->key,
+        .option("--provider", options->provider,
+                "Which of the platform's providers to act as: ksp names the hash in padding "
+                "information, csp by an ALG_ID (pkcs1 only)")
+        .oneOf({"ksp", "csp"})
+        .showDefault()
+        .typeName("NAME");
+    addKeyOptions(command, options->key,
                   {"Whose key signs", "--in", "The file to sign", "Where the signature goes"});
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            sign(*options, common, stream);
-        };
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        sign(*options, common, stream);
     });
 }
 

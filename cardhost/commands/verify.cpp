@@ -2,9 +2,9 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
+#include "options.h"
 #include "pins.h"
 #include "session.h"
 
@@ -25,21 +25,19 @@ void verify(const VerifyOptions& options, const CommonOptions& common, std::FILE
 
 }  // namespace
 
-void addVerify(CLI::App& program, Action& action) {
+void addVerify(Commands& commands) {
     auto options = std::make_shared<VerifyOptions>();
-    auto* command = program.add_subcommand(
+    Command command = commands.add(
         "verify", "Present a PIN to the card and tell the result and the attempts that remain");
     command
-        ->add_option("--pin-id", options->pinId,
-                     "Which PIN: 1 authentication, 2 administrator, 3 unblock, 4 signature")
-        ->check(CLI::Range(1, 4).description(""))
-        ->capture_default_str()
-        ->type_name("N");
-    addPinOptions(*command, options->pin);
-    command->callback([options, &action] {
-        action = [options](const CommonOptions& common, std::FILE* stream) {
-            verify(*options, common, stream);
-        };
+        .option("--pin-id", options->pinId,
+                "Which PIN: 1 authentication, 2 administrator, 3 unblock, 4 signature")
+        .between(1, 4)
+        .showDefault()
+        .typeName("N");
+    addPinOptions(command, options->pin);
+    command.does([options](const CommonOptions& common, std::FILE* stream) {
+        verify(*options, common, stream);
     });
 }
 

@@ -64,8 +64,8 @@ public:
 
 }  // namespace
 
-std::unique_ptr<Machine> realMachine(const CommonOptions& options, bool hasChosenCard) {
-    return std::make_unique<PosixMachine>(options, hasChosenCard);
+std::unique_ptr<Machine> realMachine(const CommonOptions& options) {
+    return std::make_unique<PosixMachine>(options);
 }
 
 }  // namespace cardhost::doctor

@@ -427,8 +427,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<Machine> realMachine(const CommonOptions& options, bool hasChosenCard) {
-    return std::make_unique<WindowsMachine>(options, hasChosenCard);
+std::unique_ptr<Machine> realMachine(const CommonOptions& options) {
+    return std::make_unique<WindowsMachine>(options);
 }
 
 }  // namespace cardhost::doctor

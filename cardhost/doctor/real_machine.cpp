@@ -15,10 +15,10 @@ std::string RealMachine::driverFile() const {
 
 Readers RealMachine::readers() {
     Readers readers;
-    readers.areReal = !hasChosenCard_;
+    readers.areReal = !options_.card.isChosen;
     const std::filesystem::path folder = Session::driverFile(options_).parent_path();
     try {
-        if (hasChosenCard_) {
+        if (options_.card.isChosen) {
             const Trace trace(false);
             const ConnectedCard card(options_.card, folder, trace);
             readers.list.push_back({card.reader(), SCARD_S_SUCCESS, card.atr()});
@@ -40,7 +40,7 @@ Readers RealMachine::readers() {
 
 CardFacts RealMachine::card(const std::string& reader) {
     CommonOptions options = options_;
-    if (!hasChosenCard_) options.card.reader = reader;
+    if (!options_.card.isChosen) options.card.reader = reader;
     return lookAtCard(options);
 }
 

@@ -12,9 +12,7 @@ namespace cardhost::doctor {
 /// The readers and the card as the options choose them, the same on each system.
 class RealMachine : public Machine {
 public:
-    /// @param hasChosenCard whether the options name a card that is in no reader of this machine
-    RealMachine(CommonOptions options, bool hasChosenCard)
-        : options_(std::move(options)), hasChosenCard_(hasChosenCard) {}
+    explicit RealMachine(CommonOptions options) : options_(std::move(options)) {}
 
     std::string driverFile() const override;
     Readers readers() override;
@@ -25,9 +23,8 @@ public:
 
 private:
     CommonOptions options_;
-    bool hasChosenCard_;
 };
 
-std::unique_ptr<Machine> realMachine(const CommonOptions& options, bool hasChosenCard);
+std::unique_ptr<Machine> realMachine(const CommonOptions& options);
 
 }  // namespace cardhost::doctor
