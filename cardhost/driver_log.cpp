@@ -1,6 +1,5 @@
 #include "driver_log.h"
 
-#include <charconv>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -14,19 +13,23 @@ namespace cardhost {
 namespace {
 
 constexpr std::size_t readAtMost = 4 * 1024 * 1024;
-constexpr std::string_view entering = "Entering the function";
-constexpr std::string_view exiting = "Exiting the function, with status code: '0x";
+constexpr std::size_t mostLines = 3000;
 
-/// A line as the log has it.
-std::string textOf(const doctor::LogLine& line) {
-    return fmt::format("[{}] [{}] {}", line.time, line.scope, line.message);
+ByteView bytesOf(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-template <typename Use>
-void forEachLine(std::string_view text, const Use& use) {
-    doctor::LogLines lines(use);
-    lines.add(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-    lines.finish();
+/// A log that has been added to its end.
+LoggedLogon lastLogonOf(doctor::LogReader& log) {
+    log.finish();
+    LoggedLogon logon{{}, log.droppedCalls(), log.last()};
+    auto& entries = logon.conversation.entries;
+    for (const doctor::LoggedCall& call : log.calls()) {
+        if (!call.scope.empty()) entries.push_back(recording::Call{call.scope});
+        for (const std::string& line : call.lines) entries.push_back(recording::LogLine{line});
+        if (call.status) entries.push_back(recording::Result{*call.status, {}});
+    }
+    return logon;
 }
 
 }  // namespace
@@ -48,47 +51,30 @@ std::vector<std::string> LogFollower::newLines() {
     stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(stream.gcount()));
     seen_ += text.size();
-    forEachLine(text, [&](const doctor::LogLine& line) { lines.push_back(textOf(line)); });
+    doctor::LogLines parts(
+        [&](const doctor::LogLine& line) { lines.push_back(doctor::textOf(line)); });
+    parts.add(bytesOf(text));
+    parts.finish();
     return lines;
 }
 
-recording::Conversation lastLogonIn(std::string_view text) {
-    recording::Conversation conversation;
-    std::string open;
-    forEachLine(text, [&](const doctor::LogLine& line) {
-        if (line.message == entering) {
-            if (line.scope == "CardAcquireContext") conversation.entries.clear();
-            open = line.scope;
-            conversation.entries.push_back(recording::Call{open});
-            return;
-        }
-        if (line.scope == open && !open.empty() && line.message.starts_with(exiting)) {
-            recording::Result result;
-            const std::string_view number = line.message.substr(exiting.size());
-            std::from_chars(number.data(), number.data() + number.size(), result.status, 16);
-            conversation.entries.push_back(result);
-            open.clear();
-            return;
-        }
-        if (!conversation.entries.empty()) {
-            conversation.entries.push_back(recording::LogLine{textOf(line)});
-        }
-    });
-    return conversation;
+LoggedLogon lastLogonIn(std::string_view text) {
+    doctor::LogReader log(mostLines);
+    log.add(bytesOf(text));
+    return lastLogonOf(log);
 }
 
-recording::Conversation lastLogonInLog(const std::filesystem::path& file) {
-    std::string text;
-    forEachPiece(file, [&](ByteView piece) {
-        text.append(piece.begin(), piece.end());
-        if (text.size() > 2 * readAtMost) text.erase(0, text.size() - readAtMost);
-    });
-    auto conversation = lastLogonIn(text);
-    if (conversation.entries.empty()) {
+LoggedLogon lastLogonInLog(const std::filesystem::path& file) {
+    doctor::LogReader log(mostLines);
+    forEachPiece(file, [&](ByteView piece) { log.add(piece); });
+    auto logon = lastLogonOf(log);
+    if (logon.conversation.entries.empty()) {
         throw Failure(ExitCode::file,
-                      fmt::format("{} tells of no call of the driver", shown(file)));
+                      log.lines() == 0
+                          ? fmt::format("{} is empty", shown(file))
+                          : fmt::format("{} tells of no call of the driver", shown(file)));
     }
-    return conversation;
+    return logon;
 }
 
 }  // namespace cardhost

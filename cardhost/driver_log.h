@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "doctor/log_reader.h"
 #include "recording/conversation.h"
 
 namespace cardhost {
@@ -22,12 +23,18 @@ private:
     std::uintmax_t seen_ = 0;
 };
 
-/// The last acquisition in a log and all calls after it, as far as a log tells them: no commands
-/// and no times. Only the last few megabytes are read. Throws a Failure (file) if the file cannot
-/// be read, or tells of no call.
-recording::Conversation lastLogonInLog(const std::filesystem::path& file);
+struct LoggedLogon {
+    recording::Conversation conversation;  // without commands and times
+    std::uint64_t droppedCalls = 0;        // earlier ones, which are left out
+    doctor::LogAcquisition acquisition;    // what went wrong in it
+};
+
+/// The last acquisition in a log and all calls after it, as far as a log tells them; of very many
+/// the last ones. Each line stands with the call of its scope. Throws a Failure (file) if the file
+/// cannot be read, or tells of no call.
+LoggedLogon lastLogonInLog(const std::filesystem::path& file);
 
 /// The same of a log's text.
-recording::Conversation lastLogonIn(std::string_view text);
+LoggedLogon lastLogonIn(std::string_view text);
 
 }  // namespace cardhost

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "doctor/log_reader.h"
 #include "doctor/printable.h"
 #include "recording/meanings.h"
 #include "report_style.h"
@@ -118,6 +119,12 @@ std::string replyWords(const Exchange& exchange) {
     return meaning.empty() ? fmt::format("status word {:04X}", statusWordOf(exchange)) : meaning;
 }
 
+const char* classOf(ReportPage::Mark mark) {
+    return mark == ReportPage::Mark::good      ? "good"
+           : mark == ReportPage::Mark::unclear ? "unclear"
+                                               : "bad";
+}
+
 class Page {
 public:
     std::string of(const ReportPage& page) {
@@ -125,7 +132,7 @@ public:
         begin(page);
         found(page);
         times(steps);
-        diagram(steps);
+        diagram(page, steps);
         add("</main></body></html>\n");
         return std::move(html_);
     }
@@ -146,12 +153,12 @@ private:
         format("<title>{}</title><style>{}</style></head><body><main>\n", escaped(page.title),
                reportStyle);
         format("<h1>{}</h1>\n<p class=\"outcome {}\">{}</p>\n", escaped(page.title),
-               page.isGood ? "good" : "bad", escaped(page.outcome));
+               classOf(page.mark), escaped(page.outcome));
     }
 
     void found(const ReportPage& page) {
         if (page.found.empty()) return;
-        add("<h2>What was found on the card</h2>\n<div class=\"found\">\n");
+        format("<h2>{}</h2>\n<div class=\"found\">\n", escaped(page.foundHeading));
         for (const auto& group : page.found) {
             format("<section><h3>{}</h3><dl>", escaped(group.heading));
             for (const auto& [label, value] : group.rows) {
@@ -200,11 +207,13 @@ private:
         add("</ul>\n");
     }
 
-    void diagram(const std::vector<CallStep>& steps) {
+    void diagram(const ReportPage& page, const std::vector<CallStep>& steps) {
+        isOfLog_ = page.isOfLog;
         add("<h2>What happened</h2>\n<p class=\"dim\">Each line opens: by a click, or by Tab and "
             "Enter. Blue goes towards the card, green comes back, red is a refusal or a failure."
             "</p>\n<div class=\"heads\" aria-hidden=\"true\"><div><span>Platform</span>"
             "<span>Driver</span><span>Card</span></div></div>\n");
+        if (!page.leftOut.empty()) format("<p class=\"dim\">{}</p>\n", escaped(page.leftOut));
         for (const CallStep& step : steps) call(step);
     }
 
@@ -241,7 +250,14 @@ private:
         add("</details>\n");
     }
 
-    static std::string statusLine(const CallStep& step) {
+    std::string statusLine(const CallStep& step) const {
+        if (step.result == nullptr && isOfLog_) {
+            if (step.text.empty()) return {};
+            return doctor::hasExitLine(step.text)
+                       ? "<br><span class=\"uncleartext\">not complete: its end is not in the "
+                         "log</span>"
+                       : "<br><span class=\"dim\">the log does not tell how it ended</span>";
+        }
         if (step.result == nullptr) return "<br><span class=\"dim\">has not come back</span>";
         if (!step.isBad()) return {};
         return "<br><span class=\"badtext\">" + escaped(statusText(step.result->status)) +
@@ -320,6 +336,7 @@ private:
     }
 
     std::string html_;
+    bool isOfLog_ = false;
 };
 
 }  // namespace

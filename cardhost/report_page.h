@@ -13,7 +13,11 @@ namespace cardhost {
 struct ReportPage {
     std::string title;
     std::string outcome;  // one line: what became of it
-    bool isGood = true;
+    enum class Mark { good, unclear, bad };
+    Mark mark = Mark::good;
+    bool isOfLog = false;  // which does not tell of every call how it ended
+    std::string leftOut;   // what of the conversation is not on it
+    std::string foundHeading = "What was found on the card";
     /// What was found, group by group.
     struct Group {
         std::string heading;

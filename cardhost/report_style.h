@@ -6,9 +6,11 @@ namespace cardhost {
 
 inline constexpr const char* reportStyle = R"css(
 :root{color-scheme:light dark;--back:#fff;--card:#f5f6f8;--text:#1b1f24;--dim:#5a6572;--line:#c9d0d9;
---out:#0b62c4;--in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4;--lanes:12rem}
+--out:#0b62c4;--in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4;
+--unclear:#7a5200;--unclearback:#fdf3d8;--lanes:12rem}
 @media(prefers-color-scheme:dark){:root{--back:#14171b;--card:#1d2127;--text:#e8ebef;--dim:#9aa6b3;
---line:#3a424d;--out:#79b4ff;--in:#8fd07a;--bad:#ff8a80;--badback:#3a1d1b;--good:#9bd989;--goodback:#1d2f18}}
+--line:#3a424d;--out:#79b4ff;--in:#8fd07a;--bad:#ff8a80;--badback:#3a1d1b;--good:#9bd989;--goodback:#1d2f18;
+--unclear:#f0c469;--unclearback:#332a14}}
 *{box-sizing:border-box}
 body{margin:0 auto;max-width:62rem;padding:1.5rem 1rem 4rem;background:var(--back);color:var(--text);
 font:15px/1.45 system-ui,"Segoe UI","DejaVu Sans",sans-serif}
@@ -19,6 +21,7 @@ code,.hex{font:12.5px/1.5 ui-monospace,"Cascadia Mono","DejaVu Sans Mono",monosp
 .outcome{display:inline-block;padding:.35rem .8rem;border-radius:.4rem;font-weight:600}
 .outcome.good{background:var(--goodback);color:var(--good)}
 .outcome.bad{background:var(--badback);color:var(--bad)}
+.outcome.unclear{background:var(--unclearback);color:var(--unclear)}
 .dim{color:var(--dim)}
 .found{display:grid;grid-template-columns:repeat(auto-fit,minmax(min(20rem,100%),1fr));gap:.8rem}
 .found section{background:var(--card);border-radius:.5rem;padding:.7rem .9rem;min-width:0}
@@ -63,6 +66,7 @@ linear-gradient(var(--line),var(--line)) 83.34% 0/1px 100% no-repeat}
 .command .what{font-weight:500}
 .command .text,.command .side{font-size:.9rem}
 .badtext{color:var(--bad)}
+.uncleartext{color:var(--unclear)}
 .goodtext{color:var(--good)}
 .inside{margin:0 0 .6rem var(--lanes);padding:.4rem .7rem;border-left:3px solid var(--line);font-size:.9rem;min-width:0}
 .inside p{margin:.15rem 0}
@@ -76,7 +80,8 @@ td{padding:0 .8rem 0 0;vertical-align:top}
 .side{grid-column:2;text-align:left;padding:0 .2rem .3rem .7rem;white-space:normal}
 .inside,.log{margin-left:1rem}}
 @media print{:root{color-scheme:light;--back:#fff;--card:#f5f6f8;--text:#000;--dim:#444;--line:#aaa;--out:#0b62c4;
---in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4}
+--in:#3d7a2a;--bad:#b3261e;--badback:#fdeceb;--good:#2e6b1f;--goodback:#e9f5e4;
+--unclear:#7a5200;--unclearback:#fdf3d8}
 body{max-width:none;padding:0;font-size:10pt}.heads{position:static}.row,.strip,.found section{break-inside:avoid}
 details::details-content{content-visibility:visible;block-size:auto}
 *{-webkit-print-color-adjust:exact;print-color-adjust:exact}}

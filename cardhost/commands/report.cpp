@@ -6,6 +6,7 @@
 
 #include "card_types.h"
 #include "commands/commands.h"
+#include "doctor/log_explanation.h"
 #include "driver_log.h"
 #include "files.h"
 #include "key_operations.h"
@@ -105,23 +106,33 @@ void makeFromCard(const ReportOptions& options, CommonOptions common, ReportPage
         page.outcome = walk(session, options, page);
     } catch (const Failure& failure) {
         page.outcome = failure.what();
-        page.isGood = false;
+        page.mark = ReportPage::Mark::bad;
         failed = failure;
     }
     addLog();
 }
 
 void makeFromLog(const ReportOptions& options, ReportPage& page) {
-    page.conversation = lastLogonInLog(os::pathOf(options.log));
-    page.outcome = "Every call that the log tells of came back well.";
-    std::string call;
-    for (const recording::Entry& entry : page.conversation.entries) {
-        if (const auto* begun = std::get_if<recording::Call>(&entry)) call = begun->text;
-        const auto* result = std::get_if<recording::Result>(&entry);
-        if (result == nullptr || result->status == 0) continue;
-        page.outcome = fmt::format("{} ended with {}", call, statusText(result->status));
-        page.isGood = false;
+    LoggedLogon logon = lastLogonInLog(os::pathOf(options.log));
+    const doctor::LogOutcome outcome = doctor::outcomeOf(logon.acquisition);
+    page.outcome = outcome.text;
+    page.mark = outcome.verdict == doctor::Verdict::well      ? ReportPage::Mark::good
+                : outcome.verdict == doctor::Verdict::problem ? ReportPage::Mark::bad
+                                                              : ReportPage::Mark::unclear;
+    page.isOfLog = true;
+    page.foundHeading = "What the log tells of it";
+    doctor::Findings findings;
+    explainAcquisition(logon.acquisition, findings);
+    for (const doctor::Finding& finding : findings.all()) {
+        Group group{finding.subject, {{std::string(verdictName(finding.verdict)), finding.found}}};
+        if (!finding.advice.empty()) group.rows.emplace_back("what to do", finding.advice);
+        page.found.push_back(std::move(group));
     }
+    if (logon.droppedCalls > 0) {
+        page.leftOut =
+            fmt::format("The first {} calls of this acquisition are left out.", logon.droppedCalls);
+    }
+    page.conversation = std::move(logon.conversation);
 }
 
 void report(const ReportOptions& options, const CommonOptions& common, std::FILE* stream) {

@@ -198,6 +198,44 @@ void explainIncident(const LogAcquisition& acquisition, const LogIncident& incid
     }
 }
 
+/// Whether one more refusal of a question that may be asked in vain.
+bool isUsual(const LogIncident& incident) {
+    return incident.kind == LogIncident::Kind::refusedCall && !hasExitLine(incident.scope) &&
+           explanationOf(incident).verdict == Verdict::note;
+}
+
+/// What an incident says of the whole acquisition.
+LogOutcome outcomeOf(const LogAcquisition& acquisition, const LogIncident& incident) {
+    const Verdict worst = incident.isMadeGood ? Verdict::note : Verdict::problem;
+    const std::string ending =
+        fmt::format("{} ended with {}", incident.scope, statusText(incident.status));
+    const char* const later = incident.isMadeGood ? "; a later call of it came back well" : "";
+    switch (incident.kind) {
+        case LogIncident::Kind::refusedCall: {
+            const StatusExplanation& known = explanationOf(incident);
+            return {std::min(worst, known.verdict),
+                    fmt::format("{}: {}{}", ending, known.meaning, later)};
+        }
+        case LogIncident::Kind::wrongPin:
+            return {worst, fmt::format("{}, or blocked by now{}", ending, later)};
+        case LogIncident::Kind::message: {
+            const LogExplanation& known = *explanationOfMessage(incident.message);
+            return {std::min(worst, known.verdict),
+                    fmt::format("{}: {}{}", incident.scope, known.meaning, later)};
+        }
+        case LogIncident::Kind::unfinishedCall:
+            return {Verdict::note,
+                    fmt::format("Not complete: {} has no end in the log", incident.scope)};
+        default:
+            break;
+    }
+    if (acquisition.isMixed || acquisition.isCut) {
+        return {Verdict::note, "Not complete: the log does not show that the card was read"};
+    }
+    return {Verdict::problem,
+            "The card was not acquired: it is of no known kind, or its files could not be read"};
+}
+
 }  // namespace
 
 const LogExplanation* explanationOfMessage(std::string_view message) {
@@ -240,20 +278,38 @@ void explainLog(const LogReader& log, const std::string& name, Findings& finding
                 ? fmt::format("Ahead of the first acquisition, until {}", acquisition.end)
                 : fmt::format("Acquisition {} of {}: {} to {}", acquisition.number,
                               log.acquisitions(), acquisition.begin, acquisition.end));
-        if (acquisition.isMixed) {
-            findings.note("log.mixed", "mixed",
-                          "several acquisitions were open at once, of one process or of several: "
-                          "the log does not tell whose a line is");
-        }
-        if (acquisition.droppedIncidents > 0) {
-            findings.note("log.more", "more",
-                          fmt::format("{} earlier kinds of failure are left out",
-                                      acquisition.droppedIncidents));
-        }
-        for (const LogIncident& incident : acquisition.incidents) {
-            explainIncident(acquisition, incident, findings);
-        }
+        explainAcquisition(acquisition, findings);
     }
+}
+
+void explainAcquisition(const LogAcquisition& acquisition, Findings& findings) {
+    if (acquisition.isMixed) {
+        findings.note("log.mixed", "mixed",
+                      "several acquisitions were open at once, of one process or of several: "
+                      "the log does not tell whose a line is");
+    }
+    if (acquisition.droppedIncidents > 0) {
+        findings.note(
+            "log.more", "more",
+            fmt::format("{} earlier kinds of failure are left out", acquisition.droppedIncidents));
+    }
+    for (const LogIncident& incident : acquisition.incidents) {
+        explainIncident(acquisition, incident, findings);
+    }
+}
+
+LogOutcome outcomeOf(const LogAcquisition& acquisition) {
+    LogOutcome outcome{Verdict::well, "Every call that a logon needs came back well."};
+    if (acquisition.isMixed) {
+        outcome = {Verdict::note,
+                   "Several acquisitions were open at once: the log does not tell whose a line is"};
+    }
+    for (const LogIncident& incident : acquisition.incidents) {
+        if (isUsual(incident)) continue;
+        LogOutcome one = outcomeOf(acquisition, incident);
+        if (one.verdict >= outcome.verdict) outcome = std::move(one);
+    }
+    return outcome;
 }
 
 void explainLogFile(const std::filesystem::path& file, Findings& findings) {

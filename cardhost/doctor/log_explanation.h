@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "doctor/finding.h"
@@ -18,6 +19,17 @@ struct LogExplanation {
 
 /// Null for a message that tells of no failure.
 const LogExplanation* explanationOfMessage(std::string_view message);
+
+/// Explains what went wrong in one acquisition.
+void explainAcquisition(const LogAcquisition& acquisition, Findings& findings);
+
+/// What became of an acquisition, in one line: well, a problem, or where the log leaves that open a
+/// note. Refusals that Windows brings about by asking for what is optional do not count.
+struct LogOutcome {
+    Verdict verdict;
+    std::string text;
+};
+LogOutcome outcomeOf(const LogAcquisition& acquisition);
 
 /// Explains a log that was read to its end. `name` is the file as shown.
 void explainLog(const LogReader& log, const std::string& name, Findings& findings);

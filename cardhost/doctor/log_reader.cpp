@@ -5,6 +5,8 @@
 #include <iterator>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "doctor/log_explanation.h"
 
 namespace cardhost::doctor {
@@ -15,28 +17,33 @@ constexpr std::size_t mostAcquisitions = 10;
 constexpr std::size_t mostIncidents = 20;
 constexpr std::size_t mostPending = 100;
 constexpr std::size_t longestText = 200;
+constexpr std::size_t longestLine = 2000;
 
 constexpr std::string_view entryText = "Entering the function";
 constexpr std::string_view exitText = "Exiting the function, with status code: '0x";
 constexpr std::string_view acquire = "CardAcquireContext";
 constexpr std::string_view release = "CardDeleteContext";
 
-/// Entry points with an exit line on every way out that a user brings about.
 constexpr std::string_view finishedCalls[] = {"CardAuthenticateEx", "CardSignData",
                                               "CardRSADecrypt", "CardConstructDHAgreement"};
 
-std::string shortened(std::string_view text) {
-    return std::string(text.substr(0, longestText));
-}
-
-bool isExpectedToFinish(const std::string& scope) {
-    return std::find(std::begin(finishedCalls), std::end(finishedCalls), scope) !=
-           std::end(finishedCalls);
+std::string shortened(std::string_view text, std::size_t longest = longestText) {
+    return std::string(text.substr(0, longest));
 }
 
 }  // namespace
 
-LogReader::LogReader() : lines_([this](const LogLine& line) { take(line); }) {}
+bool hasExitLine(std::string_view scope) {
+    return std::find(std::begin(finishedCalls), std::end(finishedCalls), scope) !=
+           std::end(finishedCalls);
+}
+
+std::string textOf(const LogLine& line) {
+    return fmt::format("[{}] [{}] {}", line.time, line.scope, line.message);
+}
+
+LogReader::LogReader(std::size_t keptLines)
+    : lines_([this](const LogLine& line) { take(line); }), keptLines_(keptLines) {}
 
 void LogReader::finish() {
     lines_.finish();
@@ -62,8 +69,11 @@ void LogReader::take(const LogLine& line) {
         enter(line);
     } else if (line.message.starts_with(exitText)) {
         leave(line);
-    } else if (line.scope == acquire && (line.message == "Entering RegisterCard" ||
-                                         line.message.starts_with("Another registercard"))) {
+    } else {
+        keepLine(line);
+    }
+    if (line.scope == acquire && (line.message == "Entering RegisterCard" ||
+                                  line.message.starts_with("Another registercard"))) {
         current_->wasRead = true;
     } else if (line.scope == "DllMain" && line.message == "Started with reason code: 1") {
         ++processes_;
@@ -78,24 +88,42 @@ void LogReader::take(const LogLine& line) {
 }
 
 void LogReader::enter(const LogLine& line) {
+    keepCall(line);
     if (line.scope == release) {
         if (open_ > 0) --open_;
         return;
     }
     if (pending_.size() == mostPending) pending_.erase(pending_.begin());
-    pending_.push_back({shortened(line.scope), std::string(line.time)});
+    pending_.push_back({shortened(line.scope), std::string(line.time), begunCalls_});
 }
 
 void LogReader::leave(const LogLine& line) {
     const auto begun =
         std::find_if(pending_.rbegin(), pending_.rend(),
                      [&](const Pending& pending) { return pending.scope == line.scope; });
-    if (begun != pending_.rend()) pending_.erase(std::next(begun).base());
+    LoggedCall* call = nullptr;
+    if (begun != pending_.rend()) {
+        call = keptCall(begun->call);
+        pending_.erase(std::next(begun).base());
+    } else if (line.scope == acquire && !calls_.empty() && calls_.front().scope == acquire) {
+        call = &calls_.front();
+    }
     const std::string_view digits = line.message.substr(exitText.size());
     std::uint32_t status = 0;
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), status, 16);
-    if (error != std::errc() || status == 0) return;
+    if (error != std::errc()) return keepLine(line);
+    if (call != nullptr) {
+        call->status = status;
+    } else {
+        keepLine(line);
+    }
+    if (status == 0) {
+        for (LogIncident& incident : current_->incidents) {
+            if (incident.scope == line.scope) incident.isMadeGood = true;
+        }
+        return;
+    }
     std::string_view rest = digits.substr(static_cast<std::size_t>(end - digits.data()));
     if (rest.starts_with('\'')) rest.remove_prefix(1);
     const auto kind =
@@ -113,6 +141,55 @@ void LogReader::beginAcquisition(const LogLine& line) {
     current_->isMixed = isMixed;
     current_->number = ++acquisitions_;
     ++open_;
+    forgetCalls();
+    keepCall(line);
+}
+
+void LogReader::forgetCalls() {
+    calls_.clear();
+    droppedCalls_ = 0;
+    linesOfCalls_ = 0;
+}
+
+LoggedCall* LogReader::keptCall(std::uint64_t number) {
+    const std::uint64_t back = begunCalls_ - number;
+    return back < calls_.size() ? &calls_[calls_.size() - 1 - static_cast<std::size_t>(back)]
+                                : nullptr;
+}
+
+void LogReader::keepCall(const LogLine& line) {
+    if (keptLines_ == 0) return;
+    ++begunCalls_;
+    ++linesOfCalls_;
+    calls_.push_back({shortened(line.scope), {}, {}});
+    while (linesOfCalls_ > keptLines_ && calls_.size() > 1) {
+        linesOfCalls_ -= calls_.front().lines.size() + 1;
+        calls_.pop_front();
+        ++droppedCalls_;
+    }
+}
+
+void LogReader::keepLine(const LogLine& line) {
+    if (keptLines_ == 0) return;
+    if (calls_.empty()) {
+        ++begunCalls_;
+        calls_.emplace_back();
+    }
+    // Its own call, or the innermost that is to end yet.
+    LoggedCall* call = nullptr;
+    for (auto pending = pending_.rbegin(); pending != pending_.rend(); ++pending) {
+        LoggedCall* const kept = keptCall(pending->call);
+        if (kept == nullptr) break;
+        if (call == nullptr && hasExitLine(pending->scope)) call = kept;
+        if (pending->scope != line.scope) continue;
+        call = kept;
+        break;
+    }
+    if (line.scope == acquire && calls_.front().scope == acquire) call = &calls_.front();
+    if (call == nullptr) call = &calls_.back();
+    if (call->lines.size() >= keptLines_ / 2) return;
+    call->lines.push_back(shortened(textOf(line), longestLine));
+    ++linesOfCalls_;
 }
 
 void LogReader::endGroup(bool isEndOfLog) {
@@ -132,7 +209,7 @@ void LogReader::endGroup(bool isEndOfLog) {
     // In a mixed log a call may end in a later group.
     if (isEndOfLog || open_ == 0) {
         for (const Pending& pending : pending_) {
-            if (!isExpectedToFinish(pending.scope)) continue;
+            if (!hasExitLine(pending.scope)) continue;
             note({LogIncident::Kind::unfinishedCall,
                   pending.scope,
                   0,
@@ -143,11 +220,11 @@ void LogReader::endGroup(bool isEndOfLog) {
         }
         pending_.clear();
     }
-    lastIsWell_ = current_->incidents.empty();
-    if (!lastIsWell_) {
+    last_ = std::move(*current_);
+    if (!lastIsWell()) {
         ++troubledCount_;
         if (troubled_.size() == mostAcquisitions) troubled_.pop_front();
-        troubled_.push_back(std::move(*current_));
+        troubled_.push_back(last_);
     }
     current_.reset();
 }
@@ -162,6 +239,7 @@ void LogReader::note(LogIncident incident) {
     if (known != incidents.end()) {
         ++known->times;
         known->lastTime = incident.lastTime;
+        known->isMadeGood = false;
         // The last one that happened stands last.
         std::rotate(known, std::next(known), incidents.end());
         return;

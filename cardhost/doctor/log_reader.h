@@ -6,6 +6,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "doctor/log_lines.h"
@@ -28,6 +29,7 @@ struct LogIncident {
     std::string firstTime;
     std::string lastTime;
     std::uint64_t times = 0;
+    bool isMadeGood = false;  // a later call of the same entry point came back well
 };
 
 struct LogAcquisition {
@@ -41,9 +43,23 @@ struct LogAcquisition {
     std::uint64_t droppedIncidents = 0;  // of further kinds than are kept
 };
 
+/// A call of the last acquisition, with the lines of its scope.
+struct LoggedCall {
+    std::string scope;  // empty for what stands ahead of the first call
+    std::vector<std::string> lines;
+    std::optional<std::uint32_t> status;  // where the log has its exit line
+};
+
+/// Whether the entry point writes an exit line on every way out that a user brings about.
+bool hasExitLine(std::string_view scope);
+
+/// A line as the log has it.
+std::string textOf(const LogLine& line);
+
 class LogReader {
 public:
-    LogReader();
+    /// Of the calls of the last acquisition as many are kept as have this many lines.
+    explicit LogReader(std::size_t keptLines = 0);
     LogReader(const LogReader&) = delete;
     LogReader& operator=(const LogReader&) = delete;
 
@@ -59,18 +75,28 @@ public:
     std::uint64_t strays() const { return lines_.strays(); }
     const std::string& firstTime() const { return firstTime_; }
     const std::string& lastTime() const { return lastTime_; }
+    /// The last acquisition, or what stands ahead of the first; as new where there is none.
+    const LogAcquisition& last() const { return last_; }
     /// Whether the last acquisition went without an incident.
-    bool lastIsWell() const { return lastIsWell_; }
+    bool lastIsWell() const { return last_.incidents.empty(); }
+    /// The last of its calls, in order, and how many there were before these.
+    const std::deque<LoggedCall>& calls() const { return calls_; }
+    std::uint64_t droppedCalls() const { return droppedCalls_; }
 
 private:
     struct Pending {
         std::string scope;
         std::string time;
+        std::uint64_t call;  // its number among all that were begun
     };
 
     void take(const LogLine& line);
     void enter(const LogLine& line);
     void leave(const LogLine& line);
+    void keepCall(const LogLine& line);
+    void keepLine(const LogLine& line);
+    void forgetCalls();
+    LoggedCall* keptCall(std::uint64_t number);
     void beginAcquisition(const LogLine& line);
     void endGroup(bool isEndOfLog);
     void note(LogIncident incident);
@@ -85,7 +111,12 @@ private:
     std::uint64_t troubledCount_ = 0;
     std::string firstTime_;
     std::string lastTime_;
-    bool lastIsWell_ = true;
+    LogAcquisition last_;
+    std::size_t keptLines_;
+    std::size_t linesOfCalls_ = 0;
+    std::deque<LoggedCall> calls_;
+    std::uint64_t droppedCalls_ = 0;
+    std::uint64_t begunCalls_ = 0;  // of all acquisitions; the last one is calls_.back()
 };
 
 }  // namespace cardhost::doctor

@@ -12,6 +12,7 @@ import argparse
 import contextlib
 import functools
 import http.server
+import itertools
 import json
 import os
 import pathlib
@@ -28,7 +29,7 @@ import unittest
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(REPOSITORY / "tests/support"))
-from known_cards import ATRS, TRIES  # pylint: disable=wrong-import-position
+from known_cards import ATRS, RECORDINGS, TRIES  # pylint: disable=wrong-import-position
 
 OK, NOT_FOUND, FILE, UNWELL = 0, 2, 6, 8
 PREFIX = REPOSITORY / "build/wine/doctor"
@@ -214,6 +215,49 @@ class Log(DoctorTest):
         out = self.explain(path.read_bytes(), OK)
         self.assertRegex(out, r"2; something went wrong in 1; the last one went\s+well")
         self.assertRegex(out, r"note +CardAuthenticateEx: .*0x8010006b\s+SCARD_W_WRONG_CHV")
+
+    def page_of(self, content):
+        """The outcome on the page of a log, and how it is marked."""
+        code, out, error = run(*settings.launcher, settings.cardhost, "report", "--log", self.log(content),
+                               "--out", "page.html", cwd=self.folder)
+        self.assertEqual(code, OK, out + error)
+        page = (self.folder / "page.html").read_text(encoding="utf-8")
+        return re.search(r'class="outcome (\w+)">([^<]*)', page).groups()
+
+    def test_of_the_driver_itself_is_a_page_that_hides_no_failure(self):
+        folder = self.switch_on()
+
+        # A card that does not sign.
+        kept = (RECORDINGS / "card-type-5.txt").read_text()
+        refusing, count = re.subn(r"(  > 00 2A 9E 9A.*\n(?: {4}.*\n)*)  < .*\n", r"\1  < 6F 00\n", kept)
+        self.assertGreater(count, 0)
+        (self.folder / "refusing.txt").write_text(refusing)
+
+        def logged(*arguments):
+            for path in folder.iterdir():
+                path.unlink()
+            run(*settings.launcher, settings.cardhost, *arguments, cwd=self.folder)
+            (path,) = folder.iterdir()
+            return path.read_bytes()
+
+        good = logged("--virtual", 4, "logon", "--pin", "1234")
+        self.assertEqual(self.page_of(good)[0], "good")
+        wrong = logged("--virtual", 4, "logon", "--pin", "9999")
+        mark, text = self.page_of(wrong)
+        self.assertEqual(mark, "bad")
+        self.assertIn("CardAuthenticateEx ended with 0x8010006b", text)
+        mark, text = self.page_of(logged("--replay", "refusing.txt", "report", "--pin", "1234",
+                                                "--out", "r.html"))
+        self.assertEqual(mark, "bad", text)
+        self.assertIn("CardSignData ended with 0x8010001f", text)
+        # Two processes that write in turn, a line each.
+        lines = [content.splitlines(keepends=True) for content in (wrong, good)]
+        mixed = b"".join(b"".join(pair) for pair in itertools.zip_longest(*lines, fillvalue=b""))
+        self.assertEqual(self.page_of(mixed)[0], "bad")
+        # One that ends within a call.
+        begun = good.index(b"[CardSignData] Entering the function, with parameters")
+        mark, text = self.page_of(good[:good.index(b"\n", begun) + 1])
+        self.assertEqual((mark, text), ("unclear", "Not complete: CardSignData has no end in the log"))
 
 
 class Anywhere(DoctorTest):

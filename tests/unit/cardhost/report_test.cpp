@@ -1,6 +1,10 @@
 // The page of a logon, and what it is made of.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <tuple>
+
+#include "doctor/log_explanation.h"
 #include "driver_log.h"
 #include "recording/parser.h"
 #include "report_page.h"
@@ -120,34 +124,157 @@ TEST(Tlv, ReadsWholeAndCutElements) {
     }
 }
 
+/// Lines of one second of the driver's log.
+std::string logged(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += "[2026-01-01 10:00:00] " + line + "\n";
+    return text;
+}
+
+// As the driver words them.
+const std::string acquiring = "[CardAcquireContext] Entering the function";
+const std::string reading = "[CardAcquireContext] Entering RegisterCard";
+const std::string authenticating =
+    "[CardAuthenticateEx] Entering the function, with parameters, PinId:'1' dwFlags:'0'";
+const std::string signing =
+    "[CardSignData] Entering the function, with parameters, bContainerIndex:'0' "
+    "dwSigningFlags:'0x00000000', dwVersion:'2', dwKeySpec:'6' \n dwPaddingType:'0x00000000'";
+const std::string releasing = "[CardDeleteContext] Entering the function";
+
+std::string leaving(const std::string& call, const std::string& status) {
+    return "[" + call + "] Exiting the function, with status code: '" + status + "'";
+}
+
+doctor::LogOutcome outcomeOfLog(const std::vector<std::string>& lines) {
+    return doctor::outcomeOf(lastLogonIn(logged(lines)).acquisition);
+}
+
 TEST(DriverLog, TellsOfTheLastLogon) {
-    const auto conversation = lastLogonIn(
-        "rubbish\n"
-        "[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\n"
-        "[2026-01-01 10:00:00] [CardAcquireContext] Exiting the function, with status code: "
-        "'0x00000000'\n"
-        "[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\r\n"
-        "[2026-01-01 10:00:00] [AdAttributeService] No AD service address found.\n"
-        "[2026-01-01 10:00:00] [CardAcquireContext] Exiting the function, with status code: "
-        "'0x00000000'\n"
-        "[2026-01-01 10:00:00] [CardSignData] Entering the function\n"
-        "cut\n"
-        "[2026-01-01 10:00:00] [CardSignData] Exiting the function, with status code: "
-        "'0x8010006a'\n"
-        "[2026-01-01 10:00:00] [CardReadFile] Exiting the function, with status code: "
-        "'0x00000000'\n");
+    const auto logon = lastLogonIn(
+        "rubbish\n" + logged({acquiring, releasing, acquiring + "\r", reading}) + "cut\n" +
+        logged({"[AdAttributeService] No AD service address found.", authenticating,
+                "[CardGetProperty] Entering the function",
+                "[CardGetProperty] with parameters wszProperty: 'PIN Information'",
+                leaving("CardGetProperty", "0x00000000"),
+                leaving("CardAuthenticateEx", "0x00000000"), signing,
+                leaving("CardSignData", "0x8010006a"), leaving("CardReadFile", "0x00000000")}));
+    const auto line = [](const std::string& text) {
+        return recording::LogLine{"[2026-01-01 10:00:00] " + text};
+    };
     const std::vector<recording::Entry> expected{
         recording::Call{"CardAcquireContext"},
-        recording::LogLine{
-            "[2026-01-01 10:00:00] [AdAttributeService] No AD service address found."},
+        line(reading),
+        line("[AdAttributeService] No AD service address found."),
+        recording::Call{"CardAuthenticateEx"},
+        recording::Result{0, {}},
+        recording::Call{"CardGetProperty"},
+        line("[CardGetProperty] with parameters wszProperty: 'PIN Information'"),
         recording::Result{0, {}},
         recording::Call{"CardSignData"},
-        recording::Result{0x8010006A, {}},
-        recording::LogLine{"[2026-01-01 10:00:00] [CardReadFile] Exiting the function, with status "
-                           "code: '0x00000000'"}};
-    EXPECT_EQ(conversation.entries, expected);
-    EXPECT_TRUE(lastLogonIn("").entries.empty());
-    EXPECT_TRUE(lastLogonIn("[] [] \n[\n]\n] [ ] \n").entries.empty());
+        line(leaving("CardReadFile", "0x00000000")),
+        recording::Result{0x8010006A, {}}};
+    EXPECT_EQ(logon.conversation.entries, expected);
+    EXPECT_TRUE(lastLogonIn("").conversation.entries.empty());
+    EXPECT_TRUE(lastLogonIn("[] [] \n[\n]\n] [ ] \n").conversation.entries.empty());
+}
+
+TEST(DriverLog, OfAGoodLogonIsGood) {
+    const auto outcome = outcomeOfLog({acquiring, reading, authenticating,
+                                       leaving("CardAuthenticateEx", "0x00000000"), signing,
+                                       leaving("CardSignData", "0x00000000"),
+                                       // What Windows asks for in vain, as it does.
+                                       "[CardGetProperty] Entering the function",
+                                       leaving("CardGetProperty", "0x80100022"), releasing});
+    EXPECT_EQ(outcome.verdict, doctor::Verdict::well) << outcome.text;
+}
+
+TEST(DriverLog, TellsOfAFailure) {
+    for (const auto& [call, entering, status] :
+         {std::tuple{"CardSignData", signing, "0x8010001f"},
+          std::tuple{"CardAuthenticateEx", authenticating, "0x8010006b' or '0x8010006c"},
+          std::tuple{"CardRSADecrypt",
+                     std::string("[CardRSADecrypt] Entering the function, with parameters, "
+                                 "bContainerIndex:'0'"),
+                     "0x8010001f"}}) {
+        const auto outcome =
+            outcomeOfLog({acquiring, reading, entering, leaving(call, status), releasing});
+        EXPECT_EQ(outcome.verdict, doctor::Verdict::problem) << call;
+        EXPECT_THAT(outcome.text, HasSubstr(std::string(call) + " ended with 0x80100"));
+    }
+    const auto message =
+        outcomeOfLog({acquiring, reading, authenticating,
+                      "[CardAuthenticateEx] Failed to verify PIN. Aborting...", releasing});
+    EXPECT_NE(message.verdict, doctor::Verdict::well);
+    EXPECT_THAT(outcomeOfLog({acquiring, "[DllMain] Started with reason code: 0"}).text,
+                HasSubstr("The card was not acquired"));
+}
+
+TEST(DriverLog, OfAWrongPinThatWasPutRightIsNoFailure) {
+    const auto outcome = outcomeOfLog({acquiring, reading, authenticating,
+                                       leaving("CardAuthenticateEx", "0x8010006b' or '0x8010006c"),
+                                       authenticating, leaving("CardAuthenticateEx", "0x00000000"),
+                                       signing, leaving("CardSignData", "0x00000000"), releasing});
+    EXPECT_EQ(outcome.verdict, doctor::Verdict::note);
+    EXPECT_THAT(outcome.text, HasSubstr("a later call of it came back well"));
+}
+
+TEST(DriverLog, ThatBreaksOffIsNotComplete) {
+    for (const std::vector<std::string>& lines :
+         {std::vector{acquiring}, std::vector{acquiring, reading, authenticating},
+          std::vector{acquiring, reading, signing, releasing}}) {
+        const auto outcome = outcomeOfLog(lines);
+        EXPECT_EQ(outcome.verdict, doctor::Verdict::note);
+        EXPECT_THAT(outcome.text, HasSubstr("Not complete"));
+    }
+}
+
+TEST(DriverLog, OfTwoProcessesDoesNotHideAFailure) {
+    const auto logon =
+        lastLogonIn(logged({acquiring, reading, signing, acquiring, reading, authenticating,
+                            signing, leaving("CardAuthenticateEx", "0x00000000"),
+                            leaving("CardSignData", "0x8010001f"), releasing, releasing}));
+    EXPECT_TRUE(logon.acquisition.isMixed);
+    const auto outcome = doctor::outcomeOf(logon.acquisition);
+    EXPECT_EQ(outcome.verdict, doctor::Verdict::problem);
+    EXPECT_THAT(outcome.text, HasSubstr("CardSignData ended with 0x8010001f"));
+    EXPECT_EQ(std::count(logon.conversation.entries.begin(), logon.conversation.entries.end(),
+                         recording::Entry(recording::Result{0x8010001F, {}})),
+              1);
+    // Of the first one only what it says after the second has begun.
+    const auto late = outcomeOfLog({acquiring, reading, signing, acquiring, reading,
+                                    leaving("CardSignData", "0x8010001f"), releasing, releasing});
+    EXPECT_EQ(late.verdict, doctor::Verdict::problem);
+    const auto well = outcomeOfLog({acquiring, reading, acquiring, reading, releasing, releasing});
+    EXPECT_EQ(well.verdict, doctor::Verdict::note);
+}
+
+TEST(DriverLog, OfVeryManyCallsKeepsTheLast) {
+    std::string text = logged({acquiring, reading});
+    for (int call = 0; call < 30'000; ++call) {
+        text += logged({"[CardReadFile] Entering the function", "[CardReadFile] of some name",
+                        leaving("CardReadFile", "0x00000000")});
+    }
+    text += logged({signing, leaving("CardSignData", "0x8010001f")});
+    const auto logon = lastLogonIn(text);
+    EXPECT_LT(logon.conversation.entries.size(), 5000u);
+    EXPECT_GT(logon.droppedCalls, 20'000u);
+    EXPECT_EQ(logon.conversation.entries.back(),
+              recording::Entry(recording::Result{0x8010001F, {}}));
+    // One call with lines without end.
+    std::string lines = logged({acquiring, reading, signing});
+    for (int line = 0; line < 30'000; ++line) lines += logged({"[CardSignData] again"});
+    EXPECT_LT(lastLogonIn(lines).conversation.entries.size(), 5000u);
+}
+
+TEST(DriverLog, OnThePageSaysWhatIsNotComplete) {
+    ReportPage page;
+    page.isOfLog = true;
+    page.mark = ReportPage::Mark::unclear;
+    page.conversation = lastLogonIn(logged({acquiring, reading, signing})).conversation;
+    const std::string html = htmlOf(page);
+    EXPECT_THAT(html, HasSubstr("class=\"outcome unclear\""));
+    EXPECT_EQ(countOf(html, "not complete"), 1u);
+    EXPECT_EQ(countOf(html, "does not tell how it ended"), 1u);
 }
 
 }  // namespace
