@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
     try {
         std::FILE* report = os::separateReport();
         const CommandLine line = parse(os::arguments(argc, argv), report);
+        if (line.common.trace) os::showOtherOutput();
         if (line.action) line.action(line.common, report);
         return static_cast<int>(ExitCode::ok);
     } catch (const Failure& failure) {

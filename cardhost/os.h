@@ -72,7 +72,10 @@ bool isTerminal(std::FILE* stream);
 bool takesEscapeSequences(std::FILE* stream);
 
 /// The stream for the program's own report. From then on, what anyone else in the process writes to
-/// standard output (a minidriver does) goes to standard error, so that reports can be piped.
+/// standard output goes nowhere: a minidriver writes there what it reads of the card's holder.
 std::FILE* separateReport();
+
+/// From now on that goes to standard error.
+void showOtherOutput();
 
 }  // namespace cardhost::os

@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -122,8 +123,19 @@ std::FILE* separateReport() {
     if (report < 0) return stdout;
     std::FILE* stream = fdopen(report, "w");
     if (stream == nullptr) return stdout;
-    dup2(STDERR_FILENO, STDOUT_FILENO);
+    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    // Without a null device it is better closed than shown.
+    if (nothing < 0) {
+        close(STDOUT_FILENO);
+        return stream;
+    }
+    dup2(nothing, STDOUT_FILENO);
+    if (nothing != STDOUT_FILENO) close(nothing);
     return stream;
+}
+
+void showOtherOutput() {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
 }  // namespace cardhost::os

@@ -1,5 +1,7 @@
 #include <fcntl.h>
 #include <io.h>
+#include <share.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -160,9 +162,22 @@ std::FILE* separateReport() {
     if (report < 0) return stdout;
     std::FILE* stream = _fdopen(report, "w");
     if (stream == nullptr) return stdout;
+    int nothing = -1;
+    if (_sopen_s(&nothing, "NUL", _O_WRONLY, _SH_DENYNO, _S_IWRITE) != 0) {
+        _close(_fileno(stdout));
+        SetStdHandle(STD_OUTPUT_HANDLE, nullptr);
+        return stream;
+    }
+    _dup2(nothing, _fileno(stdout));
+    _close(nothing);
+    // A minidriver has its own C library, which takes the handle from here.
+    SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stdout))));
+    return stream;
+}
+
+void showOtherOutput() {
     _dup2(_fileno(stderr), _fileno(stdout));
     SetStdHandle(STD_OUTPUT_HANDLE, GetStdHandle(STD_ERROR_HANDLE));
-    return stream;
 }
 
 }  // namespace cardhost::os

@@ -478,6 +478,9 @@ class CommandLine(CardhostTest):
     def test_the_report_can_be_piped_without_the_lines_of_the_driver(self):
         out, error = self.cardhost("verify", "--pin", "1" * 13, expected=WRONG_PIN)
         self.assertEqual(out, "")
+        self.assertNotIn("[DEBUG]", error)
+        out, error = self.cardhost("--trace", "verify", "--pin", "1" * 13, expected=WRONG_PIN)
+        self.assertEqual(out, "")
         self.assertIn("[DEBUG]", error)
 
 

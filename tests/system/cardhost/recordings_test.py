@@ -186,6 +186,24 @@ class Record(CardhostTest):
         # A refusal of a card that it has not reached is told alike.
         self.cardhost("--driver", settings.deaf_driver, "info", expected=UNSEEN)
 
+    def test_what_the_driver_says_of_the_holder_is_not_shown(self):
+        kept = (RECORDINGS / "card-type-3.txt").read_text()
+        # The second certificate cannot be read: the driver then tells all that it has of the first.
+        broken, count = re.subn(r"(?m)^(  > 00 A4 02 04 02 43 32 .*\n)  < .*\n(?: {4}.*\n)*", r"\1  < 6A 82\n", kept)
+        self.assertGreater(count, 0)
+        self.write("broken.txt", broken.encode())
+
+        def tells_of_the_holder(*arguments, **options):
+            said = "".join(self.cardhost("--replay", "broken.txt", *arguments, **options))
+            digits = re.sub(r"[^0-9a-f]", "", re.sub("0x", "", said.lower()))
+            return "KORTTINEN" in said or b"KORTTINEN".hex() in digits
+
+        for command, expected in ((["record", "--anonymous", "--out", "a.txt"], cardhost_test.REFUSED),
+                                  (["doctor"], cardhost_test.UNWELL)):
+            with self.subTest(command=command):
+                self.assertFalse(tells_of_the_holder(*command, expected=expected))
+        self.assertTrue(tells_of_the_holder("--trace", "info", expected=cardhost_test.REFUSED))
+
     def test_an_anonymous_one_tells_nobody_and_can_be_replayed(self):
         for card_type in KEYS:
             with self.subTest(card_type=card_type):
