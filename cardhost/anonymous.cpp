@@ -29,7 +29,8 @@ constexpr std::uint8_t contextSpecific = 0x80;
 
 // Shorter values tell nobody apart, and would be found everywhere.
 constexpr std::size_t shortestTelling = 4;
-constexpr std::size_t shortestCertificate = 128;
+// As far as a certificate can be told by: its own header, and the tag of what is signed.
+constexpr std::size_t shortestCertificate = 5;
 constexpr int deepest = 16;
 
 struct Replacement {
@@ -130,7 +131,10 @@ private:
                 return;
             default:
                 if ((element.tag & constructed) != 0) return blankAll(value, depth + 1);
-                if (value.size() <= 2 && (element.tag & contextSpecific) == 0) return;  // countries
+                // Countries have two letters.
+                if (value.size() <= 2 && element.isWhole && (element.tag & contextSpecific) == 0) {
+                    return;
+                }
                 blankText(value, element.tag == tagBmpString);
                 break;
         }
