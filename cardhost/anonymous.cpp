@@ -20,6 +20,10 @@ using Span = std::span<std::uint8_t>;
 constexpr std::uint8_t tagInteger = 0x02;
 constexpr std::uint8_t tagBitString = 0x03;
 constexpr std::uint8_t tagOctetString = 0x04;
+constexpr std::uint8_t tagObjectIdentifier = 0x06;
+constexpr std::uint8_t tagUtf8String = 0x0C;
+constexpr std::uint8_t tagNumericString = 0x12;
+constexpr std::uint8_t tagUniversalString = 0x1C;
 constexpr std::uint8_t tagBmpString = 0x1E;
 constexpr std::uint8_t tagUtcTime = 0x17;
 constexpr std::uint8_t tagGeneralizedTime = 0x18;
@@ -59,6 +63,32 @@ bool readElement(Span bytes, Element& element) {
 bool isOneElement(Span bytes) {
     const auto element = readTlv(bytes);
     return element && element->isWhole && element->size() == bytes.size();
+}
+
+/// The first of the month, at midnight.
+void roundTime(Span time, std::size_t monthEnd) {
+    constexpr char first[] = "01000000";
+    for (std::size_t i = 0; i + 1 < sizeof(first) && monthEnd + i < time.size(); ++i) {
+        if (std::isdigit(time[monthEnd + i]) != 0) {
+            time[monthEnd + i] = static_cast<std::uint8_t>(first[i]);
+        }
+    }
+}
+
+void blankText(Span text, bool isWide = false) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        text[at] = isWide && at % 2 == 0 ? std::uint8_t{0} : std::uint8_t{'X'};
+    }
+}
+
+void blankBytes(Span bytes) {
+    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+}
+
+void keep(std::vector<Replacement>& replacements, const Bytes& before, Span after) {
+    if (before.size() < shortestTelling) return;
+    Bytes to(after.begin(), after.end());
+    if (to != before) replacements.push_back({before, std::move(to)});
 }
 
 class CertificateBlanker {
@@ -105,7 +135,7 @@ private:
         switch (element.tag) {
             case 0x01:  // BOOLEAN
             case 0x05:  // NULL
-            case 0x06:  // OBJECT IDENTIFIER
+            case tagObjectIdentifier:
             case 0x0A:  // ENUMERATED
                 return;
             case tagInteger:
@@ -138,7 +168,7 @@ private:
                 blankText(value, element.tag == tagBmpString);
                 break;
         }
-        keep(before, value);
+        keep(replacements_, before, value);
     }
 
     void blankBitString(const Element& element, int depth) {
@@ -150,7 +180,7 @@ private:
         if (!element.isWhole || !becomeBasePoint(content)) {
             std::fill(content.begin(), content.end(), std::uint8_t{0});
         }
-        keep(before, content);
+        keep(replacements_, before, content);
     }
 
     /// An uncompressed point becomes the one that everybody has: the curve's base point.
@@ -167,52 +197,150 @@ private:
         return true;
     }
 
-    /// The first of the month, at midnight.
-    static void roundTime(Span time, std::size_t monthEnd) {
-        constexpr char first[] = "01000000";
-        for (std::size_t i = 0; i + 1 < sizeof(first) && monthEnd + i < time.size(); ++i) {
-            if (std::isdigit(time[monthEnd + i]) != 0) {
-                time[monthEnd + i] = static_cast<std::uint8_t>(first[i]);
+    std::vector<Replacement>& replacements_;
+};
+
+/// What the files about the card's objects say of the card and of its holder (ISO/IEC 7816-15).
+class ObjectFileBlanker {
+public:
+    explicit ObjectFileBlanker(std::vector<Replacement>& replacements)
+        : replacements_(replacements) {}
+
+    void blank(Span file) {
+        Element info;
+        Element version;
+        if (readElement(file, info) && info.tag == tagSequence &&
+            readElement(info.value, version) && version.tag == tagInteger &&
+            version.value.size() == 1) {
+            return blankInfo(version.rest);
+        }
+        blankDirectory(file);
+    }
+
+private:
+    static bool isText(std::uint8_t tag) {
+        return tag == tagUtf8String || tag == tagBmpString ||
+               (tag >= tagNumericString && tag <= tagUniversalString && tag != tagUtcTime &&
+                tag != tagGeneralizedTime);
+    }
+
+    static bool isPrimitiveContext(std::uint8_t tag) {
+        return (tag & (contextSpecific | 0x40 | constructed)) == contextSpecific;
+    }
+
+    /// EF.CIAInfo (8.10), behind the version. The manufacturer stays, and all that is no text, no
+    /// bytes and no time.
+    void blankInfo(Span bytes) {
+        bool hasManufacturer = false;
+        for (Element element; readElement(bytes, element); bytes = element.rest) {
+            if (element.tag == tagUtf8String && !hasManufacturer) {
+                hasManufacturer = true;
+            } else if (element.tag == tagOctetString) {
+                blankSerialNumber(element.value);
+            } else {
+                blankInfoElement(element, element.tag, 0);
             }
         }
     }
 
-    static void blankText(Span text, bool isWide) {
-        for (std::size_t at = 0; at < text.size(); ++at) {
-            text[at] = isWide && at % 2 == 0 ? std::uint8_t{0} : std::uint8_t{'X'};
+    /// `part` is the tag at the top of what the element is in.
+    void blankInfoElement(const Element& element, std::uint8_t part, int depth) {
+        constexpr std::uint8_t recordInformation = 0xA1;
+        constexpr std::uint8_t algorithms = 0xA2;
+        constexpr std::uint8_t holder = 0x84;
+        const Span value = element.value;
+        if ((element.tag & constructed) != 0) {
+            Span bytes = value;
+            for (Element inner; depth < deepest && readElement(bytes, inner); bytes = inner.rest) {
+                blankInfoElement(inner, part, depth + 1);
+            }
+            return;
+        }
+        if (element.tag == tagOctetString) return blankBytes(value);
+        if (element.tag == tagUtcTime) return roundTime(value, 4);
+        if (element.tag == tagGeneralizedTime) return roundTime(value, 6);
+        if (isPrimitiveContext(element.tag)) {
+            // Numbers stand in these.
+            if (part == recordInformation || part == algorithms) return;
+            if (isTime(value)) return roundTime(value, 6);
+        } else if (!isText(element.tag) || (value.size() <= 2 && element.isWhole)) {
+            return;  // two letters are a language
+        }
+        const Bytes before(value.begin(), value.end());
+        blankText(value, element.tag == tagBmpString);
+        if ((part | constructed) == (holder | constructed)) keep(replacements_, before, value);
+    }
+
+    /// GeneralizedTime, whatever its tag: digits, and at most a fraction and a zone behind them.
+    static bool isTime(Span value) {
+        constexpr std::size_t hour = 10;
+        if (value.size() < hour || value.size() > 24) return false;
+        return std::all_of(value.begin(), value.begin() + hour,
+                           [](std::uint8_t byte) { return std::isdigit(byte) != 0; }) &&
+               std::all_of(value.begin(), value.end(), [](std::uint8_t byte) {
+                   return std::isdigit(byte) != 0 || byte == 'Z' || byte == '.' || byte == '+' ||
+                          byte == '-';
+               });
+    }
+
+    void blankSerialNumber(Span serial) {
+        const Bytes before(serial.begin(), serial.end());
+        blankBytes(serial);
+        // Elsewhere it may stand without the zeros that fill it up.
+        Bytes telling = before;
+        while (!telling.empty() && telling.back() == 0) telling.pop_back();
+        for (const Bytes& number : {before, telling}) {
+            if (number.size() >= shortestTelling) {
+                replacements_.push_back({number, Bytes(number.size(), 0)});
+            }
         }
     }
 
-    void keep(const Bytes& before, Span after) {
-        if (before.size() < shortestTelling) return;
-        Bytes to(after.begin(), after.end());
-        if (to != before) replacements_.push_back({before, std::move(to)});
+    /// A directory of keys, certificates or PINs (8.3 to 8.9). Of each object the label at its
+    /// front stays.
+    void blankDirectory(Span bytes) {
+        for (Element object; readElement(bytes, object); bytes = object.rest) {
+            if ((object.tag & constructed) == 0) continue;
+            Element common;
+            if (!readElement(object.value, common)) continue;
+            Element label;
+            if (common.tag == tagSequence && readElement(common.value, label)) {
+                if (label.tag != tagUtf8String) blankAttribute(label, 0);
+                blankAttributes(label.rest, 0);
+            } else {
+                blankAttribute(common, 0);
+            }
+            blankAttributes(common.rest, 0);
+        }
+    }
+
+    void blankAttributes(Span bytes, int depth) {
+        for (Element element; depth < deepest && readElement(bytes, element);
+             bytes = element.rest) {
+            blankAttribute(element, depth);
+        }
+    }
+
+    /// Names, times, and numbers that are too long for a path, a reference or a size.
+    void blankAttribute(const Element& element, int depth) {
+        constexpr std::size_t longestPath = 15;
+        const Span value = element.value;
+        if ((element.tag & constructed) != 0) return blankAttributes(value, depth + 1);
+        if (element.tag == tagUtcTime) return roundTime(value, 4);
+        if (element.tag == tagGeneralizedTime) return roundTime(value, 6);
+        if (isText(element.tag)) {
+            if (value.size() > 2 || !element.isWhole) blankText(value, element.tag == tagBmpString);
+            return;
+        }
+        const std::size_t longest = element.tag == tagInteger ? shortestTelling - 1 : longestPath;
+        if (element.tag == tagObjectIdentifier || value.size() <= longest) return;
+        const Bytes before(value.begin(), value.end());
+        blankBytes(value);
+        keep(replacements_, before, value);
     }
 
     std::vector<Replacement>& replacements_;
 };
-
-/// The card's serial number: the OCTET STRING behind the version.
-void blankSerialNumber(Span file, std::vector<Replacement>& replacements) {
-    Element info;
-    Element version;
-    Element serial;
-    if (!readElement(file, info) || info.tag != tagSequence || !readElement(info.value, version) ||
-        version.tag != tagInteger || version.value.size() != 1 ||
-        !readElement(version.rest, serial) || serial.tag != tagOctetString) {
-        return;
-    }
-    const Bytes before(serial.value.begin(), serial.value.end());
-    std::fill(serial.value.begin(), serial.value.end(), std::uint8_t{0});
-    // Elsewhere it may stand without the zeros that fill it up.
-    Bytes telling = before;
-    while (!telling.empty() && telling.back() == 0) telling.pop_back();
-    for (const Bytes& number : {before, telling}) {
-        if (number.size() >= shortestTelling) {
-            replacements.push_back({number, Bytes(number.size(), 0)});
-        }
-    }
-}
 
 bool isCertificate(const Bytes& file) {
     return file.size() >= shortestCertificate && file[0] == tagSequence && file[1] == 0x82 &&
@@ -326,7 +454,7 @@ void anonymize(recording::Conversation& conversation) {
         if (isCertificate(file.bytes)) {
             CertificateBlanker(replacements).blank(file.bytes);
         } else {
-            blankSerialNumber(file.bytes, replacements);
+            ObjectFileBlanker(replacements).blank(file.bytes);
         }
         file.giveBack();
     }

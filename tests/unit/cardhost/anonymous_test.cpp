@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <string_view>
 
 #include <botan/x509_dn.h>
@@ -113,8 +114,7 @@ TEST(Anonymous, ACertificateWhoseReadingWasCutTellsNobodyEither) {
         const auto time = std::search(file.begin(), file.end(), first.begin(), first.end());
         ASSERT_NE(time, file.end());
         std::copy(own.begin(), own.end(), time);
-        const std::vector<std::uint8_t> number =
-            Botan::X509_Certificate(file).serial_number();
+        const std::vector<std::uint8_t> number = Botan::X509_Certificate(file).serial_number();
         ASSERT_GE(number.size(), 4u);
         for (std::size_t limit = 5; limit < file.size(); limit += limit < 300 ? 1 : 13) {
             Conversation conversation;
@@ -151,6 +151,88 @@ TEST(Anonymous, WhatWasBlankedGoesWhereverItOccurs) {
     const auto& last = std::get<Exchange>(conversation.entries.back());
     EXPECT_EQ(last.command.withoutPin(),
               (Bytes{0x00, 0xDA, 0x00, 0x5A, 0x08, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+Bytes element(std::uint8_t tag, const Bytes& value) {
+    Bytes all{tag, static_cast<std::uint8_t>(value.size())};
+    all.insert(all.end(), value.begin(), value.end());
+    return all;
+}
+
+Bytes text(std::uint8_t tag, std::string_view value) {
+    return element(tag, Bytes(value.begin(), value.end()));
+}
+
+Bytes joined(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Bytes anonymous(const Bytes& file) {
+    Conversation conversation;
+    read(conversation, file);
+    anonymize(conversation);
+    return dataOf(conversation);
+}
+
+// What each optional part of EF.CIAInfo becomes.
+TEST(Anonymous, TheCardsOwnInformationTellsNobody) {
+    const Bytes numbers = joined(
+        {element(0xA1, text(0x80, "1234")),
+         element(0xA2, element(0x30, joined({element(0x02, {0x01}), element(0x06, {0x2A})})))});
+    const auto info = [&](std::string_view serial, std::string_view label, std::string_view issuer,
+                          std::string_view holder, std::string_view time, std::string_view late) {
+        return element(0x30, joined({element(0x02, {0x01}), text(0x04, serial), text(0x0C, "Maker"),
+                                     text(0x80, label), element(0x03, {0x05, 0x20}), numbers,
+                                     text(0x83, issuer), text(0x84, holder), text(0x85, time),
+                                     element(0xA5, text(0x18, late)), text(0x13, "fi")}));
+    };
+    const Bytes file = info("87654321", "Label", "Issuer", "Korttinen Testi Olavi ",
+                            "20200117123456Z", "20211218010203Z");
+    const Bytes blanked = info(std::string_view("\0\0\0\0\0\0\0\0", 8), "XXXXX", "XXXXXX",
+                               "XXXXXXXXXXXXXXXXXXXXXX", "20200101000000Z", "20211201000000Z");
+    EXPECT_EQ(anonymous(file), blanked);
+    // The serial number may be left out, and the reading cut anywhere.
+    const Bytes without = element(
+        0x30, joined({element(0x02, {0x01}), text(0x0C, "Maker"), text(0x84, "Korttinen Testi")}));
+    EXPECT_FALSE(holds(anonymous(without), "Kor"));
+    for (std::size_t limit = 5; limit < file.size(); ++limit) {
+        Conversation conversation;
+        read(conversation, file, limit);
+        anonymize(conversation);
+        EXPECT_EQ(dataOf(conversation).size(), limit);
+        for (const char* personal : {"8765", "Lab", "Iss", "Ko", "2020011", "2021121"}) {
+            EXPECT_FALSE(holds(dataOf(conversation), personal)) << limit << personal;
+        }
+    }
+}
+
+TEST(Anonymous, DirectoriesKeepWhatTheDriverReadsAndNoName) {
+    // A key: label, PIN; identifier, usage; the holder's name, a day; path, size.
+    const auto object = [](const Bytes& identifier, std::string_view name, std::string_view time,
+                           const Bytes& number) {
+        return element(
+            0x30,
+            joined(
+                {element(0x30, joined({text(0x0C, "authentication key"), element(0x04, {0x01})})),
+                 element(0x30, joined({element(0x04, identifier), element(0x03, {0x05, 0x20}),
+                                       text(0x18, time), element(0x02, number)})),
+                 element(0xA0, element(0x30, element(0x31, text(0x0C, name)))),
+                 element(0xA1,
+                         element(0x30, joined({element(0x30, element(0x04, {0x3F, 0x00, 0x50, 0x15,
+                                                                            0x43, 0x31})),
+                                               element(0x02, {0x08, 0x00})})))}));
+    };
+    EXPECT_EQ(anonymous(object(Bytes(20, 0x77), "KORTTINEN", "20200117123456Z", {1, 2, 3, 4, 5})),
+              object(Bytes(20, 0), "XXXXXXXXX", "20200101000000Z", {0, 0, 0, 0, 0}));
+    // Of the virtual cards all stays but the serial number and the card's label.
+    for (const auto& generation : virtual_card::generations()) {
+        for (const Bytes& file : filesOf(generation)) {
+            if (isCertificate(file) || (file[0] == 0x30 && file[2] == 0x02)) continue;
+            EXPECT_EQ(anonymous(file), file);
+        }
+    }
 }
 
 TEST(Anonymous, WhatKeysComputedIsBlanked) {
