@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <utility>
 
 #include <botan/bigint.h>
@@ -415,11 +416,19 @@ void replaceIn(Sequence& bytes, const Replacement& replacement, const Same& same
     }
 }
 
+/// Whether bytes are the other party's key of an agreement: an uncompressed point (SEC 1, 2.3.3) on
+/// a curve of a card, with a zero ahead of it for some cards.
+bool isPoint(ByteView data) {
+    constexpr std::size_t sizes[] = {65, 97, 133};
+    if (!data.empty() && data[0] == 0) data = data.subspan(1);
+    return !data.empty() && data[0] == 0x04 &&
+           std::find(std::begin(sizes), std::end(sizes), data.size()) != std::end(sizes);
+}
+
 /// What keys computed, and blocks that were encrypted to one.
 void blankResults(const std::vector<Exchange*>& exchanges) {
     constexpr std::uint8_t performSecurityOperation = 0x2A;
     constexpr std::uint8_t getResponse = 0xC0;
-    constexpr std::uint8_t controlReference = 0xA6;  // of a key agreement (ISO/IEC 7816-8, 5.4.8)
     constexpr std::size_t header = 5;
     bool isResult = false;
     bool isChained = false;
@@ -433,10 +442,13 @@ void blankResults(const std::vector<Exchange*>& exchanges) {
                                 byteOf(*exchange, 2) == 0x80 && byteOf(*exchange, 3) == 0x86;
         if (!isDecipher) continue;
         auto& bytes = exchange->command.bytes;
-        const bool isBlock = isChained || byteOf(*exchange, header) != controlReference;
+        const std::size_t dataEnd =
+            std::min<std::size_t>(header + byteOf(*exchange, 4), bytes.size());
+        const Bytes command = exchange->command.withoutPin();
+        const bool isBlock = isChained || dataEnd < header ||
+                             !isPoint(ByteView(command).subspan(header, dataEnd - header));
         isChained = (byteOf(*exchange, 0) & 0x10) != 0 && isBlock;
-        const std::size_t dataEnd = header + byteOf(*exchange, 4);
-        for (std::size_t at = header + 1; isBlock && at < std::min(dataEnd, bytes.size()); ++at) {
+        for (std::size_t at = header + 1; isBlock && at < dataEnd; ++at) {
             bytes[at] = 0;
         }
     }

@@ -232,6 +232,9 @@ class Record(CardhostTest):
                 self.assertEqual(out.count("the key of the certificate"), len(KEYS[card_type]))
                 self.assertNotIn("NOT the key", out)
                 self.cardhost(*replay, "report", "--out", "r.html", "--pin", "1234")
+                # Of all that was done with the keys only a block encrypted to one is missing.
+                if not any(key.startswith("rsa") for key in KEYS[card_type]):
+                    self.cardhost(*replay, "record", "--out", "again.txt", *ALL_PINS)
 
 
 class Reports(CardhostTest):

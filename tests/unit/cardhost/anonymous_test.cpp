@@ -249,8 +249,8 @@ TEST(Anonymous, WhatKeysComputedIsBlanked) {
     add({0x00, 0xC0, 0x00, 0x00}, {}, made);
     add({0x10, 0x2A, 0x80, 0x86}, {0x81, 0x11, 0x22}, {});  // a block in two parts
     add({0x00, 0x2A, 0x80, 0x86}, {0xA6, 0x44}, made);
-    add({0x00, 0x2A, 0x80, 0x86}, {0xA6, 0x03, 0x7F}, made);  // an agreement
-    add({0x00, 0xA4, 0x04, 0x00}, {0x55, 0x66}, made);        // something else
+    add({0x00, 0x2A, 0x80, 0x86}, {0xA6, 0x03, 0x7F}, made);
+    add({0x00, 0xA4, 0x04, 0x00}, {0x55, 0x66}, made);  // something else
     anonymize(conversation);
     const auto commandOf = [&](std::size_t at) {
         return recording::hexText(std::get<Exchange>(conversation.entries[at]).command);
@@ -258,10 +258,34 @@ TEST(Anonymous, WhatKeysComputedIsBlanked) {
     EXPECT_EQ(commandOf(0), "00 2A 9E 9A 02 10 20");
     EXPECT_EQ(commandOf(3), "10 2A 80 86 03 81 00 00");
     EXPECT_EQ(commandOf(4), "00 2A 80 86 02 A6 00");
-    EXPECT_EQ(commandOf(5), "00 2A 80 86 03 A6 03 7F");
+    EXPECT_EQ(commandOf(5), "00 2A 80 86 03 A6 00 00");
     Bytes expected(4 * made.size(), 0);
     expected.insert(expected.end(), made.begin(), made.end());
     EXPECT_EQ(dataOf(conversation), expected);
+}
+
+TEST(Anonymous, TheOtherPartysKeyStays) {
+    const auto after = [](Bytes data) {
+        Bytes command{0x00, 0x2A, 0x80, 0x86, static_cast<std::uint8_t>(data.size())};
+        command.insert(command.end(), data.begin(), data.end());
+        Conversation conversation;
+        conversation.entries.push_back(exchanged(command, Bytes(32, 0x77)));
+        anonymize(conversation);
+        EXPECT_EQ(dataOf(conversation), Bytes(32, 0));
+        const auto& exchange = std::get<Exchange>(conversation.entries.front());
+        return exchange.command.withoutPin() == command;
+    };
+    for (const std::size_t size : {65u, 97u, 133u}) {
+        Bytes point(size, 0x5A);
+        point[0] = 0x04;
+        EXPECT_TRUE(after(point));
+        point.insert(point.begin(), 0);
+        EXPECT_TRUE(after(point));
+        point.push_back(0x5A);
+        EXPECT_FALSE(after(point)) << "longer than a point";
+    }
+    EXPECT_FALSE(after(Bytes(65, 0x5A)));
+    EXPECT_FALSE(after(Bytes(255, 0x04)));
 }
 
 TEST(Anonymous, AHostileConversationStaysOne) {
