@@ -46,6 +46,21 @@ Bytes contentOf(const std::filesystem::path& file, std::size_t limit) {
     return content;
 }
 
+void requireWritable(const std::filesystem::path& file) {
+    std::error_code ignored;
+    const auto status = std::filesystem::status(file, ignored);
+    const bool exists = std::filesystem::exists(status);
+    // A pipe would take this for all that it gets.
+    if (exists && !std::filesystem::is_regular_file(status) &&
+        !std::filesystem::is_directory(status)) {
+        return;
+    }
+    std::ofstream stream(file, std::ios::binary | std::ios::app);
+    if (!stream) throw Failure(ExitCode::file, fmt::format("cannot write {}", shown(file)));
+    stream.close();
+    if (!exists) std::filesystem::remove(file, ignored);
+}
+
 void writeFile(const std::filesystem::path& file, ByteView content) {
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream.write(reinterpret_cast<const char*>(content.data()),

@@ -19,6 +19,10 @@ void forEachPiece(const std::filesystem::path& file, const std::function<void(By
 /// The whole content, if that is no more than `limit` bytes.
 Bytes contentOf(const std::filesystem::path& file, std::size_t limit);
 
+/// That a file can be written, before work that may not be done twice; its content stays, and none
+/// is left where there was none.
+void requireWritable(const std::filesystem::path& file);
+
 void writeFile(const std::filesystem::path& file, ByteView content);
 void writeFile(const std::filesystem::path& file, std::string_view content);
 

@@ -125,6 +125,7 @@ void save(const RecordOptions& options, recording::Conversation& conversation, R
 }
 
 void record(const RecordOptions& options, CommonOptions common, std::FILE* stream) {
+    requireWritable(os::pathOf(options.out));
     Report report(stream);
     report.line(options.isAnonymous ? anonymousNotice : personalDataNotice);
     recording::Conversation conversation;

@@ -82,7 +82,7 @@ std::string walk(Session& session, const ReportOptions& options, ReportPage& pag
     const bool hasPin = !options.pin.pins.empty() || !options.pin.file.empty();
     if (!hasPin && session.card.isRecording()) {
         session.acquisition.close();
-        return "The card was read. No PIN was given, so nothing was signed.";
+        return "The card was read. No PIN was given (--pin or --pin-file), so nothing was signed.";
     }
     verifyPin(session.acquisition, containers.front().pin, options.pin);
     signChallenge(session.acquisition, containers.front());
@@ -136,6 +136,7 @@ void makeFromLog(const ReportOptions& options, ReportPage& page) {
 }
 
 void report(const ReportOptions& options, const CommonOptions& common, std::FILE* stream) {
+    requireWritable(os::pathOf(options.out));
     ReportPage page;
     std::optional<Failure> failed;
     if (options.log.empty()) {

@@ -167,6 +167,18 @@ class Record(CardhostTest):
         self.assertRegex(text, r"(?m)^  < 63 C4 ")
         self.assertTrue(text.endswith("end\n"))
 
+    def test_a_file_that_cannot_be_written_costs_no_try(self):
+        self.write("kept.txt", b"kept")
+        for command, name in (("record", "none/a.txt"), ("report", "none/a.html"), ("record", ".")):
+            with self.subTest(command=command, name=name):
+                self.assertRegex(self.message("--virtual", 3, "--virtual-state", "state", command, "--out", name,
+                                              "--pin", "9999", expected=FILE), "^cannot write ")
+        _, text = self.record(3, "a.txt", "--virtual-state", "state")
+        self.assertIn("< 63 C5", text)
+        # Nor is a file touched, or left behind, where the card is not reached.
+        self.cardhost("--driver", "nothing.so", "record", "--out", "kept.txt", expected=cardhost_test.NOT_FOUND)
+        self.assertEqual((self.folder / "kept.txt").read_bytes(), b"kept")
+
     def test_of_a_driver_whose_commands_are_not_seen_fails(self):
         if not settings.deaf_driver:
             self.skipTest("no driver that sends no command is given")
