@@ -312,15 +312,15 @@ private:
         if (isTlv(data)) tlv(data, 0);
     }
 
-    void tlv(ByteView bytes, int depth) {
+    void tlv(ByteView bytes, int depth, bool areFileParameters = false) {
         add("<ul>");
         while (const auto element = readTlv(bytes)) {
-            const std::string name = nameOfTag(element->tag);
+            const std::string name = nameOfTag(element->tag, areFileParameters);
             format("<li><code>{:02X}</code> {}", element->tag, escaped(name));
             const bool isOpen =
                 element->isConstructed() && depth < deepestTlv && isTlv(element->value);
             if (isOpen) {
-                tlv(element->value, depth + 1);
+                tlv(element->value, depth + 1, holdsFileParameters(element->tag));
             } else {
                 const std::string text = textOfValue(element->tag, element->value);
                 if (text.empty()) {

@@ -63,17 +63,39 @@ constexpr TagName tagNames[] = {
     {0x61, "application"},
     {0x62, "file control parameters"},
     {0x6F, "file control information"},
+    {0x70, "answer to GET DATA"},
+    {0x7F41, "PIN object"},
+    {0x9A, "tries at most"},
+    {0x9B, "tries left"},
+};
+
+// ISO/IEC 7816-4, table 12: only in file control parameters.
+constexpr TagName fileTagNames[] = {
     {0x80, "size"},
     {0x81, "size with structure"},
     {0x82, "kind of file"},
     {0x83, "file identifier"},
     {0x84, "name of the application"},
     {0x8A, "state of life"},
-    {0x70, "answer to GET DATA"},
-    {0x7F41, "PIN object"},
-    {0x9A, "tries at most"},
-    {0x9B, "tries left"},
 };
+
+template <std::size_t size>
+std::string nameIn(const TagName (&names)[size], std::uint32_t tag) {
+    const auto* row = std::find_if(std::begin(names), std::end(names),
+                                   [&](const TagName& name) { return name.tag == tag; });
+    return row == std::end(names) ? "" : row->name;
+}
+
+constexpr bool isContextSpecific(std::uint32_t tag) {
+    return tag <= 0xFF && (tag & 0xC0) == 0x80 && (tag & 0x1F) != 0x1F;
+}
+
+bool isPrintable(ByteView value) {
+    constexpr std::size_t shortestText = 2;
+    return value.size() >= shortestText &&
+           std::all_of(value.begin(), value.end(),
+                       [](std::uint8_t byte) { return byte >= 0x20 && byte < 0x7F; });
+}
 
 std::string objectIdentifier(ByteView value) {
     std::string text;
@@ -103,10 +125,15 @@ std::string meaningOfCall(const std::string& call) {
     return row == std::end(callMeanings) ? "" : row->meaning;
 }
 
-std::string nameOfTag(std::uint32_t tag) {
-    const auto* row = std::find_if(std::begin(tagNames), std::end(tagNames),
-                                   [&](const TagName& name) { return name.tag == tag; });
-    return row == std::end(tagNames) ? "" : row->name;
+bool holdsFileParameters(std::uint32_t tag) {
+    return tag == 0x62 || tag == 0x6F;
+}
+
+std::string nameOfTag(std::uint32_t tag, bool isFileParameter) {
+    std::string name = isFileParameter ? nameIn(fileTagNames, tag) : "";
+    if (name.empty()) name = nameIn(tagNames, tag);
+    if (name.empty() && isContextSpecific(tag)) name = fmt::format("[{}]", tag & 0x1F);
+    return name;
 }
 
 std::string textOfValue(std::uint32_t tag, ByteView value) {
@@ -120,7 +147,9 @@ std::string textOfValue(std::uint32_t tag, ByteView value) {
         case 0x18:
             return std::string(value.begin(), value.end());
         default:
-            return {};
+            return isContextSpecific(tag) && isPrintable(value)
+                       ? std::string(value.begin(), value.end())
+                       : "";
     }
 }
 

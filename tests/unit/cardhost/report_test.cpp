@@ -80,6 +80,16 @@ TEST(ReportPage, HoldsNothingThatIsNoText) {
     EXPECT_THAT(html, HasSubstr("<h1>a?b?\?\xC3\xA4?\?\?</h1>"));
 }
 
+TEST(ReportPage, NamesTagsByWhereTheyStand) {
+    ReportPage page;
+    page.conversation = conversation(
+        "  > 00 A4 00 00\n  < 6F 04 83 02 50 32 90 00\n"
+        "  > 00 B0 00 00\n  < 30 0B 02 01 01 80 06 46 49 4E 45 49 44 90 00\n");
+    const std::string html = htmlOf(page);
+    EXPECT_EQ(countOf(html, "<code>83</code> file identifier <code>50 32</code>"), 1u);
+    EXPECT_EQ(countOf(html, "<code>80</code> [0] FINEID"), 1u);
+}
+
 TEST(ReportPage, MasksPins) {
     ReportPage page;
     page.conversation = conversation("  > 00 20 00 11 02 ** **\n  < 90 00\n");
@@ -88,7 +98,15 @@ TEST(ReportPage, MasksPins) {
 
 TEST(ReportWords, OfTagsAndValues) {
     EXPECT_EQ(nameOfTag(0x6F), "file control information");
-    EXPECT_EQ(nameOfTag(0x99), "");
+    EXPECT_EQ(nameOfTag(0x5A), "");
+    // What a tag of its own context says is told by where it stands.
+    EXPECT_EQ(nameOfTag(0x80), "[0]");
+    EXPECT_EQ(nameOfTag(0xA1), "[1]");
+    EXPECT_EQ(nameOfTag(0x80, true), "size");
+    EXPECT_EQ(nameOfTag(0x85, true), "[5]");
+    EXPECT_EQ(textOfValue(0x80, Bytes{'F', 'I'}), "FI");
+    EXPECT_EQ(textOfValue(0x80, Bytes{'F'}), "") << "may as well be a number";
+    EXPECT_EQ(textOfValue(0x80, Bytes{'F', 0}), "");
     const Bytes commonName{0x55, 0x04, 0x03};
     const Bytes rsa{0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
     EXPECT_EQ(textOfValue(0x06, commonName), "2.5.4.3");
