@@ -62,6 +62,7 @@ struct CallStep {
     const recording::Result* result = nullptr;
 
     bool isBad() const { return result != nullptr && result->status != 0; }
+    bool isWell() const { return result != nullptr && result->status == 0; }
 
     recording::Duration time() const {
         // A recorded card's commands took what they took, however fast the call is now.
@@ -210,7 +211,8 @@ private:
     void diagram(const ReportPage& page, const std::vector<CallStep>& steps) {
         isOfLog_ = page.isOfLog;
         add("<h2>What happened</h2>\n<p class=\"dim\">Each line opens: by a click, or by Tab and "
-            "Enter. Blue goes towards the card, green comes back, red is a refusal or a failure."
+            "Enter. Blue goes towards the card, green comes back, red is a failure; grey is a "
+            "refusal that the call came through, such as of a file that not every card has."
             "</p>\n<div class=\"heads\" aria-hidden=\"true\"><div><span>Platform</span>"
             "<span>Driver</span><span>Card</span></div></div>\n");
         if (!page.leftOut.empty()) format("<p class=\"dim\">{}</p>\n", escaped(page.leftOut));
@@ -238,7 +240,7 @@ private:
         format("<span class=\"side\">{}{}</span></summary>\n",
                step.time().count() == 0 ? "" : timeText(step.time()),
                step.exchanges.empty() ? "" : "<br>" + commandsText(step));
-        for (const Exchange* exchange : step.exchanges) command(*exchange, lane);
+        for (const Exchange* exchange : step.exchanges) command(*exchange, lane, step.isWell());
         if (step.exchanges.empty() && step.log.empty()) {
             add("<div class=\"inside dim\">No command went to the card.</div>");
         }
@@ -264,17 +266,25 @@ private:
                "</span>";
     }
 
-    void command(const Exchange& exchange, const char* lane) {
+    void command(const Exchange& exchange, const char* lane, bool isInGoodCall) {
         const bool isBad = isRefused(exchange);
+        // The driver tries what a card may not have: what its call came through is no failure.
+        const bool isTrial = isBad && isInGoodCall && exchange.reply.failure == 0;
         const auto bytes = exchange.command.withoutPin();
         format(
             "<details class=\"command\"><summary class=\"row\"><span class=\"lanes\">"
             "<i class=\"arrow right {} up\"></i><i class=\"arrow left {} down{}\"></i></span>"
             "<span class=\"text\"><span class=\"what\">{}</span><br><span class=\"{}\">{}</span>"
             "</span><span class=\"side\">{}</span></summary>\n<div class=\"inside\">",
-            lane, lane, isBad ? " bad" : "", escaped(recording::meaningOfCommand(bytes)),
-            isBad ? "badtext" : "goodtext", escaped(replyWords(exchange)),
-            timeText(exchange.reply.time));
+            lane, lane,
+            isTrial ? " trial"
+            : isBad ? " bad"
+                    : "",
+            escaped(recording::meaningOfCommand(bytes)),
+            isTrial ? "dim"
+            : isBad ? "badtext"
+                    : "goodtext",
+            escaped(replyWords(exchange)), timeText(exchange.reply.time));
         header(exchange);
         format("<p>Command <code>{}</code></p>", recording::hexText(exchange.command));
         if (exchange.reply.failure != 0) {

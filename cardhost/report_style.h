@@ -51,6 +51,7 @@ linear-gradient(var(--line),var(--line)) 83.34% 0/1px 100% no-repeat}
 .arrow{position:absolute;height:0;border-top:2px solid var(--out);color:var(--out)}
 .arrow.left{border-top:2px dashed var(--in);color:var(--in)}
 .arrow.bad{border-color:var(--bad);color:var(--bad)}
+.arrow.trial{border-color:var(--dim);color:var(--dim)}
 .arrow::after{content:"";position:absolute;top:-6px;border:5px solid transparent}
 .arrow.right::after{right:-1px;border-left-color:currentColor;border-right:0}
 .arrow.left::after{left:-1px;border-right-color:currentColor;border-left:0}
@@ -76,7 +77,7 @@ linear-gradient(var(--line),var(--line)) 83.34% 0/1px 100% no-repeat}
 table{border-collapse:collapse}
 td{padding:0 .8rem 0 0;vertical-align:top}
 @media(max-width:40rem){:root{--lanes:7.8rem}body{padding:1rem .6rem 3rem;font-size:14px}
-.heads div{font-size:.58rem}.lanes{grid-row:1/3}.row{grid-template-columns:var(--lanes) 1fr}
+.heads div{font-size:.52rem;letter-spacing:-.02em}.lanes{grid-row:1/3}.row{grid-template-columns:var(--lanes) 1fr}
 .side{grid-column:2;text-align:left;padding:0 .2rem .3rem .7rem;white-space:normal}
 .inside,.log{margin-left:1rem}}
 @media print{:root{color-scheme:light;--back:#fff;--card:#f5f6f8;--text:#000;--dim:#444;--line:#aaa;--out:#0b62c4;

@@ -210,11 +210,15 @@ class ReportPage(unittest.TestCase):
         for width in (PHONE_WIDTH, 320, 1100):
             self.browser.look(width=width)
             self.assertLessEqual(self.browser.value("document.documentElement.scrollWidth"), width)
+            gaps = ("[...document.querySelectorAll('.heads span')].map(e => { const r = document.createRange();"
+                    " r.selectNodeContents(e); return r.getBoundingClientRect(); })"
+                    ".map((r, i, all) => i ? r.left - all[i - 1].right : 99)")
+            self.assertGreaterEqual(min(self.browser.value(gaps)), 4, "the lanes' names stand apart")
 
     def test_has_enough_contrast_in_light_and_dark(self):
         # A wrong PIN: good and bad stand on one page.
         self.report("--virtual", "3", "report", "--pin", "9999")
-        for colour in ("goodtext", "badtext", "outcome.bad"):
+        for colour in ("goodtext", "badtext", "outcome.bad", "arrow.trial"):
             self.assertGreater(self.browser.value(f"document.querySelectorAll('.{colour}').length"), 0)
         contrast = """(() => {
             const numbers = text => text.match(/[\\d.]+/g).map(Number);
@@ -225,14 +229,26 @@ class ReportPage(unittest.TestCase):
                 const colour = getComputedStyle(element).backgroundColor;
                 if (numbers(colour)[3] !== 0) return colour; } return 'rgb(255,255,255)'; };
             let least = 99;
-            for (const element of document.querySelectorAll('.what,.dim,.badtext,.goodtext,dt,dd,h1,h2,.outcome,.side')) {
+            for (const element of document.querySelectorAll('.what,.dim,.badtext,.goodtext,.uncleartext,dt,dd,h1,h2,.outcome,.side')) {
                 const a = light(getComputedStyle(element).color), b = light(back(element));
                 least = Math.min(least, (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05));
             }
             return least; })()"""
-        for scheme in ("light", "dark"):
-            self.browser.look(scheme=scheme)
-            self.assertGreaterEqual(self.browser.value(contrast), 4.5, scheme)
+        def check():
+            for scheme in ("light", "dark"):
+                self.browser.look(scheme=scheme)
+                self.assertGreaterEqual(self.browser.value(contrast), 4.5, scheme)
+
+        check()
+        # And a log that breaks off.
+        log = self.folder / "cut.log"
+        log.write_text("[2026-01-01 10:00:00] [CardAcquireContext] Entering the function\n"
+                       "[2026-01-01 10:00:00] [CardAcquireContext] Entering RegisterCard\n"
+                       "[2026-01-01 10:00:00] [CardSignData] Entering the function, with parameters, x\n")
+        self.report("report", "--log", log)
+        for colour in ("uncleartext", "outcome.unclear"):
+            self.assertEqual(self.browser.value(f"document.querySelectorAll('.{colour}').length"), 1)
+        check()
 
     def test_what_a_hostile_card_says_stays_text(self):
         text = (RECORDINGS / "card-type-5.txt").read_text()

@@ -1,6 +1,8 @@
 // The page of a logon, and what it is made of.
 #include <gmock/gmock.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <tuple>
 
@@ -40,7 +42,9 @@ TEST(ReportPage, HasAnArrowForEachWay) {
     EXPECT_EQ(countOf(html, "class=\"arrow left platform"), 2u);
     EXPECT_EQ(countOf(html, "class=\"arrow right card"), 3u);
     EXPECT_EQ(countOf(html, "class=\"arrow left card"), 3u);
-    EXPECT_EQ(countOf(html, " bad\"></i>"), 3u);
+    // The card's failure, and the call that it ended; what the first call came through is none.
+    EXPECT_EQ(countOf(html, " bad\"></i>"), 2u);
+    EXPECT_EQ(countOf(html, " trial\"></i>"), 1u);
     EXPECT_THAT(html, HasSubstr("file not found"));
     EXPECT_THAT(html, HasSubstr("SCARD_W_REMOVED_CARD"));
     EXPECT_THAT(html, HasSubstr("SCARD_E_UNEXPECTED"));
@@ -88,6 +92,18 @@ TEST(ReportPage, NamesTagsByWhereTheyStand) {
     const std::string html = htmlOf(page);
     EXPECT_EQ(countOf(html, "<code>83</code> file identifier <code>50 32</code>"), 1u);
     EXPECT_EQ(countOf(html, "<code>80</code> [0] FINEID"), 1u);
+}
+
+TEST(ReportPage, IsRedOnlyWhereACallFailed) {
+    const auto page = [](const char* status) {
+        ReportPage page;
+        page.conversation =
+            conversation(fmt::format("CardReadFile\n  > 00 B0 00 00 05\n  < 6A 82\n{}", status));
+        return htmlOf(page);
+    };
+    EXPECT_THAT(page("  = 0x00000000\n"), HasSubstr("<span class=\"dim\">file not found"));
+    EXPECT_THAT(page("  = 0x8010001F\n"), HasSubstr("<span class=\"badtext\">file not found"));
+    EXPECT_THAT(page(""), HasSubstr("<span class=\"badtext\">file not found"));
 }
 
 TEST(ReportPage, MasksPins) {
