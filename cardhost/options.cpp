@@ -113,10 +113,31 @@ void printHelp(const CLI::App& program, std::FILE* help) {
     const CLI::App& subject = chosen.empty() ? program : *chosen.front();
     fmt::print(help, "{}", wrappedHelp(subject.help(chosen.empty() ? "" : "cardhost")));
     if (!chosen.empty()) {
-        fmt::print(
-            help,
-            "\nThe options --driver, --virtual, --reader, --replay and --trace go with every\n"
-            "command: see cardhost --help\n");
+        fmt::print(help,
+                   "\nThe options --driver and --trace go with every command; --virtual,\n"
+                   "--virtual-state, --reader, --replay and --as with those that ask a card: see\n"
+                   "cardhost --help\n");
+    }
+}
+
+/// Options that the chosen command would pass over.
+void refuseUnused(const CLI::App& program) {
+    const CLI::App& command = *program.get_subcommands().front();
+    const auto isGiven = [&](const char* name) {
+        const CLI::Option* option = command.get_option_no_throw(name);
+        return option != nullptr && option->count() > 0;
+    };
+    std::string asksNoCard;
+    if (command.get_name() == "list") asksNoCard = "list, which tells of all readers";
+    if (isGiven("--log")) asksNoCard = "--log, where no card is asked";
+    if (asksNoCard.empty()) return;
+    for (const char* name :
+         {"--virtual", "--virtual-state", "--reader", "--replay", "--as", "--pin", "--pin-file"}) {
+        const CLI::Option* option = program.get_option_no_throw(name);
+        if (isGiven(name) || (option != nullptr && option->count() > 0)) {
+            throw Failure(ExitCode::usage,
+                          fmt::format("{} does not go with {}{}", name, asksNoCard, seeHelp));
+        }
     }
 }
 
@@ -218,6 +239,7 @@ CommandLine parse(std::vector<std::string> arguments, std::FILE* help) {
     std::reverse(arguments.begin(), arguments.end());
     try {
         program.parse(arguments);
+        refuseUnused(program);
     } catch (const CLI::CallForHelp&) {
         printHelp(program, help);
         line.action = {};

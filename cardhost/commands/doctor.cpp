@@ -22,8 +22,13 @@ struct DoctorOptions {
 };
 
 doctor::Findings examineMachine(const DoctorOptions& options, const CommonOptions& common,
-                                doctor::Printer* printer) {
-    const auto machine = doctor::realMachine(common);
+                                bool hasChosenCard, doctor::Printer* printer) {
+    const auto machine = doctor::realMachine(common, hasChosenCard);
+    if (options.usesNetwork && !machine->isWindows()) {
+        throw Failure(ExitCode::usage,
+                      "--network asks the directory services that Windows' registry names; this "
+                      "system has no such setting");
+    }
     doctor::Examination examination(*machine, options.usesNetwork);
     if (printer != nullptr) examination.show = [&] { printer->print(examination.findings); };
     doctor::examine(examination);

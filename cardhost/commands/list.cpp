@@ -28,9 +28,10 @@ void printJson(const std::vector<ReaderState>& readers, std::FILE* stream) {
 
 void list(bool isJson, const CommonOptions& options, std::FILE* stream) {
     const auto readers = readersOf(Session::driverFile(options).parent_path());
-    if (isJson) return printJson(readers, stream);
-    Report report(stream);
+    if (isJson) printJson(readers, stream);
     if (readers.empty()) throw Failure(ExitCode::notFound, "no reader is connected");
+    if (isJson) return;
+    Report report(stream);
     for (const ReaderState& reader : readers) {
         report.heading(reader.name);
         report.row("card", contentText(reader));

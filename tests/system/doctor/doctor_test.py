@@ -261,6 +261,14 @@ class Log(DoctorTest):
 
 
 class Anywhere(DoctorTest):
+    @unittest.skipIf(os.name == "nt", "asks them there")
+    def test_asks_no_directory_services_where_none_can_be_named(self):
+        if settings.launcher:
+            self.skipTest("Windows names them")
+        code, out, error = run(settings.cardhost, "doctor", "--network", cwd=self.folder)
+        self.assertEqual((code, out), (1, ""))
+        self.assertRegex(error, "^cardhost: --network asks the directory services")
+
     def test_looks_at_each_card(self):
         for card in ATRS:
             with self.subTest(card=card):

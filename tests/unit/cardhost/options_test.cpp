@@ -44,6 +44,31 @@ TEST(Options, OfTheCardExcludeEachOther) {
     }
 }
 
+TEST(Options, ThatACommandWouldPassOverAreRefused) {
+    for (const std::vector<std::string>& card : {std::vector<std::string>{"--virtual", "5"},
+                                                 {"--replay", "f"},
+                                                 {"--reader", "r"},
+                                                 {"--as", "5"},
+                                                 {"--virtual-state", "s"}}) {
+        for (const std::vector<std::string>& command : {std::vector<std::string>{"list"},
+                                                        {"list", "--json"},
+                                                        {"doctor", "--log", "l"},
+                                                        {"report", "--log", "l", "--out", "o"}}) {
+            std::vector<std::string> arguments = card;
+            arguments.insert(arguments.end(), command.begin(), command.end());
+            EXPECT_THAT(refusalOf(arguments), HasSubstr(card.front() + " does not go with "));
+        }
+    }
+    for (const char* option : {"--pin", "--pin-file"}) {
+        EXPECT_THAT(refusalOf({"report", "--log", "l", "--out", "o", option, "1234"}),
+                    HasSubstr(std::string(option) + " does not go with --log"));
+    }
+    EXPECT_TRUE(parsed({"list"}).action);
+    EXPECT_TRUE(parsed({"doctor", "--log", "l"}).action);
+    EXPECT_TRUE(parsed({"report", "--log", "l", "--out", "o"}).action);
+    EXPECT_TRUE(parsed({"--virtual", "5", "doctor"}).action);
+}
+
 TEST(Options, EveryKeyCommandTakesTheSame) {
     for (const auto& [command, input] :
          {std::pair{"sign", "--in"}, std::pair{"decrypt", "--in"}, std::pair{"agree", "--peer"}}) {
