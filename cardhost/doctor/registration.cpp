@@ -55,6 +55,17 @@ Row rowOf(const Examination& examination, View view, const std::string& name) {
     return row;
 }
 
+/// Whether the row names the file that belongs there: by its name alone, or by its place in a
+/// system folder; 32-bit programs see theirs under both names.
+bool namesInstalledFile(const Examination& examination, View view, const Row& row) {
+    if (isSameName(row.driver, driverLibrary)) return true;
+    for (const View place : {view, View::bits64}) {
+        const std::string folder = examination.machine.systemFolder(place);
+        if (isSameName(row.driver, fmt::format("{}\\{}", folder, driverLibrary))) return true;
+    }
+    return false;
+}
+
 /// Looks at a row of ours by itself; whether there is nothing to say.
 bool isSound(Examination& examination, View view, const Row& row) {
     const std::string subject = fmt::format("{}, row '{}'", programsOf(view), row.name);
@@ -75,6 +86,11 @@ bool isSound(Examination& examination, View view, const Row& row) {
                    [](std::uint8_t atr, std::uint8_t mask) { return (atr & ~mask) == 0; })) {
         complain("registration.mask",
                  "its ATR has bits where its mask has none, so it fits no card");
+    }
+    if (!namesInstalledFile(examination, view, row)) {
+        complain("registration.path",
+                 fmt::format("names {}, not the driver in {}: that file is loaded, if it is there",
+                             row.driver, examination.machine.systemFolder(view)));
     }
     for (const ExpectedText& expected : expectedTexts) {
         const std::string text = examination.text(view, key, expected.name);

@@ -120,6 +120,11 @@ const Sickness sicknesses[] = {
      problem, "registration.value", "is 'Other KSP'"},
     {"NoDriverNamed", [](FakeMachine& m) { m.wide[typeRow(8)].erase("80000001"); }, problem,
      "registration.rival", "no driver"},
+    {"DriverFromAnotherFolder",
+     [](FakeMachine& m) {
+         m.wide[typeRow(8)]["80000001"] = text(R"(C:\Old\kelmora-id-minidriver.dll)");
+     },
+     problem, "registration.path", R"(names C:\Old\kelmora-id-minidriver.dll)"},
     {"RivalAhead",
      [](FakeMachine& m) {
          m.wide[FakeMachine::rowKey("Another card")] =
