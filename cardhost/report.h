@@ -1,5 +1,5 @@
 // The readable report of a command, on standard output. What it says of a card or of a reader
-// cannot steer the terminal. On a terminal long values are broken into lines.
+// cannot steer the terminal. Long values are broken into lines; scripts have --json.
 #pragma once
 
 #include <algorithm>
@@ -16,8 +16,7 @@ namespace cardhost {
 
 class Report {
 public:
-    explicit Report(std::FILE* stream)
-        : stream_(stream), terminal_(stream), isBroken_(os::isTerminal(stream)) {}
+    explicit Report(std::FILE* stream) : stream_(stream), terminal_(stream) {}
 
     /// A heading with an empty line ahead of it, except at the top.
     void heading(const std::string& text) {
@@ -58,7 +57,7 @@ private:
 
     void writeRow(std::string begin, const std::string& value) {
         const std::string text = doctor::printable(value);
-        if (!isBroken_ || begin.size() + doctor::widthOf(text) <= width) {
+        if (begin.size() + doctor::widthOf(text) <= width) {
             return write(begin + text + "\n");
         }
         const std::size_t room = width - begin.size();
@@ -77,7 +76,6 @@ private:
 
     std::FILE* stream_;
     Terminal terminal_;
-    bool isBroken_;
     bool isEmpty_ = true;
 };
 

@@ -249,7 +249,9 @@ void explainLog(const LogReader& log, const std::string& name, Findings& finding
     findings.begin(fmt::format("Log {}", name));
     if (log.firstTime().empty()) {
         findings.problem("log.foreign", "lines",
-                         fmt::format("none of {} is a line of the driver's log", log.lines()),
+                         log.lines() == 0
+                             ? std::string("the file is empty")
+                             : fmt::format("none of {} is a line of the driver's log", log.lines()),
                          "Is it the right file? It is named Kelmora-ID-minidriver.log.");
         return;
     }

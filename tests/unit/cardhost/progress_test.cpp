@@ -53,6 +53,22 @@ TEST_F(ProgressLine, ComesAfterASecondAndGoesAtTheEnd) {
     EXPECT_EQ(written, "");
 }
 
+TEST_F(ProgressLine, GoesOnWhereNoCommandComesBy) {
+    progress.begin("CardAcquireContext");
+    stepAfter(10ms);
+    now += 900ms;
+    progress.wait();
+    EXPECT_EQ(written, "");
+    now += 500ms;
+    progress.wait();
+    EXPECT_EQ(written, "\r\033[KCardAcquireContext: 1 commands, 1.4 s");
+    written.clear();
+    progress.end();
+    now += 2s;
+    progress.wait();
+    EXPECT_EQ(written, "\r\033[K");
+}
+
 TEST(Progress, IsOffWhereNobodyLooks) {
     std::FILE* file = std::tmpfile();
     ASSERT_NE(file, nullptr);

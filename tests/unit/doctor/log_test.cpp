@@ -238,7 +238,8 @@ TEST(Log, ThatBeginsWithinAnAcquisitionIsExplainedToo) {
 
 TEST(Log, ThatIsNoneIsNamed) {
     EXPECT_THAT(explained("hello\nworld\n"), ElementsAre(HasSubstr("problem log.foreign")));
-    EXPECT_THAT(explained(""), ElementsAre(HasSubstr("problem log.foreign")));
+    EXPECT_THAT(explained(""),
+                ElementsAre(HasSubstr("problem log.foreign lines: the file is empty")));
 }
 
 TEST(Log, IsReadTheSameInPiecesOfAnySize) {
