@@ -82,17 +82,14 @@ void travel(Acquisition& acquisition, const std::vector<Work>& works, const Byte
     }
 }
 
-double seconds(Clock::time_point from) {
-    return std::chrono::duration<double>(Clock::now() - from).count();
-}
-
+/// From the call of each entry point to its return; what cardhost does beside them does not count.
 double withDriver(const Driver& driver, ConnectedCard& card, const Trace& trace,
                   const std::vector<Work>& works, const Bytes& digest) {
-    const auto start = Clock::now();
+    const auto before = trace.timeInCalls();
     Acquisition acquisition(driver, card, trace);
     travel(acquisition, works, digest);
     acquisition.close();
-    return seconds(start);
+    return std::chrono::duration<double>(trace.timeInCalls() - before).count();
 }
 
 /// The kept commands as they went out. What comes back may be another signature, never another
@@ -115,7 +112,7 @@ double bare(SCARDHANDLE card) {
             throw std::runtime_error("the card answers otherwise than to the driver");
         }
     }
-    return seconds(start);
+    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 void print(const char* name, const std::vector<double>& times) {

@@ -54,6 +54,7 @@ struct Trace::State {
     recording::WrittenCommand command;
     Clock::time_point commandStart;
     Clock::time_point callStart;
+    std::chrono::nanoseconds timeInCalls{0};
     std::size_t exchanges = 0;
     bool isBegun = false;
 };
@@ -80,6 +81,10 @@ std::size_t Trace::exchanges() const {
     return state_->exchanges;
 }
 
+std::chrono::nanoseconds Trace::timeInCalls() const {
+    return state_->timeInCalls;
+}
+
 void Trace::onCall(std::function<void(const std::string&)> listener) const {
     state_->listeners.push_back(std::move(listener));
 }
@@ -101,7 +106,10 @@ void Trace::entryPoint(const std::string& call) const {
 }
 
 void Trace::result(DWORD status) const {
-    const recording::Result result{static_cast<std::uint32_t>(status), since(state_->callStart)};
+    const std::chrono::nanoseconds time = Clock::now() - state_->callStart;
+    state_->timeInCalls += time;
+    const recording::Result result{static_cast<std::uint32_t>(status),
+                                   std::chrono::duration_cast<recording::Duration>(time)};
     state_->progress.end();
     if (state_->writer) {
         state_->writer->result(result, status == 0 ? "" : statusMeaning(status));

@@ -3,6 +3,7 @@
 // docs/conversation-format.md; the bytes of PINs are masked.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -33,6 +34,9 @@ public:
 
     /// The commands that have been answered so far.
     std::size_t exchanges() const;
+
+    /// What the driver's entry points have taken so far, from call to return.
+    std::chrono::nanoseconds timeInCalls() const;
 
     /// Is told of each entry point ahead of its call.
     void onCall(std::function<void(const std::string& call)> listener) const;

@@ -47,9 +47,11 @@ get_filename_component(module_libraries "${start}" DIRECTORY)
 
 # 0x800: Windows looks for the imports in System32 only, not beside the program. -Brepro and the build
 # id make the time stamp and the identity for crash dumps of the content; -release adds the checksum,
-# which Windows compares in what a critical process such as lsass loads.
+# which Windows compares in what a critical process such as lsass loads. Sections begin at whole pages of
+# the file, so that they are mapped as they are: Wine would copy every byte otherwise.
 string(CONCAT module_hardening "--dynamicbase --nxcompat --dependent-load-flag=0x800"
-       " --subsystem=windows --build-id --Xlink=-Brepro --Xlink=-release")
+       " --subsystem=windows --build-id --Xlink=-merge:.buildid=.rdata --Xlink=-Brepro --Xlink=-release"
+       " --file-alignment=4096")
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
     string(APPEND module_hardening " --high-entropy-va")
 else()

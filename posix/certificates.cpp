@@ -141,14 +141,15 @@ BOOL WINAPI CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwF
     if (pbBinary == nullptr || dwFlags != (CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF)) {
         return fail(ERROR_INVALID_PARAMETER);
     }
-    const std::string text = Botan::base64_encode(pbBinary, cbBinary);
-    const auto length = static_cast<DWORD>(text.size());
+    const auto length = static_cast<DWORD>(Botan::base64_encode_max_output(cbBinary));
     if (pszString == nullptr) {
         *pcchString = length + 1;
         return TRUE;
     }
     if (*pcchString <= length) return fail(ERROR_MORE_DATA);
-    std::copy_n(text.c_str(), text.size() + 1, pszString);
+    std::size_t consumed = 0;
+    Botan::base64_encode(pszString, pbBinary, cbBinary, consumed, true);
+    pszString[length] = '\0';
     *pcchString = length;
     return TRUE;
 }
