@@ -1,5 +1,6 @@
-// bench_load: how long LoadLibrary takes for two DLLs, turn by turn in one process. What both
-// import is loaded already. Prints microseconds as one line of JSON.
+// bench_load: how long LoadLibrary takes for two DLLs, turn by turn in one process, and the bytes of
+// heap that are taken meanwhile. What both import is loaded already. Prints microseconds and bytes as
+// one line of JSON.
 //
 //   bench_load FIRST.dll SECOND.dll ROUNDS
 #include <windows.h>
@@ -23,6 +24,28 @@ double microseconds(const char* file) {
     FreeLibrary(module);
     return static_cast<double>(end.QuadPart - start.QuadPart) * 1e6 /
            static_cast<double>(frequency.QuadPart);
+}
+
+/// What is in use of all heaps, the C library's among them.
+SIZE_T heapInUse() {
+    HANDLE heaps[64];
+    const DWORD count = GetProcessHeaps(64, heaps);
+    SIZE_T bytes = 0;
+    for (DWORD i = 0; i < count && i < 64; ++i) {
+        PROCESS_HEAP_ENTRY entry{};
+        while (HeapWalk(heaps[i], &entry)) {
+            if (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) bytes += entry.cbData;
+        }
+    }
+    return bytes;
+}
+
+SIZE_T heapTaken(const char* file) {
+    const SIZE_T before = heapInUse();
+    HMODULE module = LoadLibraryA(file);
+    const SIZE_T after = heapInUse();
+    FreeLibrary(module);
+    return after - before;
 }
 
 void print(const char* name, const std::vector<double>& times) {
@@ -56,6 +79,8 @@ int main(int argc, char** argv) {
     print("first", first);
     std::printf(", ");
     print("second", second);
-    std::printf("}\n");
+    std::printf(", \"heap\": [%llu, %llu]}\n",
+                static_cast<unsigned long long>(heapTaken(argv[1])),
+                static_cast<unsigned long long>(heapTaken(argv[2])));
     return 0;
 }

@@ -39,15 +39,15 @@ def platform_calls():
     return [name for name in calls if name not in ("GetLastError", "SetLastError")]
 
 
-def callgrind(program, arguments, out, left_out=None):
-    """Runs a program with the driver under callgrind; gives the text of its profile. `left_out` are the
-    functions whose cost is somebody else's, by default the platform's calls."""
+def callgrind(program, arguments, out):
+    """Runs a program with the driver under callgrind; gives the text of its profile, without what
+    the platform's calls cost."""
     if LOG_FOLDER.exists():
         raise Unmeasurable(f"{LOG_FOLDER} exists, so that the driver writes its log: take it away first")
     command = ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={out}",
                "--compress-strings=no", "--compress-pos=no", "--toggle-collect=CardAcquireContext",
                "--toggle-collect=KelmoraID::Guarded*::call*",
-               *(f"--toggle-collect={name}" for name in left_out or platform_calls()),
+               *(f"--toggle-collect={name}" for name in platform_calls()),
                program, *arguments]
     # The C library has a memcpy for each kind of processor: the plainest is the same everywhere.
     environment = {**os.environ, "GLIBC_TUNABLES": "glibc.cpu.hwcaps=-AVX2,-AVX,-ERMS,-FSRM"}
@@ -80,10 +80,10 @@ def entry_point_of(function):
     return "CardAcquireContext" if function == "CardAcquireContext" else None
 
 
-def entry_points_of(program, arguments, out, left_out=None):
+def entry_points_of(program, arguments, out):
     """The instructions of each entry point while a program runs."""
     points = {}
-    for function, cost in inclusive_costs(callgrind(program, arguments, out, left_out)).items():
+    for function, cost in inclusive_costs(callgrind(program, arguments, out)).items():
         point = entry_point_of(function)
         if point:
             points[point] = points.get(point, 0) + cost
@@ -105,12 +105,12 @@ def journey(bin_folder, card_type):
                                     [RECORDINGS / f"card-type-{card_type}.txt"], pathlib.Path(folder) / "profile"))
 
 
-def steps_of(bin_folder, card_type, left_out=None):
+def steps_of(bin_folder, card_type):
     """The instructions of each step of cardhost's journey with that card, and of each entry point."""
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
         points = entry_points_of(bin_folder / "cardhost",
                                  ["--replay", RECORDINGS / f"card-type-{card_type}.txt", "record",
                                   "--pin", "1234", "--signature-pin", "123456", "--out", folder / "out.txt"],
-                                 folder / "profile", left_out)
+                                 folder / "profile")
     return sums(points), points

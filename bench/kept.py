@@ -97,6 +97,9 @@ def check(root, bin_folder, card_types=CHECKED_CARDS):
         lines = [text for text in found if f"card type {card}:" in text]
         print(f"{'not ok' if lines else 'ok'} - instructions with card type {card}: {sum(steps.values()):,}, "
               f"kept {sum(kept['instructions'].get(card, {}).values()):,}")
+    for name in DLLS:
+        if name not in dlls:
+            print(f"DLL for {name}: not checked, it is not built")
     for name, size in dlls.items():
         lines = [text for text in found if f"DLL for {name}:" in text]
         print(f"{'not ok' if lines else 'ok'} - DLL for {name}: {size:,} bytes, kept "
