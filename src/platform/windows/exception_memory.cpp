@@ -1,6 +1,6 @@
-// The memory of thrown exceptions, in place of what GCC's library has for it: that takes 71 KiB of heap
-// when the DLL is loaded, for exceptions that are thrown when there is no memory. Here such a reserve is
-// part of the image, whose pages nobody touches until then.
+// The memory of thrown exceptions, in place of what GCC's library has for it: that takes 71 KiB of
+// heap when the DLL is loaded, for exceptions that are thrown when there is no memory. Here such a
+// reserve is part of the image, whose pages nobody touches until then.
 #include <exception>
 
 #ifdef __GLIBCXX__
@@ -15,10 +15,8 @@
 
 namespace {
 
-// What the library keeps ahead of a thrown object: the exception header of the Itanium C++ ABI, 2.2.1,
-// and ahead of that, as GCC has it, the count of those who hold the exception.
+// The exception header of the Itanium C++ ABI, 2.2.1.
 struct ExceptionHeader {
-    int uses;
     std::type_info* exceptionType;
     void (*exceptionDestructor)(void*);
     void (*unexpectedHandler)();
@@ -33,9 +31,16 @@ struct ExceptionHeader {
     _Unwind_Exception unwindHeader;
 };
 
+// What GCC's library keeps ahead of a thrown object: the count of those who hold it, and the
+// header.
+struct CountedHeader {
+    int uses;
+    ExceptionHeader header;
+};
+
 // One exception each. The largest that is thrown here is a std::system_error, of four words.
 struct alignas(_Unwind_Exception) ReservedBlock {
-    unsigned char bytes[sizeof(ExceptionHeader) + 96];
+    unsigned char bytes[sizeof(CountedHeader) + 96];
 };
 constexpr std::size_t reservedBlocks = 64;
 ReservedBlock reserve[reservedBlocks];
@@ -53,12 +58,13 @@ void* take(std::size_t bytes) noexcept {
     void* block = std::malloc(bytes);
     if (block == nullptr) block = takeReserved(bytes);
     if (block == nullptr) std::terminate();
-    return std::memset(block, 0, sizeof(ExceptionHeader));
+    return std::memset(block, 0, sizeof(CountedHeader));
 }
 
 void giveBack(void* block) noexcept {
     const auto* reserved = static_cast<ReservedBlock*>(block);
-    if (std::less_equal<>()(&reserve[0], reserved) && std::less<>()(reserved, reserve + reservedBlocks)) {
+    if (std::less_equal<>()(&reserve[0], reserved) &&
+        std::less<>()(reserved, reserve + reservedBlocks)) {
         taken[reserved - reserve].clear(std::memory_order_release);
     } else {
         std::free(block);
@@ -69,15 +75,16 @@ void giveBack(void* block) noexcept {
 
 extern "C" {
 
-// The Itanium C++ ABI, exception handling, 2.4.2: memory for an object of so many bytes that is about to
-// be thrown. Ends the process, by std::terminate, where there is no memory and the reserve is used up.
+// The Itanium C++ ABI, exception handling, 2.4.2: memory for an object of so many bytes that is
+// about to be thrown. Ends the process, by std::terminate, where there is no memory and the reserve
+// is used up.
 void* __cxa_allocate_exception(std::size_t bytes) noexcept {
-    return static_cast<ExceptionHeader*>(take(sizeof(ExceptionHeader) + bytes)) + 1;
+    return static_cast<CountedHeader*>(take(sizeof(CountedHeader) + bytes)) + 1;
 }
 
 // 2.4.3: gives back what the function above returned.
 void __cxa_free_exception(void* thrown) noexcept {
-    giveBack(static_cast<ExceptionHeader*>(thrown) - 1);
+    giveBack(static_cast<CountedHeader*>(thrown) - 1);
 }
 
 }  // extern "C"
