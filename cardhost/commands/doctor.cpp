@@ -22,8 +22,8 @@ struct DoctorOptions {
 };
 
 doctor::Findings examineMachine(const DoctorOptions& options, const CommonOptions& common,
-                                bool hasChosenCard, doctor::Printer* printer) {
-    const auto machine = doctor::realMachine(common, hasChosenCard);
+                                doctor::Printer* printer) {
+    const auto machine = doctor::realMachine(common);
     if (options.usesNetwork && !machine->isWindows()) {
         throw Failure(ExitCode::usage,
                       "--network asks the directory services that Windows' registry names; this "
