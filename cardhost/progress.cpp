@@ -69,7 +69,8 @@ void Progress::show() {
     const auto now = now_();
     if (now - start_ < patience || (isShown_ && now - shown_ < pace)) return;
     const double seconds = std::chrono::duration<double>(now - start_).count();
-    write_(fmt::format("{}{}: {} commands, {:.1f} s", toLineStart, what_, steps_, seconds));
+    write_(fmt::format("{}{}: {} command{}, {:.1f} s", toLineStart, what_, steps_,
+                       steps_ == 1 ? "" : "s", seconds));
     isShown_ = true;
     shown_ = now;
 }

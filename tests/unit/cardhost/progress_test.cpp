@@ -61,7 +61,7 @@ TEST_F(ProgressLine, GoesOnWhereNoCommandComesBy) {
     EXPECT_EQ(written, "");
     now += 500ms;
     progress.wait();
-    EXPECT_EQ(written, "\r\033[KCardAcquireContext: 1 commands, 1.4 s");
+    EXPECT_EQ(written, "\r\033[KCardAcquireContext: 1 command, 1.4 s");
     written.clear();
     progress.end();
     now += 2s;
