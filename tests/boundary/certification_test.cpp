@@ -2,8 +2,12 @@
 // as they fit a read-only card: calls with bad arguments, and a walk through a card that was made
 // ready beforehand, by nothing but what the card says of itself. The test itself is not here.
 #include <algorithm>
+#include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "platform_side.h"
 #include "support/statuses.h"
@@ -348,6 +352,91 @@ TEST_P(Certification, AcquisitionsOneAfterTheOtherGiveTheSame) {
         ASSERT_EQ(card.readFile("mscp", "cmapfile").bytes, first) << round;
     }
     EXPECT_TRUE(card.signsTruly(0));
+}
+
+TEST_P(Certification, ACardThatIsTakenOutAndPutBackIsAcquiredAnew) {
+    const Bytes before = card.readFile("mscp", "cmapfile").bytes;
+    card.openKey(0);
+    card.reader.removeCard();
+    EXPECT_EQ(card.signMessage(0, "a message").status, status::unexpected);
+    EXPECT_EQ(card.authenticate(1, card.pin(card.key(0).pin)), status::unexpected);
+    card.release();
+    EXPECT_EQ(card.acquire(), status::unexpected);
+    card.reader.insertCard();
+    EXPECT_EQ(card.acquire(), status::unexpected) << "by a connection to the card that is gone";
+    card.reconnect();
+    card.acquireOrFail();
+    EXPECT_EQ(card.readFile("mscp", "cmapfile").bytes, before);
+    EXPECT_EQ(card.signMessage(0, "a message").status, status::securityViolation)
+        << "the PIN of before is closed";
+    EXPECT_TRUE(card.signsTruly(0));
+}
+
+// Threads with a record each on the one card of a reader, as the platform holds them apart: each
+// call stands in a transaction. They go round in a fixed order, so that no two calls of one thread
+// follow each other.
+class Turns {
+public:
+    Turns(virtual_card::VirtualReader& reader, std::size_t threads)
+        : reader_(reader), threads_(threads) {}
+
+    /// Waits for this thread's turn, and does something in a transaction of its own.
+    void take(std::size_t thread, const std::function<void()>& work) {
+        std::unique_lock lock(mutex_);
+        next_.wait(lock, [&] { return turn_ % threads_ == thread; });
+        const CardSeam& seam = *reader_.seam();
+        EXPECT_EQ(seam.beginTransaction(seam.self, reader_.cardHandle()), 0);
+        work();
+        EXPECT_EQ(reader_.openTransactions(), 1);
+        EXPECT_EQ(seam.endTransaction(seam.self, reader_.cardHandle(), SCARD_LEAVE_CARD), 0);
+        ++turn_;
+        next_.notify_all();
+    }
+
+private:
+    virtual_card::VirtualReader& reader_;
+    std::size_t threads_;
+    std::mutex mutex_;
+    std::condition_variable next_;
+    std::size_t turn_ = 0;
+};
+
+TEST_P(Certification, ThreadsThatShareOneCardTakeTurns) {
+    constexpr std::size_t threadCount = 4;
+    const Bytes map_ = card.readFile("mscp", "cmapfile").bytes;
+    card.release();
+    card.reader.clearExchanges();
+    // The records of all but the first have a reader of their own behind them, and do not use it.
+    std::vector<std::unique_ptr<PlatformSide>> sides;
+    for (std::size_t at = 0; at < threadCount; ++at) {
+        sides.push_back(std::make_unique<PlatformSide>(GetParam()));
+        sides.back()->data.hScard = card.reader.cardHandle();
+        sides.back()->data.hSCardCtx = card.reader.contextHandle();
+    }
+    putBehindTheSeam(card.reader.seam());
+    Turns turns(card.reader, threadCount);
+    const auto journey = [&](std::size_t thread) {
+        PlatformSide& side = *sides[thread];
+        for (int round = 0; round < 2; ++round) {
+            turns.take(thread, [&] { EXPECT_EQ(side.acquire(), 0u); });
+            turns.take(thread, [&] { EXPECT_EQ(side.readFile("mscp", "cmapfile").bytes, map_); });
+            for (BYTE container = 0; container < side.containers(); ++container) {
+                turns.take(thread, [&] { EXPECT_TRUE(side.signsTruly(container)); });
+            }
+            turns.take(thread, [&] {
+                if (thread == 0) {
+                    EXPECT_EQ(side.authenticate(1, "9999"), status::wrongPin);
+                }
+            });
+            turns.take(thread, [&] { side.release(); });
+        }
+    };
+    std::vector<std::thread> threads;
+    for (std::size_t at = 0; at < threadCount; ++at) threads.emplace_back(journey, at);
+    for (std::thread& thread : threads) thread.join();
+    for (const auto& side : sides) EXPECT_TRUE(side->reader.exchanges().empty());
+    EXPECT_FALSE(card.reader.exchanges().empty());
+    EXPECT_EQ(card.reader.openTransactions(), 0);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // Signatures with real keys, verified against the card's own certificates.
+#include <optional>
+
 #include "platform_side.h"
 #include "support/statuses.h"
 
@@ -41,9 +43,11 @@ protected:
     }
 
     // Signs a hash under padding information; the signature in the order of the card.
-    Answer signPadded(BYTE container, const HashRow& hash, DWORD padding) {
+    Answer signPadded(BYTE container, const HashRow& hash, DWORD padding,
+                      std::optional<ULONG> salt = {}) {
         Bytes data = hashOf(hash.botanName, message);
-        BCRYPT_PSS_PADDING_INFO name{hash.paddingName, static_cast<ULONG>(data.size())};
+        BCRYPT_PSS_PADDING_INFO name{hash.paddingName,
+                                     salt.value_or(static_cast<ULONG>(data.size()))};
         CARD_SIGNING_INFO info = request(container, data);
         info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
         info.dwPaddingType = padding;
@@ -90,6 +94,17 @@ TEST_P(Signature, OfEveryKeyHashAndSchemeIsThatOfTheCertificate) {
             ASSERT_EQ(byId.status, 0u) << int(container) << suffix;
             EXPECT_TRUE(isSignature(certificate, "EMSA3" + suffix, message, reversed(byId.bytes)));
         }
+    }
+}
+
+TEST_P(Signature, RawAndUnderOaepIsRefused) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        card.openKey(container);
+        card.reader.clearExchanges();
+        for (const DWORD padding : {CARD_PADDING_NONE, CARD_PADDING_OAEP}) {
+            EXPECT_EQ(signPadded(container, hashes[1], padding).status, status::unsupportedFeature);
+        }
+        EXPECT_TRUE(card.reader.exchanges().empty());
     }
 }
 
@@ -163,14 +178,21 @@ class SignatureOfEcKeys : public Signature {};
 INSTANTIATE_TEST_SUITE_P(EveryEcCard, SignatureOfEcKeys, ::testing::ValuesIn(ecCardTypes()),
                          ::testing::PrintToStringParamName());
 
-TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAlone) {
+TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAndRefusesAnUnknownIdentifier) {
     for (BYTE container = 0; container < containers(); ++container) {
         if (!card.isEcKey(container)) continue;
-        card.openKey(container);
-        const Answer answer = signPlain(container, hashes[1], 0x8004);
-        ASSERT_EQ(answer.status, 0u);
-        EXPECT_TRUE(
-            isSignature(card.certificate(container), "EMSA1(SHA-256)", message, answer.bytes));
+        // By an identifier that names another hash, and for a hash that no identifier names.
+        for (const HashRow& hash :
+             {hashes[0], HashRow{"SHA-224", nullptr, 0}, hashes[1], hashes[2], hashes[3]}) {
+            card.openKey(container);
+            const Answer answer =
+                signPlain(container, hash, hash.algorithm == 0x8004 ? 0x800C : 0x8004);
+            ASSERT_EQ(answer.status, 0u) << hash.botanName;
+            EXPECT_TRUE(isSignature(card.certificate(container),
+                                    "EMSA1(" + std::string(hash.botanName) + ")", message,
+                                    answer.bytes))
+                << hash.botanName;
+        }
         EXPECT_EQ(signPlain(container, hashes[1], 0x8003).status, status::unsupportedFeature);
         for (const std::size_t size : {30u, 33u}) {
             Bytes data(size, 1);
@@ -182,6 +204,20 @@ TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAlone) {
 class SignatureOfRsaKeys : public Signature {};
 INSTANTIATE_TEST_SUITE_P(EveryRsaCard, SignatureOfRsaKeys, ::testing::ValuesIn(rsaCardTypes()),
                          ::testing::PrintToStringParamName());
+
+TEST_P(SignatureOfRsaKeys, UnderPssHaveTheSaltOfTheCardWhateverLengthIsAskedFor) {
+    for (BYTE container = 0; container < containers(); ++container) {
+        if (card.isEcKey(container)) continue;
+        for (const ULONG salt : {0u, 5u, 32u, 0xFFFFFFFFu}) {
+            card.openKey(container);
+            const Answer pss = signPadded(container, hashes[1], CARD_PADDING_PSS, salt);
+            ASSERT_EQ(pss.status, 0u) << salt;
+            EXPECT_TRUE(isSignature(card.certificate(container), "EMSA4(SHA-256,MGF1,32)", message,
+                                    pss.bytes))
+                << salt;
+        }
+    }
+}
 
 TEST_P(SignatureOfRsaKeys, WithoutAnyHashAlgorithmIsABadArgument) {
     for (BYTE container = 0; container < containers(); ++container) {

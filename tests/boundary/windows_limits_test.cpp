@@ -97,6 +97,7 @@ TEST_P(WindowsLimits, EveryChangeOfTheCardIsRefused) {
         EXPECT_EQ(setProperty(name, Bytes(4, 0)), status::unsupportedFeature);
     }
     EXPECT_EQ(setProperty(WIDE_TEXT("Free Space"), Bytes(16, 0)), status::invalidParameter);
+    EXPECT_EQ(setProperty(WIDE_TEXT("Nobody's"), Bytes(4, 0)), status::invalidParameter);
     EXPECT_TRUE(card.reader.exchanges().empty());
 }
 
@@ -151,10 +152,16 @@ TEST_P(WindowsLimits, FunctionsOfSessionKeysEndAsUnexpectedAndNotAsUnsupported) 
 
 TEST_P(WindowsLimits, KeyImportIsRefusedAndItsAlgorithmsAreNamedAllTheSame) {
     EXPECT_EQ(card.numberOf(WIDE_TEXT("Key Import Support"), 0), 0u);
-    EXPECT_EQ(card.numberOf(WIDE_TEXT("Padding Schemes"), 1), 0u);
     EXPECT_EQ(toHex(card.property(WIDE_TEXT("Algorithms"), 1).bytes),
               "33004400450053005F0031003100320000000000");
     EXPECT_EQ(card.property(WIDE_TEXT("Chaining Modes"), 1).bytes.size(), 34u);
+}
+
+TEST_P(WindowsLimits, NoPaddingSchemeIsNamed) {
+    for (const DWORD operation : {1u, 2u}) {
+        EXPECT_EQ(card.numberOf(WIDE_TEXT("Padding Schemes"), operation), 0u);
+    }
+    EXPECT_TRUE(card.signsTruly(0)) << "with a padding, if the key is an RSA key";
 }
 
 TEST_P(WindowsLimits, FreeContainersAreNoneAndTheMostIsTwoOrNone) {
@@ -186,6 +193,32 @@ TEST_P(WindowsLimits, OnlyTheSeventhVersionOfTheRecordIsServed) {
         EXPECT_EQ(older.dwVersion, version);
     }
     EXPECT_EQ(data.dwVersion, 7u);
+    CARD_DATA none = data;
+    none.dwVersion = 0;
+    EXPECT_EQ(acquireContextOfDriver()(&none, 0), status::revisionMismatch);
+    EXPECT_EQ(none.dwVersion, 1u) << "the one that comes back changed";
+
+    card.release();
+    data.dwVersion = 8;
+    card.acquireOrFail();
+    EXPECT_EQ(data.dwVersion, 7u);
+    EXPECT_TRUE(card.signsTruly(0)) << "and it serves as one of version 7";
+}
+
+TEST_P(WindowsLimits, NoTransactionIsBegunByTheDriver) {
+    for (BYTE container = 0; container < card.containers(); ++container) {
+        EXPECT_TRUE(card.signsTruly(container));
+    }
+    card.openKey(0);
+    if (card.isEcKey(0)) {
+        BYTE index = 0;
+        EXPECT_EQ(card.agreeWithItself(&index), 0u);
+        EXPECT_EQ(card.derive(index).status, 0u);
+    } else {
+        EXPECT_EQ(card.decrypt(0, encryptedTo(card.certificate(0), "a secret")).status, 0u);
+    }
+    card.release();
+    EXPECT_EQ(card.reader.transactionsBegun(), 0u) << "from the acquisition to the deletion";
 }
 
 TEST_P(WindowsLimits, ARecordKeepsItsPointerAfterItsContextIsDeleted) {
@@ -200,17 +233,38 @@ TEST_P(WindowsLimits, AShortBufferIsToldByACodeOfTheSmartCardService) {
         DWORD dwFlags;
         DWORD size;
     };
-    for (const Row& row :
-         {Row{WIDE_TEXT("Free Space"), 0, 16}, Row{WIDE_TEXT("Capabilities"), 0, 12},
-          Row{WIDE_TEXT("Key Sizes"), 1, 20}, Row{WIDE_TEXT("Read Only Mode"), 0, 4},
-          Row{WIDE_TEXT("Card Identifier"), 0, 16}, Row{WIDE_TEXT("PIN Information"), 1, 36},
-          Row{WIDE_TEXT("PIN List"), 0, 4}}) {
-        EXPECT_EQ(card.property(row.name, row.dwFlags, row.size).status, 0u);
-        EXPECT_EQ(card.property(row.name, row.dwFlags, row.size - 1).status,
+    const Row rows[] = {
+        {WIDE_TEXT("Free Space"), 0, 16},
+        {WIDE_TEXT("Capabilities"), 0, 12},
+        {WIDE_TEXT("Key Sizes"), 1, 20},
+        {WIDE_TEXT("Read Only Mode"), 0, 4},
+        {WIDE_TEXT("Cache Mode"), 0, 4},
+        {WIDE_TEXT("Supports Windows x.509 Enrollment"), 0, 4},
+        {WIDE_TEXT("Card Identifier"), 0, 16},
+        {WIDE_TEXT("PIN Information"), 1, 36},
+        {WIDE_TEXT("PIN List"), 0, 4},
+        {WIDE_TEXT("PIN Strength Verify"), 1, 4},
+        {WIDE_TEXT("Key Import Support"), 0, 4},
+        {WIDE_TEXT("Algorithms"), 1, 20},
+        {WIDE_TEXT("Algorithms"), 2, 2},
+        {WIDE_TEXT("Padding Schemes"), 1, 4},
+        {WIDE_TEXT("Chaining Modes"), 1, 34},
+    };
+    for (const Row& row : rows) {
+        const std::string what = std::to_string(&row - rows);
+        EXPECT_EQ(card.property(row.name, row.dwFlags, row.size).status, 0u) << what;
+        for (DWORD room = 1; room < row.size; ++room) {
+            EXPECT_EQ(card.property(row.name, row.dwFlags, room).status, status::insufficientBuffer)
+                << what;
+        }
+    }
+    for (DWORD room = 1; room < 4; ++room) {
+        EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("PIN Identifier"), room).status,
                   status::insufficientBuffer);
     }
-    EXPECT_EQ(card.containerProperty(0, WIDE_TEXT("PIN Identifier"), 3).status,
-              status::insufficientBuffer);
+    EXPECT_EQ(
+        card.containerProperty(0, WIDE_TEXT("Container Info"), sizeof(CONTAINER_INFO) - 1).status,
+        status::insufficientBuffer);
 }
 
 TEST_P(WindowsLimits, NoBufferIsABadArgumentAndNoQuestionForTheSize) {
@@ -232,6 +286,29 @@ TEST_P(WindowsLimits, AParentWindowTakesEightBytesOnEveryBuild) {
     EXPECT_EQ(card.property(WIDE_TEXT("Parent Window"), 0).status, status::invalidParameter);
 }
 
+// What a caller keeps behind a text is read where the text has no terminator.
+TEST_P(WindowsLimits, ThePinContextIsAsManyCharactersAsItIsSaidToHaveBytes) {
+    WCHAR text[] = WIDE_TEXT("pay 5 euros now");
+    const auto set = [&](DWORD cbData) {
+        return data.pfnCardSetProperty(&data, WIDE_TEXT("PIN Context String"),
+                                       reinterpret_cast<PBYTE>(text), cbData, 0);
+    };
+    DriverLog log;
+    const auto taken = [&] {
+        const auto lines = log.file();
+        return lines.size() < 2 ? std::string() : lines[lines.size() - 2].message;
+    };
+    EXPECT_EQ(set(5 * sizeof(WCHAR)), 0u);
+    EXPECT_EQ(taken(), "Pin context string: pay 5 euro") << "ten characters, not ten bytes";
+    log.clear();
+    EXPECT_EQ(set(5), 0u);
+    EXPECT_EQ(taken(), "Pin context string: pay 5");
+    log.clear();
+    EXPECT_EQ(set(sizeof(text)), 0u);
+    EXPECT_EQ(taken(), "Pin context string: pay 5 euros now") << "nothing behind a terminator";
+    EXPECT_TRUE(card.reader.exchanges().empty());
+}
+
 // Files and containers -------------------------------------------------------------------------
 
 TEST_P(WindowsLimits, FilesOfCertificatesAreToldTwentyBytesLong) {
@@ -244,6 +321,18 @@ TEST_P(WindowsLimits, FilesOfCertificatesAreToldTwentyBytesLong) {
         EXPECT_EQ(info.dwVersion, 7u);
         EXPECT_EQ(info.AccessCondition, EveryoneReadUserWriteAc);
         EXPECT_GT(card.certificate(container).size(), 600u);
+    }
+    struct Row {
+        const char* directory;
+        const char* name;
+    };
+    for (const Row& row : {Row{nullptr, "cardid"}, Row{nullptr, "cardcf"}, Row{nullptr, "cardapps"},
+                           Row{"mscp", "cmapfile"}}) {
+        CARD_FILE_INFO info{};
+        EXPECT_EQ(data.pfnCardGetFileInfo(&data, const_cast<LPSTR>(row.directory),
+                                          const_cast<LPSTR>(row.name), &info),
+                  0u);
+        EXPECT_EQ(info.cbFileSize, card.readFile(row.directory, row.name).bytes.size()) << row.name;
     }
 }
 

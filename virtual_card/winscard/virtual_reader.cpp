@@ -58,8 +58,10 @@ VirtualReader::VirtualReader(const Generation& generation)
         return status(pcsc::success);
     };
     seam_.beginTransaction = [](void* self, std::uintptr_t card) {
-        std::uint32_t code = reader(self).check(card);
-        if (code == pcsc::success) ++reader(self).openTransactions_;
+        VirtualReader& here = reader(self);
+        ++here.transactionsBegun_;
+        const std::uint32_t code = here.check(card);
+        if (code == pcsc::success) ++here.openTransactions_;
         return status(code);
     };
     seam_.endTransaction = [](void* self, std::uintptr_t card, std::uint32_t disposition) {

@@ -106,6 +106,8 @@ public:
     std::size_t reconnects() const { return reconnects_; }
     /// How many more SCardBeginTransaction than SCardEndTransaction there were.
     int openTransactions() const { return openTransactions_; }
+    /// How often SCardBeginTransaction was called, well or not.
+    std::size_t transactionsBegun() const { return transactionsBegun_; }
 
     /// Is shown each command ahead of its way to the card.
     std::function<void(ByteView)> onCommand;
@@ -136,6 +138,7 @@ private:
     std::vector<Exchange> exchanges_;
     std::size_t reconnects_ = 0;
     int openTransactions_ = 0;
+    std::size_t transactionsBegun_ = 0;
 };
 
 }  // namespace virtual_card

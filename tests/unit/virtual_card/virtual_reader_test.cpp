@@ -191,6 +191,11 @@ TEST_F(Reader, CountsTransactions) {
     EXPECT_EQ(reader.openTransactions(), 1);
     EXPECT_EQ(SCardEndTransaction(reader.cardHandle(), SCARD_LEAVE_CARD), 0);
     EXPECT_EQ(reader.openTransactions(), 0);
+    EXPECT_EQ(reader.transactionsBegun(), 1u);
+    reader.removeCard();
+    EXPECT_EQ(SCardBeginTransaction(reader.cardHandle()), SCARD_W_REMOVED_CARD);
+    EXPECT_EQ(reader.transactionsBegun(), 2u);
+    EXPECT_EQ(reader.openTransactions(), 0);
 }
 
 // The middleman ------------------------------------------------------------------------------
