@@ -24,7 +24,7 @@ help:
 	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of the DLL'
 	@echo 'make coverage      what of src/ the tests run: lines, branches, conditions by MC/DC'
 	@echo 'make mutants       faults of one token in src/, and which of them no test sees: 100 of them,'
-	@echo '                   or COUNT=1000, SEED=2, SINCE=main, ONLY=boundary'
+	@echo '                   or COUNT=1000, SEED=2, SINCE=main, ONLY=boundary, RESUME=1'
 	@echo 'make package       the MSI and the registration file for Windows: build/package/'
 	@echo 'make release       everything of a release, for three architectures: dist/'
 	@echo 'make sign          the same, signed: CERTIFICATE=file.pem KEY=file.pem, and more in'
@@ -126,7 +126,7 @@ coverage:
 
 mutants:
 	tools/mutants.py $(if $(COUNT),--count $(COUNT)) $(if $(SEED),--seed $(SEED)) \
-		$(if $(SINCE),--since $(SINCE)) $(if $(ONLY),--only $(ONLY))
+		$(if $(SINCE),--since $(SINCE)) $(if $(ONLY),--only $(ONLY)) $(if $(RESUME),--resume)
 
 package:
 	tools/install_packages.sh build package

@@ -153,7 +153,7 @@ def link(program, objects, made, *more):
 
 # The test programs, and where each finds its data beside itself.
 PROGRAMS = {"unit_driver": SANITIZED / "tests" / "unit", "boundary_tests": SANITIZED / "tests" / "boundary"}
-DATA = ["journeys", "calls"]
+DATA = ["journeys", "calls", "CodeEntryLibrary.dll"]
 # Without the tests of all faults at all places, of threads and of long runs: those run the same lines as the
 # others, and take minutes.
 BRISK = "-*Faults*:Threads.*:*LongRun*"

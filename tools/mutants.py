@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Faults of one token in src/, and which of them no test sees.
 
-Usage: tools/mutants.py [--seed N] [--count N] [--since REF] [--only unit|boundary] [--jobs N] [FILE ...]
+Usage: tools/mutants.py [--seed N] [--count N] [--since REF] [--only unit|boundary] [--jobs N] [--resume]
+           [FILE ...]
+       tools/mutants.py --again
        tools/mutants.py --check-lists
 
 A fault is one token exchanged: an operator for its neighbour, a number for the next, a name for another of
@@ -13,17 +15,21 @@ fault; another is taken.
 
 Survivors must stand in tests/mutants/accepted.txt, with the reason why nothing can see them. What the unit
 tests alone see is listed in tests/mutants/within.txt, with the reason why it does not show at the boundary; of
-all others the boundary suite has to see 95 %. Exit code 1 for any other survivor, for a smaller share, and for
+all others the boundary suite has to see 95 %. What is listed is not tried on whoever cannot see it; with '--only
+boundary' it is, and told where it is seen after all. Exit code 1 for any other survivor, for a smaller share, and for
 a line of these lists that fits no line of src/ any more.
 
   --since REF       the lines that changed since REF only
   --only PROGRAM    with the tests of one program only
   --again           what the last run's tests let pass only (build/mutants/survivors.json)
+  --resume          takes over what earlier runs have seen in files that are still the same
+                    (build/mutants/seen.txt), and tries the rest
   --check-lists     only see that each line of the two lists still fits a line of src/; quick
 """
 import argparse
 import collections
 import concurrent.futures
+import hashlib
 import json
 import os
 import pathlib
@@ -227,13 +233,15 @@ class Reach:
                 self.by_file[os.path.relpath(path, ROOT)][int(line)] |= by_address[address]
 
     def of(self, fault):
-        """The tests in the order to try them, in heaps: those near the place; those of its file; the rest."""
+        """The tests in the order to try them, in heaps: those near the place; those of its file; and the rest,
+        where that is a header or no test runs it, since what stands in a file of functions shows to nobody who
+        calls none of them."""
         lines = self.by_file[fault.file]
         at = max((line for line in lines if line <= fault.line), default=None)
         near = lines[at] if at is not None else set()
         near |= lines.get(fault.line, set())
         file = set().union(*lines.values()) if lines else set()
-        rest = set(self.milliseconds) - file
+        rest = set(self.milliseconds) - file if not file or fault.file.endswith(".h") else set()
         quick = sorted(near, key=self.milliseconds.get)
         heaps, spent = [[], [], sorted(file - near), sorted(rest)], 0
         for test in quick:
@@ -312,6 +320,31 @@ class Bench:
             self.folders.put(folder)
 
 
+class Seen:
+    """The faults that the tests of a program have seen, and those that did not compile, over all runs: a line
+    for each, with a digest of the file as it was."""
+
+    def __init__(self, takes_over):
+        self.path = FOLDER / "seen.txt"
+        self.digests = {}
+        self.known = set()
+        if takes_over and self.path.exists():
+            self.known = set(self.path.read_text(encoding="utf-8").splitlines())
+
+    def line(self, fault, outcome):
+        if fault.file not in self.digests:
+            self.digests[fault.file] = hashlib.sha256((ROOT / fault.file).read_bytes()).hexdigest()[:16]
+        return f"{outcome} {self.digests[fault.file]} {fault.file}:{fault.line}:{fault.column} {exchange_of(fault)}"
+
+    def earlier(self, fault, outcomes):
+        """What an earlier run has made of a fault, if that was one of these outcomes."""
+        return next((outcome for outcome in outcomes if self.line(fault, outcome) in self.known), None)
+
+    def add(self, fault, outcome):
+        with self.path.open("a", encoding="utf-8") as file:
+            file.write(self.line(fault, outcome) + "\n")
+
+
 class Tally:
     """What became of the faults."""
 
@@ -336,6 +369,9 @@ class Tally:
 
     def add(self, fault, outcome):
         self.outcomes[outcome] += 1
+        if outcome == BOUNDARY and is_listed(self.within, fault):
+            print(f"seen though listed: {fault.file}:{fault.line}: {exchange_of(fault)}\n         {fault.text}",
+                  flush=True)
         if outcome in ("uncompiled", self.programs[0]):
             return
         kind = self.kind(fault, outcome)
@@ -391,6 +427,7 @@ def main():
     parser.add_argument("--only", choices=("unit", "boundary"))
     parser.add_argument("--jobs", type=int, default=driver_variant.JOBS)
     parser.add_argument("--again", action="store_true")
+    parser.add_argument("--resume", action="store_true")
     parser.add_argument("--check-lists", action="store_true")
     parser.add_argument("files", nargs="*")
     options = parser.parse_args()
@@ -418,6 +455,7 @@ def main():
     began, began_processor = time.monotonic(), processor_seconds()
     tally = Tally(programs, accepted, within)
     waiting = iter(faults)
+    seen, taken_over = Seen(options.resume), 0
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         running = {}
         while True:
@@ -425,17 +463,32 @@ def main():
                 fault = next(waiting, None)
                 if fault is None:
                     break
-                running[pool.submit(bench.try_fault, fault, programs)] = fault
+                earlier = seen.earlier(fault, ("uncompiled", programs[0]))
+                if earlier:
+                    tally.add(fault, earlier)
+                    taken_over += earlier != "uncompiled"
+                    continue
+                wanted = programs
+                if len(programs) > 1 and is_listed(accepted, fault):
+                    tally.add(fault, "survived")
+                    continue
+                if len(programs) > 1 and is_listed(within, fault):
+                    wanted = [UNIT]
+                running[pool.submit(bench.try_fault, fault, wanted)] = fault
             if not running:
                 break
             done, _ = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)
             for future in done:
-                tally.add(running.pop(future), future.result())
+                fault = running.pop(future)
+                tally.add(fault, future.result())
+                if future.result() in ("uncompiled", programs[0]):
+                    seen.add(fault, future.result())
                 if tally.tried % 50 == 0 and future.result() != "uncompiled":
                     print(f"{tally.tried} faults in {time.monotonic() - began:.0f} s", flush=True)
 
-    each = (processor_seconds() - began_processor) / max(tally.tried, 1)
-    print(f"seed {options.seed}, {time.monotonic() - began:.0f} s, {each:.1f} s of a processor for each fault")
+    each = (processor_seconds() - began_processor) / max(tally.tried - taken_over, 1)
+    print(f"seed {options.seed}, {time.monotonic() - began:.0f} s, {each:.1f} s of a processor for each fault"
+          + (f"; {taken_over} of an earlier run" if taken_over else ""))
     good = tally.conclude()
     return 1 if outdated or not good else 0
 

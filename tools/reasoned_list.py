@@ -4,7 +4,8 @@
 
 The line of code is given as it stands there, without its indentation, and not by its number: so an entry
 stays right while other lines come and go, and goes stale with the line itself. A WHAT of * stands for
-anything on that line, a line of code of * for any line of the file.
+anything on that line, a line of code of * for any line of the file; either may end in * and stands for
+whatever begins so.
 """
 import collections
 import pathlib
@@ -28,8 +29,12 @@ def read(path):
     return entries
 
 
+def fits_text(given, text):
+    return text.startswith(given[:-1]) if given.endswith("*") else text == given
+
+
 def fits(entry, file, text, what):
-    return entry.file == file and entry.text in (text, "*") and entry.what in (what, "*")
+    return entry.file == file and fits_text(entry.text, text) and fits_text(entry.what, what)
 
 
 def stale(entries):
@@ -37,5 +42,5 @@ def stale(entries):
     for entry in entries:
         file = ROOT / entry.file
         lines = [line.strip() for line in file.read_text(encoding="utf-8").splitlines()] if file.is_file() else []
-        if not lines or (entry.text != "*" and entry.text not in lines):
+        if not any(fits_text(entry.text, line) for line in lines):
             yield f"{entry.place}: no longer in {entry.file}: {entry.text}"

@@ -1,81 +1,12 @@
 // Every entry point with every argument as it should be and wrong in one way after the other: the
 // status, what comes back and the lines of both log channels, compared whole with tests/data/calls.
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <regex>
 #include <sstream>
 
-#include "platform/fixed_paths.h"
-#include "platform_side.h"
+#include "calls.h"
 
 namespace boundary {
 namespace {
-
-using KelmoraID::testing::LogLines;
-
-// Writes down what the calls of one card answer.
-class Calls {
-public:
-    Calls(int cardType, bool hasLogFile) : card(cardType), hasLogFile_(hasLogFile) {}
-    ~Calls() {
-        if (!hasLogFile_) std::filesystem::remove(logFilePath());
-    }
-
-    /// One call: what is special about it, and the call itself, which may tell what came back.
-    void call(const std::string& what, const std::function<DWORD()>& work) {
-        // Its own, so that the file is read from this call on.
-        DriverLog log;
-        // Where a folder stands in its place, no file can be opened.
-        if (!hasLogFile_) std::filesystem::create_directory(logFilePath());
-        told_.clear();
-        const DWORD status = work();
-        char number[16];
-        std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(status));
-        text_ += what + "\n    " + number + told_ + "\n";
-        if (hasLogFile_) writeLines("file", log.file());
-        writeLines("output", log.output());
-    }
-    /// Of the call that is being made.
-    void tell(const std::string& name, const std::string& value) {
-        told_ += ", " + name + " " + value;
-    }
-    void tell(const std::string& name, std::uint32_t value) { tell(name, std::to_string(value)); }
-    void tellBytes(const std::string& name, const void* bytes, std::size_t size) {
-        const auto* first = static_cast<const std::uint8_t*>(bytes);
-        tell(name, bytes == nullptr ? "none" : toHex(Bytes(first, first + size)));
-    }
-
-    /// What came back, if anything did.
-    template <typename Buffer>
-    void free(Buffer*& buffer) {
-        data.pfnCspFree(buffer);
-        buffer = nullptr;
-    }
-
-    const std::string& text() const { return text_; }
-
-    PlatformSide card;
-    CARD_DATA& data = card.data;
-
-private:
-    void writeLines(const char* channel, const LogLines& lines) {
-        // Where a record stands is of no interest.
-        static const std::regex pointer("(p[A-Z]\\w+):'0x[1-9a-f][0-9a-f]*'");
-        for (const auto& line : lines) {
-            std::string message = std::regex_replace(line.message, pointer, "$1:'(address)'");
-            for (std::size_t at = 0; (at = message.find('\n', at)) != std::string::npos; at += 2) {
-                message.replace(at, 1, "\\n");
-            }
-            text_ += std::string("    ") + channel + " [" + line.scope + "] " + message + "\n";
-        }
-    }
-
-    bool hasLogFile_;
-    std::string text_;
-    std::string told_;
-};
 
 char* characters(const char* text) {
     return const_cast<char*>(text);
@@ -95,6 +26,9 @@ void recordRows(Calls& calls, const std::string& name,
     CARD_DATA without = calls.data;
     without.hSCardCtx = 0;
     calls.call(name + ": no context handle", [&] { return entry(&without); });
+    CARD_DATA unacquired = calls.data;
+    unacquired.pvVendorSpecific = nullptr;
+    calls.call(name + ": no card acquired", [&] { return entry(&unacquired); });
 }
 
 void acquisitions(Calls& calls) {
@@ -469,6 +403,18 @@ void pins(Calls& calls) {
     pinCall("a wrong signature PIN", 4, 0, "654321");
     pinCall("the PIN", 1, 0, calls.card.pin(virtual_card::PinRole::Authentication));
     pinCall("the signature PIN", 4, 0, calls.card.pin(virtual_card::PinRole::Signature));
+    for (const DWORD length : {0u, 34u, 33u}) {
+        calls.call("CardAuthenticateEx: an ATR of " + number(length) + " bytes", [&] {
+            Bytes other(34);
+            CARD_DATA record = calls.data;
+            record.pbAtr = other.data();
+            record.cbAtr = length;
+            return calls.data.pfnCardAuthenticateEx(&record, 1, 0, pin, 4, nullptr, nullptr,
+                                                    &attempts);
+        });
+    }
+    pinCall("the PIN again", 1, 0, calls.card.pin(virtual_card::PinRole::Authentication));
+    pinCall("the signature PIN again", 4, 0, calls.card.pin(virtual_card::PinRole::Signature));
     recordRows(calls, "CardAuthenticatePin", [&](PCARD_DATA record) {
         return calls.data.pfnCardAuthenticatePin(record, wide(WIDE_TEXT("user")), pin, 4,
                                                  &attempts);
@@ -687,6 +633,7 @@ void agreements(Calls& calls) {
             CARD_DERIVE_KEY info{};
             info.dwVersion = 2;
             info.pwszKDF = wide(WIDE_TEXT("HASH"));
+            info.bSecretAgreementIndex = 1;
             change(info);
             const DWORD status = data.pfnCardDeriveKey(&data, &info);
             calls.tellBytes("key", info.pbDerivedKey, info.cbDerivedKey);
@@ -720,17 +667,208 @@ void agreements(Calls& calls) {
             });
         }
     }
-    derive("with parameters that are not there", [](auto& info) {
-        static BCryptBufferDesc list;
-        list = {0, 1, nullptr};
-        info.pParameterList = &list;
+    struct Parameters {
+        const char* what;
+        DWORD count;
+        bool hasList;
+        ULONG size;
+        bool hasBytes;
+    };
+    for (const Parameters& row : {Parameters{"parameters that are not there", 1, false, 0, false},
+                                  Parameters{"no parameters", 0, false, 0, false},
+                                  Parameters{"an empty parameter", 1, true, 0, true},
+                                  Parameters{"a parameter of three bytes", 1, true, 3, true},
+                                  Parameters{"a parameter without bytes", 1, true, 3, false},
+                                  Parameters{"two parameters", 2, true, 3, true}}) {
+        for (const DWORD type : {0u, 1u, 2u}) {
+            derive(std::string("with ") + row.what + " of type " + number(type), [&](auto& info) {
+                static BYTE bytes[] = {'a', 'b', 'c'};
+                static BCryptBuffer buffers[2];
+                static BCryptBufferDesc list;
+                buffers[0] = {row.size, type, row.hasBytes ? bytes : nullptr};
+                buffers[1] = {2, 3 - type, bytes};
+                list = {0, row.count, row.hasList ? buffers : nullptr};
+                info.pParameterList = &list;
+            });
+        }
+    }
+    derive("an algorithm named", [](auto& info) { info.pwszAlgId = wide(WIDE_TEXT("ECDH_P256")); });
+    PlatformSide::failAllocation(1);
+    derive("no memory", [](auto&) {});
+    PlatformSide::failAllocation(0);
+    calls.call("CardDeriveKey: no context handle, of the secret", [&] {
+        CARD_DERIVE_KEY info{};
+        info.dwVersion = 2;
+        info.pwszKDF = wide(WIDE_TEXT("HASH"));
+        info.bSecretAgreementIndex = 1;
+        CARD_DATA record = data;
+        record.hSCardCtx = 0;
+        return data.pfnCardDeriveKey(&record, &info);
     });
-    for (const BYTE secret : {BYTE{7}, BYTE{0}, BYTE{0}}) {
+    for (const BYTE secret : {BYTE{7}, BYTE{1}, BYTE{1}}) {
         calls.call("CardDestroyDHAgreement: secret " + number(secret),
                    [&] { return data.pfnCardDestroyDHAgreement(&data, secret, 0); });
     }
     calls.call("CardDestroyDHAgreement: flags",
                [&] { return data.pfnCardDestroyDHAgreement(&data, 0, 1); });
+}
+
+// What the card answers instead, at each exchange of a call.
+void answersOfTheCard(Calls& calls) {
+    PlatformSide& card = calls.card;
+    const auto each = [&](const std::string& name, std::initializer_list<std::uint32_t> words,
+                          const std::function<void()>& before,
+                          const std::function<DWORD()>& entry) {
+        before();
+        card.reader.clearExchanges();
+        calls.call(name, entry);
+        const std::size_t count = card.reader.exchanges().size();
+        const auto answered = [&](std::size_t n, const std::string& what,
+                                  virtual_card::Fault fault) {
+            before();
+            card.reader.clearExchanges();
+            card.reader.failTransmit(n, fault);
+            calls.call(name + ": exchange " + std::to_string(n) + " answered " + what, entry);
+        };
+        for (std::size_t n = 1; n <= count; ++n) {
+            for (const std::uint32_t word : words) {
+                answered(n, toHex(Bytes{BYTE(word >> 8), BYTE(word)}),
+                         {virtual_card::Fault::Kind::StatusWord, word});
+            }
+            answered(n, "256 bytes", {virtual_card::Fault::Kind::LongData, 0x42});
+        }
+        card.reader.clearExchanges();
+    };
+    const auto nothing = [] {};
+    for (const PIN_ID pinId : {1u, 4u}) {
+        each("CardAuthenticateEx: PIN " + number(pinId),
+             {0x6300, 0x63C0, 0x63C5, 0x63E5, 0x6700, 0x6982, 0x6983, 0x6984, 0x6A88, 0x0000},
+             nothing, [&] {
+                 DWORD attempts = 77;
+                 const DWORD status =
+                     card.authenticate(pinId,
+                                       card.pin(pinId == 1 ? virtual_card::PinRole::Authentication
+                                                           : virtual_card::PinRole::Signature),
+                                       &attempts);
+                 calls.tell("attempts", attempts);
+                 return status;
+             });
+    }
+    for (BYTE container = 0; container < card.containers(); ++container) {
+        each(
+            "CardSignData: container " + number(container),
+            {0x6982, 0x6985, 0x6A88, 0x6D00, 0x6100, 0x9000}, [&] { card.openKey(container); },
+            [&] {
+                const Answer answer = card.signMessage(container, "a message");
+                calls.tell("size", static_cast<DWORD>(answer.bytes.size()));
+                return answer.status;
+            });
+    }
+    if (const BYTE container = card.rsaContainer(); container < card.containers()) {
+        const Bytes block = encryptedTo(card.certificate(container), "a message");
+        each(
+            "CardRSADecrypt: container " + number(container),
+            {0x6982, 0x6985, 0x6A88, 0x6D00, 0x6100, 0x9000}, [&] { card.openKey(container); },
+            [&] {
+                const Answer answer = card.decrypt(container, block);
+                calls.tellBytes("bytes", answer.bytes.data(), answer.bytes.size());
+                return answer.status;
+            });
+    }
+    if (calls.data.pfnCardConstructDHAgreement != nullptr && card.isEcKey(0)) {
+        each(
+            "CardConstructDHAgreement: the card's own key",
+            {0x6982, 0x6985, 0x6A88, 0x6D00, 0x6100, 0x9000}, [&] { card.openKey(0); },
+            [&] {
+                BYTE index = 0;
+                const DWORD status = card.agreeWithItself(&index);
+                calls.tell("secret", index);
+                return status;
+            });
+    }
+}
+
+// The caller may change the ATR in its record after the acquisition: what each card is sent then.
+void otherAtrs(Calls& calls) {
+    PlatformSide& card = calls.card;
+    const auto tellCommands = [&] {
+        std::string text;
+        for (const std::string& command : journey(card.reader)) text += command + " ";
+        calls.tell("sent", text);
+    };
+    const Bytes own = card.publicKey(0);
+    for (const int type : allCardTypes()) {
+        Bytes other = virtual_card::VirtualReader(*virtual_card::findGeneration(type)).card().atr();
+        CARD_DATA record = calls.data;
+        record.pbAtr = other.data();
+        record.cbAtr = static_cast<DWORD>(other.size());
+        const std::string with = " with the ATR of card type " + std::to_string(type);
+        for (const PIN_ID pinId : {1u, 4u}) {
+            calls.call("CardAuthenticateEx: PIN " + number(pinId) + with, [&] {
+                card.reader.clearExchanges();
+                std::string pin = card.pin(pinId == 1 ? virtual_card::PinRole::Authentication
+                                                      : virtual_card::PinRole::Signature);
+                const DWORD status = calls.data.pfnCardAuthenticateEx(
+                    &record, pinId, 0, reinterpret_cast<PBYTE>(pin.data()),
+                    static_cast<DWORD>(pin.size()), nullptr, nullptr, nullptr);
+                tellCommands();
+                return status;
+            });
+        }
+        for (BYTE container = 0; container < card.containers(); ++container) {
+            calls.call("CardSignData: container " + number(container) + with, [&] {
+                card.openKey(container);
+                card.reader.clearExchanges();
+                Bytes hash(32, 0x11);
+                CARD_SIGNING_INFO info{};
+                info.dwVersion = 1;
+                info.bContainerIndex = container;
+                info.dwKeySpec = card.isEcKey(container) ? AT_ECDSA_P256
+                                 : container == 0        ? AT_KEYEXCHANGE
+                                                         : AT_SIGNATURE;
+                info.aiHashAlg = card.isEcKey(container) ? 0 : 0x800C;
+                info.pbData = hash.data();
+                info.cbData = static_cast<DWORD>(hash.size());
+                const DWORD status = calls.data.pfnCardSignData(&record, &info);
+                calls.free(info.pbSignedData);
+                tellCommands();
+                return status;
+            });
+        }
+        if (calls.data.pfnCardConstructDHAgreement == nullptr) continue;
+        calls.call("CardConstructDHAgreement:" + with, [&] {
+            card.openKey(0);
+            card.reader.clearExchanges();
+            Bytes blob = own;
+            CARD_DH_AGREEMENT_INFO info{};
+            info.dwVersion = 2;
+            info.dwPublicKey = static_cast<DWORD>(blob.size());
+            info.pbPublicKey = blob.data();
+            const DWORD status = calls.data.pfnCardConstructDHAgreement(&record, &info);
+            tellCommands();
+            return status;
+        });
+    }
+    card.reader.clearExchanges();
+}
+
+// Each exchange of an acquisition refused.
+void refusedAcquisitions(Calls& calls) {
+    calls.card.reader.clearExchanges();
+    calls.card.acquireOrFail();
+    const std::size_t count = calls.card.reader.exchanges().size();
+    calls.card.release();
+    for (std::size_t n = 1; n <= count; ++n) {
+        calls.card.reader.clearExchanges();
+        calls.card.reader.failTransmit(n, {virtual_card::Fault::Kind::StatusWord, 0x6A82});
+        calls.call("CardAcquireContext: exchange " + std::to_string(n) + " refused", [&] {
+            const DWORD status = calls.card.acquire();
+            calls.tell("exchanges", static_cast<DWORD>(calls.card.reader.exchanges().size()));
+            return status;
+        });
+        calls.card.release();
+    }
+    calls.card.reader.clearExchanges();
 }
 
 void refusals(Calls& calls) {
@@ -812,6 +950,8 @@ std::string seen(int cardType, bool hasLogFile = true) {
     signatures(calls);
     decryptions(calls);
     agreements(calls);
+    answersOfTheCard(calls);
+    otherAtrs(calls);
     refusals(calls);
     calls.call("CardDeleteContext: no record",
                [&] { return calls.data.pfnCardDeleteContext(nullptr); });
@@ -819,6 +959,7 @@ std::string seen(int cardType, bool hasLogFile = true) {
         calls.card.release();
         return DWORD{0};
     });
+    refusedAcquisitions(calls);
     return calls.text();
 }
 
@@ -831,46 +972,18 @@ std::string fileName() {
     return "card-type-" + std::to_string(EveryCall::GetParam()) + ".txt";
 }
 
-std::string kept() {
-    std::ifstream file(std::filesystem::path(programFolder()) / "calls" / fileName(),
-                       std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-// The call of the first line in which two texts differ, and that line.
-std::string difference(const std::string& seen, const std::string& kept) {
-    std::istringstream left(seen);
-    std::istringstream right(kept);
-    std::string ofSeen;
-    std::string ofKept;
-    std::string call;
-    do {
-        if (!ofSeen.starts_with(' ')) call = ofSeen;
-        if (!std::getline(left, ofSeen)) ofSeen = "(end)";
-        if (!std::getline(right, ofKept)) ofKept = "(end)";
-    } while (ofSeen == ofKept);
-    return fileName() + ", " + call + "\n  seen: " + ofSeen + "\n  kept: " + ofKept;
-}
-
 TEST_P(EveryCall, AnswersExactlyAsItIsKept) {
-    const std::string now = seen(GetParam());
-    if (now == kept()) return;
-    const std::filesystem::path folder = std::filesystem::path(programFolder()) / "calls-seen";
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder / fileName(), std::ios::binary) << now;
-    FAIL() << difference(now, kept()) << "\nThe whole of what was seen: " << folder / fileName();
+    expectAsKept(fileName(), seen(GetParam()));
 }
 
 TEST_P(EveryCall, AnswersTheSameWithoutALogFile) {
-    std::istringstream all(kept());
+    std::istringstream all(keptCalls(fileName()));
     std::string expected;
     for (std::string line; std::getline(all, line);) {
         if (!line.starts_with("    file [")) expected += line + "\n";
     }
     const std::string now = seen(GetParam(), false);
-    if (now != expected) FAIL() << difference(now, expected);
+    if (now != expected) FAIL() << difference(fileName(), now, expected);
 }
 
 }  // namespace

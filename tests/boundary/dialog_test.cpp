@@ -2,52 +2,28 @@
 // without one the logon screen is assumed, and the platform prompts.
 #include <cstring>
 
-#include "dialog/code_entry_script.h"
-#include "platform_side.h"
+#include "calls.h"
+#include "desktop.h"
 #include "support/statuses.h"
 
 namespace boundary {
 namespace {
 
-// A desktop that has only just been started has no window in front yet, and the driver then takes
-// it for the logon screen.
-bool desktopIsUp() {
-    constexpr ULONGLONG patience = 60'000;
-    const ULONGLONG began = GetTickCount64();
-    while (GetTickCount64() - began < patience) {
-        GetDesktopWindow();  // Asks for it anew, should its start have been given up on.
-        char name[64];
-        if (GetClassNameA(GetForegroundWindow(), name, sizeof(name)) > 0) return true;
-        Sleep(50);
-    }
-    return false;
-}
-
 class ExternalDialog : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(desktopIsUp());
-        library = LoadLibraryA((programFolder() + "\\CodeEntryLibrary.dll").c_str());
-        ASSERT_NE(library, nullptr);
-        const auto find = reinterpret_cast<CodeEntryScript* (*)()>(
-            reinterpret_cast<void (*)()>(GetProcAddress(library, "codeEntryScript")));
-        ASSERT_NE(find, nullptr);
-        script = find();
-        *script = {};
-        writeSetting(Setting::companionStartCommand, programFolder() + "\\Companion.exe");
+        ASSERT_TRUE(Desktop::isUp());
+        ASSERT_NE(desktop.script, nullptr) << "the library cannot be loaded";
+        script = desktop.script;
         card.acquireOrFail();
         card.reader.clearExchanges();
-    }
-    void TearDown() override {
-        writeSetting(Setting::companionStartCommand, "");
-        FreeLibrary(library);
     }
     DWORD authenticate(PIN_ID pinId, DWORD* attempts = nullptr, DWORD flags = 0) {
         if (attempts != nullptr) *attempts = 77;
         return card.data.pfnCardAuthenticateEx(&card.data, pinId, flags, nullptr, 0, nullptr,
                                                nullptr, attempts);
     }
-    HMODULE library = nullptr;
+    Desktop desktop;
     CodeEntryScript* script = nullptr;
     PlatformSide card{5};
 };
@@ -137,6 +113,86 @@ TEST_F(ExternalDialog, IsNotThereForACommandInQuotationMarks) {
     ASSERT_EQ(answer.bytes.size(), sizeof(info));
     std::memcpy(&info, answer.bytes.data(), sizeof(info));
     EXPECT_EQ(info.PinType, AlphaNumericPinType);
+}
+
+// What a person does in front of the dialog, and what that comes to.
+struct Prompts {
+    const char* what;
+    std::vector<const char*> typed;
+    PIN_ID pinId = 1;
+    DWORD flags = 0;
+    /// The exchange with the card that fails, and how; 0 for none.
+    std::size_t exchange = 0;
+    virtual_card::Fault fault{};
+    const WCHAR* context = nullptr;
+    /// The companion application's start-up command in the place of its own.
+    const char* command = nullptr;
+};
+
+std::string seenWith(const Prompts& row) {
+    Desktop desktop;
+    if (row.command != nullptr) writeSetting(Setting::companionStartCommand, row.command);
+    Calls calls(5);
+    calls.card.acquireOrFail();
+    calls.card.reader.clearExchanges();
+    calls.call(std::string("CardAuthenticateEx: ") + row.what, [&] {
+        CARD_DATA& data = calls.data;
+        if (row.context != nullptr) {
+            WideString text(row.context);
+            data.pfnCardSetProperty(&data, WIDE_TEXT("PIN Context String"),
+                                    reinterpret_cast<PBYTE>(text.data()),
+                                    static_cast<DWORD>(text.size()), 0);
+        }
+        std::copy(row.typed.begin(), row.typed.end(), desktop.script->pins);
+        if (row.exchange != 0) calls.card.reader.failTransmit(row.exchange, row.fault);
+        DWORD attempts = 77;
+        const DWORD status = data.pfnCardAuthenticateEx(&data, row.pinId, row.flags, nullptr, 0,
+                                                        nullptr, nullptr, &attempts);
+        calls.tell("attempts", attempts);
+        for (int at = 0; at < desktop.script->calls && at < CodeEntryScript::most; ++at) {
+            const CodeEntryShown& shown = desktop.script->shown[at];
+            std::string text;
+            for (const auto number : {shown.kind, shown.second, shown.third, shown.reason,
+                                      shown.attempts, shown.eighth}) {
+                text += std::to_string(number) + " ";
+            }
+            text += shown.hasTitle ? std::string("'") + shown.text + "' " : "";
+            text += std::string(shown.buffer, strnlen(shown.buffer, sizeof(shown.buffer)));
+            calls.tell("shown", text);
+        }
+        return status;
+    });
+    return calls.text();
+}
+
+TEST(ExternalDialogCalls, AnswerExactlyAsTheyAreKept) {
+    ASSERT_TRUE(Desktop::isUp());
+    using Kind = virtual_card::Fault::Kind;
+    const Prompts rows[] = {
+        {"the PIN", {"1234"}},
+        {"the signature PIN", {"123456"}, 4},
+        {"another PIN", {"1234"}, 2},
+        {"the unblocking PIN", {"1234"}, 3},
+        {"cancelled", {}},
+        {"no PIN", {""}},
+        {"a wrong PIN, and cancelled", {"4321"}},
+        {"a wrong PIN, and the PIN", {"4321", "1234"}},
+        {"PINs of three and of thirteen digits, and the PIN", {"123", "1234567890123", "1234"}},
+        {"a PIN of twelve digits", {"123456789012"}},
+        {"no attempt left", {"4321", "4321", "4321", "4321", "4321"}},
+        {"a text of the caller's", {"4321", "1234"}, 1, 0, 0, {}, WIDE_TEXT("Sign it")},
+        {"silent", {"1234"}, 1, CARD_PIN_SILENT_CONTEXT},
+        {"a session", {"1234"}, 1, 0x10000000},
+        {"flags", {"1234"}, 1, 1},
+        {"a reset card", {"1234"}, 1, 0, 1, {Kind::ResetCard, 0}},
+        {"a card that was pulled out", {"1234"}, 1, 0, 1, {Kind::RemoveCard, 0}},
+        {"a VERIFY answered 6984", {"1234", "1234"}, 1, 0, 8, {Kind::StatusWord, 0x6984}},
+        {"no folder", {"1234"}, 1, 0, 0, {}, nullptr, "Companion.exe"},
+        {"no library", {"1234"}, 1, 0, 0, {}, nullptr, "C:\\nowhere\\Companion.exe"},
+    };
+    std::string seen;
+    for (const Prompts& row : rows) seen += seenWith(row);
+    expectAsKept("dialog.txt", seen);
 }
 
 }  // namespace

@@ -276,6 +276,7 @@ Answer PlatformSide::derive(BYTE index) {
     Answer answer;
     answer.status = data.pfnCardDeriveKey(&data, &info);
     if (answer.status == 0) {
+        EXPECT_EQ(lastSize, info.cbDerivedKey);
         answer.bytes.assign(info.pbDerivedKey, info.pbDerivedKey + info.cbDerivedKey);
         boundary::release(info.pbDerivedKey);
     }
@@ -287,6 +288,7 @@ Bytes PlatformSide::publicKey(BYTE container) {
     EXPECT_EQ(data.pfnCardGetContainerInfo(&data, container, 0, &info), 0u);
     const PBYTE blob = container == 0 ? info.pbKeyExPublicKey : info.pbSigPublicKey;
     const DWORD size = container == 0 ? info.cbKeyExPublicKey : info.cbSigPublicKey;
+    EXPECT_EQ(lastSize, size);
     Bytes bytes(blob, blob + size);
     boundary::release(blob);
     return bytes;

@@ -1,6 +1,7 @@
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -36,6 +37,13 @@ LogLines linesOf(const std::string& content, const std::regex& head) {
         }
     }
     return lines;
+}
+
+// Of the file that standard output is led to.
+long sizeOfOutput() {
+    struct stat status {};
+    constexpr int standardOutput = 1;
+    return fstat(standardOutput, &status) == 0 ? static_cast<long>(status.st_size) : -1;
 }
 
 }  // namespace
@@ -86,7 +94,10 @@ LogLines LogCapture::file() {
 }
 
 LogLines LogCapture::output() {
+    // Whatever is written leaves the buffer at once: there is nothing left for this to flush.
+    const auto told = sizeOfOutput();
     std::fflush(stdout);
+    EXPECT_EQ(told, sizeOfOutput()) << "a line of standard output was not flushed";
     const std::string content = ::testing::internal::GetCapturedStdout();
     ::testing::internal::CaptureStdout();
     static const std::regex head(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+\] \[([^\]]*)\] )");

@@ -44,6 +44,9 @@ struct PlatformCalls {
 /// its return, with NULL.
 extern void (*onPlatformCall)(const char* name);
 
+/// Where cleared, calls are neither counted nor made to fail, and any thread may make them.
+extern bool countsPlatformCalls;
+
 PlatformCalls& platformCalls();
 
 /// Clears all hooks, counts and failures when a test begins and when it ends.

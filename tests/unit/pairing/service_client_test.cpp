@@ -5,7 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "pairing/scripted_service.h"
+#include "support/scripted_service.h"
 #include "support/log_capture.h"
 #include "text/text_conversion.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "pairing/scripted_service.h"
+#include "support/scripted_service.h"
 #include "support/log_capture.h"
 #include "text/text_conversion.h"
 

@@ -1,4 +1,4 @@
-#include "pairing/scripted_service.h"
+#include "support/scripted_service.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,58 @@
+#include "native_platform.h"
+
+#include <mutex>
+#include <set>
+
+#include "support/platform_calls.h"
+
+extern "C" PCCERT_CONTEXT WINAPI __real_CertCreateCertificateContext(DWORD, const BYTE*, DWORD);
+extern "C" BOOL WINAPI __real_CertFreeCertificateContext(PCCERT_CONTEXT);
+
+namespace boundary {
+namespace {
+
+std::mutex guard;  // Threads of other tests make certificates side by side.
+
+// It outlives the program's end, when the leak checker looks.
+std::set<PCCERT_CONTEXT>& certificates() {
+    static auto* const live = new std::set<PCCERT_CONTEXT>;
+    return *live;
+}
+
+PCCERT_CONTEXT make(DWORD encoding, const BYTE* bytes, DWORD size) {
+    PCCERT_CONTEXT made = __real_CertCreateCertificateContext(encoding, bytes, size);
+    const std::lock_guard lock(guard);
+    if (made != nullptr) certificates().insert(made);
+    return made;
+}
+
+BOOL giveBack(PCCERT_CONTEXT certificate) {
+    {
+        const std::lock_guard lock(guard);
+        certificates().erase(certificate);
+    }
+    return __real_CertFreeCertificateContext(certificate);
+}
+
+// Calls are counted where a test asks for it: others have threads of their own, and go round many
+// times.
+[[maybe_unused]] const bool isSet = [] {
+    resetPlatform();
+    return KelmoraID::testing::countsPlatformCalls = false;
+}();
+
+}  // namespace
+
+void resetPlatform() {
+    KelmoraID::testing::PlatformCalls hooks;
+    hooks.CertCreateCertificateContext = make;
+    hooks.CertFreeCertificateContext = giveBack;
+    KelmoraID::testing::platformCalls() = hooks;
+}
+
+std::size_t liveCertificates() {
+    const std::lock_guard lock(guard);
+    return certificates().size();
+}
+
+}  // namespace boundary
