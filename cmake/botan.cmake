@@ -1,5 +1,5 @@
 # Botan 2: the machine's package for native builds; for a cross build a static one of Debian's sources,
-# which tools/build_botan.sh makes on first use and keeps outside the build folder.
+# which tools/build_botan.sh makes on first use and keeps in build/cache, or in KELMORA_CACHE.
 add_library(botan INTERFACE)
 if(CMAKE_CROSSCOMPILING)
     set(KELMORA_BOTAN_PREFIX "" CACHE PATH "A static Botan for this target; empty: made on first use")
