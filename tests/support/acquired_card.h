@@ -39,7 +39,7 @@ public:
 
 private:
     static PCCERT_CONTEXT certificate(const ByteVector& encoded) {
-        return CertCreateCertificateContext(0x10001, encoded.data(),
+        return CertCreateCertificateContext(certificateEncodings, encoded.data(),
                                             static_cast<DWORD>(encoded.size()));
     }
 };

@@ -29,6 +29,12 @@ Select selectRoot() {
     return Select(SelectMode::masterFile, std::nullopt, false);
 }
 
+// The one line of a transmission that is given up.
+LogLines gaveUp(const std::string& reconnected, const std::string& code) {
+    return {{"Transmit", "ERROR: Failed to transmit an apdu. Tried reconnecting: " + reconnected +
+                             ". Error: " + code}};
+}
+
 // Runs the command and expects the transport exception with that code and text.
 void expectTransportFailure(Apdu& command, LONG code, const char* text) {
     try {
@@ -137,10 +143,7 @@ TEST(Transmit, GivesUpOnACardThatIsResetOnBothTries) {
                            "Failed to transmit data.");
     EXPECT_EQ(card.reconnects().size(), 1U);
     // The code is printed as a signed number: a PC/SC code is a LONG.
-    EXPECT_EQ(log.file(),
-              (LogLines{{"Transmit",
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: true. Error: "
-                         "0x-7fefff98"}}));
+    EXPECT_EQ(log.file(), gaveUp("true", "0x-7fefff98"));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -161,10 +164,7 @@ TEST(Transmit, DoesNotReconnectForAnyOtherCode) {
     LogCapture log;
     Select select = selectRoot();
     expectTransportFailure(select, SCARD_W_REMOVED_CARD, "Failed to transmit data.");
-    EXPECT_EQ(log.file(),
-              (LogLines{{"Transmit",
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
-                         "0x-7fefff97"}}));
+    EXPECT_EQ(log.file(), gaveUp("false", "0x-7fefff97"));
     EXPECT_THROW(select.success(), std::bad_optional_access);
 }
 
@@ -174,10 +174,7 @@ TEST(Transmit, PrintsAPlainSystemCodeAsItIs) {
     LogCapture log;
     Select select = selectRoot();
     expectTransportFailure(select, 0x1F, "Failed to transmit data.");
-    EXPECT_EQ(log.file(),
-              (LogLines{{"Transmit",
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
-                         "0x1f"}}));
+    EXPECT_EQ(log.file(), gaveUp("false", "0x1f"));
 }
 
 TEST(Transmit, AllowsEveryRequestAReconnectOfItsOwn) {
@@ -198,10 +195,7 @@ TEST(Transmit, TakesAReplyOfFewerThanTwoBytesForATransportFailure) {
         LogCapture log;
         Select select = selectRoot();
         expectTransportFailure(select, SCARD_E_UNEXPECTED, "Failed to transmit data.");
-        EXPECT_EQ(log.file(),
-                  (LogLines{{"Transmit",
-                             "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
-                             "0x-7fefffe1"}}));
+        EXPECT_EQ(log.file(), gaveUp("false", "0x-7fefffe1"));
     }
 }
 
@@ -211,10 +205,7 @@ TEST(Transmit, TellsOfTheReconnectAheadOfAShortReply) {
     LogCapture log;
     Select select = selectRoot();
     expectTransportFailure(select, SCARD_E_UNEXPECTED, "Failed to transmit data.");
-    EXPECT_EQ(log.file(),
-              (LogLines{{"Transmit",
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: true. Error: "
-                         "0x-7fefffe1"}}));
+    EXPECT_EQ(log.file(), gaveUp("true", "0x-7fefffe1"));
 }
 
 // Whatever the platform states beyond the buffer, zeros stand there, and so in the status word.
@@ -254,10 +245,7 @@ TEST(Transmit, EndsAnEndlessConversationAfter65Requests) {
     GetData command(0x81, 0x11, false);
     expectTransportFailure(command, SCARD_E_UNEXPECTED, "Failed to transmit data.");
     EXPECT_EQ(platformCalls().counts["SCardTransmit"], 65);
-    EXPECT_EQ(log.file(),
-              (LogLines{{"Transmit",
-                         "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
-                         "0x-7fefffe1"}}));
+    EXPECT_EQ(log.file(), gaveUp("false", "0x-7fefffe1"));
 }
 
 TEST(Transmit, LogsNoTrafficSoThatNoPinReachesALog) {

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "card/card_transaction_handler.h"
 #include "unit/card/trace_lines.h"
 
@@ -58,6 +62,14 @@ Outcome getDirectories(bool readPrivateKey, bool readCertificate, std::uint32_t 
     return {result, log.output()};
 }
 
+// What the script of a card leads to, with all of its trace.
+void expectOutcome(const TracedCard& traced, bool readPrivateKey, bool readCertificate,
+                   std::uint32_t index, std::string_view result) {
+    const Outcome outcome = getDirectories(readPrivateKey, readCertificate, index);
+    EXPECT_EQ(outcome.result, bytes(result));
+    EXPECT_EQ(outcome.trace, traced.lines());
+}
+
 // The trace up to the content of the AODF, and of the CDF.
 void readAodf(TracedCard& traced, const std::string& aodf) {
     traced.line("GetDirectories").file("5031", odf);
@@ -78,9 +90,7 @@ TEST(CiaDirectories, GiveTheLengthsOfAPin) {
     traced.line("GetDirectories PRK, file read successful.")
         .line("GetDirectories PRK, pinmin: 04")
         .line("GetDirectories PRK, pinmax: 0c");
-    const Outcome outcome = getDirectories(true, false, 0);
-    EXPECT_EQ(outcome.result, bytes("04 0C"));
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, true, false, 0, "04 0C");
 }
 
 TEST(CiaDirectories, GiveTheLengthsOfTheSecondPinPastForeignTags) {
@@ -92,9 +102,7 @@ TEST(CiaDirectories, GiveTheLengthsOfTheSecondPinPastForeignTags) {
     traced.line("GetDirectories PRK, file read successful.")
         .line("GetDirectories PRK, pinmin: 06")
         .line("GetDirectories PRK, pinmax: 0a");
-    const Outcome outcome = getDirectories(true, false, 1);
-    EXPECT_EQ(outcome.result, bytes("06 0A"));
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, true, false, 1, "06 0A");
 }
 
 TEST(CiaDirectories, ReadTheAodfAloneWhenBothAreAskedFor) {
@@ -103,58 +111,35 @@ TEST(CiaDirectories, ReadTheAodfAloneWhenBothAreAskedFor) {
     EXPECT_EQ(getDirectories(true, true, 0).result, bytes("04 0C"));
 }
 
-// Flags and reference are not used, and must be there all the same.
 TEST(CiaDirectories, GiveNoLengthsOfAnEntryThatLacksAnElement) {
-    for (std::string PinEntry::*element :
-         {&PinEntry::flags, &PinEntry::minimum, &PinEntry::reference}) {
-        PinEntry entry;
-        entry.maximum.clear();
-        (entry.*element).clear();
+    const auto changed =
+        [](const std::vector<std::pair<std::string PinEntry::*, const char*>>& by) {
+            PinEntry entry;
+            for (const auto& [element, value] : by) entry.*element = value;
+            return entry.text();
+        };
+    const struct {
+        const char* what;
+        std::string aodf;
+    } rows[] = {
+        // Flags and reference are not used, and must be there all the same.
+        {"flags", changed({{&PinEntry::flags, ""}, {&PinEntry::maximum, ""}})},
+        {"minimum", changed({{&PinEntry::minimum, ""}, {&PinEntry::maximum, ""}})},
+        {"reference", changed({{&PinEntry::reference, ""}, {&PinEntry::maximum, ""}})},
+        {"every number",
+         changed({{&PinEntry::minimum, ""}, {&PinEntry::stored, ""}, {&PinEntry::maximum, ""}})},
+        {"stored length", changed({{&PinEntry::stored, ""}, {&PinEntry::maximum, ""}})},
+        {"content of the stored length", changed({{&PinEntry::stored, "0200"}})},
+        {"attributes", "30020C000000"},
+        {"content of the attributes", "3002A1000000"},
+        {"all of it", "0000"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
         TracedCard traced;
-        readAodf(traced, entry.text());
+        readAodf(traced, row.aodf);
         traced.line("GetDirectories PRK, exiting private key file reading.");
-        const Outcome outcome = getDirectories(true, false, 0);
-        EXPECT_EQ(outcome.result, ByteVector{});
-        EXPECT_EQ(outcome.trace, traced.lines());
-    }
-}
-
-TEST(CiaDirectories, GiveNoLengthsOfAnEntryWithoutAnyNumber) {
-    PinEntry entry;
-    entry.minimum.clear();
-    entry.stored.clear();
-    entry.maximum.clear();
-    TracedCard traced;
-    readAodf(traced, entry.text());
-    traced.line("GetDirectories PRK, exiting private key file reading.");
-    const Outcome outcome = getDirectories(true, false, 0);
-    EXPECT_EQ(outcome.result, ByteVector{});
-    EXPECT_EQ(outcome.trace, traced.lines());
-}
-
-TEST(CiaDirectories, GiveNoLengthsWithoutTheStoredOneOrOfAnEmptyOne) {
-    for (const char* stored : {"", "0200"}) {
-        PinEntry entry;
-        entry.stored = stored;
-        if (entry.stored.empty()) entry.maximum.clear();
-        TracedCard traced;
-        readAodf(traced, entry.text());
-        traced.line("GetDirectories PRK, exiting private key file reading.");
-        const Outcome outcome = getDirectories(true, false, 0);
-        EXPECT_EQ(outcome.result, ByteVector{});
-        EXPECT_EQ(outcome.trace, traced.lines());
-    }
-}
-
-TEST(CiaDirectories, GiveNoLengthsOfAnEntryWithoutAttributes) {
-    for (const char* entry : {"30020C00", "3002A100", ""}) {
-        TracedCard traced;
-        const std::string aodf = std::string(entry) + "0000";
-        readAodf(traced, aodf);
-        traced.line("GetDirectories PRK, exiting private key file reading.");
-        const Outcome outcome = getDirectories(true, false, 0);
-        EXPECT_EQ(outcome.result, ByteVector{});
-        EXPECT_EQ(outcome.trace, traced.lines());
+        expectOutcome(traced, true, false, 0, "");
     }
 }
 
@@ -177,19 +162,16 @@ TEST(CiaDirectories, TakeAllOfTheMinimumAndTheFirstByteOfTheStoredLength) {
     traced.line("GetDirectories PRK, file read successful.")
         .line("GetDirectories PRK, pinmin: 00 04")
         .line("GetDirectories PRK, pinmax: 0c 0d");
-    const Outcome outcome = getDirectories(true, false, 0);
-    EXPECT_EQ(outcome.result, bytes("00 04 0C"));
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, true, false, 0, "00 04 0C");
 }
 
 TEST(CiaDirectories, GiveNothingForAnIndexBeyondThePins) {
     for (const std::uint32_t index : {1U, 0x7FFFFFFEU, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(index);
         TracedCard traced;
         readAodf(traced, PinEntry().text());
         traced.line("GetDirectories PRK, exiting private key file reading.");
-        const Outcome outcome = getDirectories(true, false, index);
-        EXPECT_EQ(outcome.result, ByteVector{}) << index;
-        EXPECT_EQ(outcome.trace, traced.lines()) << index;
+        expectOutcome(traced, true, false, index, "");
     }
 }
 
@@ -201,31 +183,27 @@ TEST(CiaDirectories, GiveThePathOfACertificate) {
         readCdf(traced, cdf);
         traced.line("GetDirectories CERT, file read successful.")
             .line("GetDirectories CERT, exit file reading.");
-        const Outcome outcome = getDirectories(false, true, index);
-        EXPECT_EQ(outcome.result, bytes(path));
-        EXPECT_EQ(outcome.trace, traced.lines());
+        expectOutcome(traced, false, true, index, path);
     }
 }
 
 TEST(CiaDirectories, GiveNothingForAnIndexBeyondTheCertificates) {
     for (const std::uint32_t index : {1U, 0x7FFFFFFEU, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(index);
         TracedCard traced;
         readCdf(traced, certificateEntry("3F004331"));
         traced.line("GetDirectories CERT, exit file reading.");
-        const Outcome outcome = getDirectories(false, true, index);
-        EXPECT_EQ(outcome.result, ByteVector{}) << index;
-        EXPECT_EQ(outcome.trace, traced.lines()) << index;
+        expectOutcome(traced, false, true, index, "");
     }
 }
 
 TEST(CiaDirectories, GiveNoPathOfAnEntryWithoutOneAtAnyLevel) {
     for (const char* entry : {"30020C00", "3002A100", "3004A1023000", "3006A10430023000"}) {
+        SCOPED_TRACE(entry);
         TracedCard traced;
         readCdf(traced, entry);
         traced.line("GetDirectories CERT, exit file reading.");
-        const Outcome outcome = getDirectories(false, true, 0);
-        EXPECT_EQ(outcome.result, ByteVector{}) << entry;
-        EXPECT_EQ(outcome.trace, traced.lines()) << entry;
+        expectOutcome(traced, false, true, 0, "");
     }
 }
 
@@ -254,9 +232,7 @@ TEST(CiaDirectories, ReadAnAodfOfTheCurrentDirectory) {
         .line("GetDirectories PRK, file read successful.")
         .line("GetDirectories PRK, pinmin: 04")
         .line("GetDirectories PRK, pinmax: 0c");
-    const Outcome outcome = getDirectories(true, false, 0);
-    EXPECT_EQ(outcome.result, bytes("04 0C"));
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, true, false, 0, "04 0C");
 }
 
 TEST(CiaDirectories, FindNoCertificatesInAnOdfOfAuthenticationObjectsAlone) {
@@ -264,9 +240,7 @@ TEST(CiaDirectories, FindNoCertificatesInAnOdfOfAuthenticationObjectsAlone) {
     traced.line("GetDirectories").file("5031", aodfAlone);
     traced.line("GetDirectories, ODF file read successful.")
         .line("GetDirectories, ODF file decoding failed.");
-    const Outcome outcome = getDirectories(false, true, 0);
-    EXPECT_EQ(outcome.result, ByteVector{});
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, false, true, 0, "");
 }
 
 TEST(CiaDirectories, FindNoPinsInAnOdfOfCertificatesAlone) {
@@ -274,9 +248,7 @@ TEST(CiaDirectories, FindNoPinsInAnOdfOfCertificatesAlone) {
     traced.line("GetDirectories").file("5031", pathReference("A4", "3F004404"));
     traced.line("GetDirectories, ODF file read successful.")
         .line("GetDirectories PRK, ODF file decoding failed.");
-    const Outcome outcome = getDirectories(true, false, 0);
-    EXPECT_EQ(outcome.result, ByteVector{});
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, true, false, 0, "");
 }
 
 TEST(CiaDirectories, DoNotDecodeAnOdfThatLacksALevelOfTheReference) {
@@ -297,9 +269,7 @@ TEST(CiaDirectories, GiveNothingWithoutAnOdf) {
         TracedCard traced;
         traced.line("GetDirectories").missingFile("5031");
         traced.line("GetDirectories, ODF file reading failed");
-        const Outcome outcome = getDirectories(privateKey, true, 0);
-        EXPECT_EQ(outcome.result, ByteVector{});
-        EXPECT_EQ(outcome.trace, traced.lines());
+        expectOutcome(traced, privateKey, true, 0, "");
     }
 }
 
@@ -315,9 +285,7 @@ TEST(CiaDirectories, GiveNothingWhenTheDirectoryFileCannotBeRead) {
             traced.line("GetDirectories CERT, reading filepath: 3f 0 44 4 .");
             traced.missingFile("4404").line("GetDirectories CERT, file reading failed.");
         }
-        const Outcome outcome = getDirectories(privateKey, true, 0);
-        EXPECT_EQ(outcome.result, ByteVector{});
-        EXPECT_EQ(outcome.trace, traced.lines());
+        expectOutcome(traced, privateKey, true, 0, "");
     }
 }
 
@@ -326,9 +294,7 @@ TEST(CiaDirectories, GiveNothingWhenNothingIsAskedFor) {
     traced.line("GetDirectories").file("5031", odf);
     traced.line("GetDirectories, ODF file read successful.")
         .line("Not reading certificates or private keys? Error?");
-    const Outcome outcome = getDirectories(false, false, 0);
-    EXPECT_EQ(outcome.result, ByteVector{});
-    EXPECT_EQ(outcome.trace, traced.lines());
+    expectOutcome(traced, false, false, 0, "");
 }
 
 TEST(PinLengths, AreReadAfterSelectingTheApplication) {

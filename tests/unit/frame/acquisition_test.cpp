@@ -180,8 +180,9 @@ TEST_F(CardAcquireContextTest, AsksThePlatformForCertificatesOfBothEncodings) {
         return nullptr;
     };
     EXPECT_EQ(CardAcquireContext(&record.data, 0), 8);
-    EXPECT_EQ(asked, (std::vector<std::pair<DWORD, ByteVector>>{{0x10001, p256Certificate()},
-                                                                {0x10001, rsa2048Certificate()}}));
+    EXPECT_EQ(asked, (std::vector<std::pair<DWORD, ByteVector>>{
+                         {certificateEncodings, p256Certificate()},
+                         {certificateEncodings, rsa2048Certificate()}}));
 }
 
 TEST_F(CardAcquireContextTest, ReadsTheCardAndLeavesNoExitLine) {
@@ -333,26 +334,23 @@ TEST_F(CardAcquireContextTest, RefusesAThirdCertificateThatThePlatformRefuses) {
     ASSERT_NE(record.data.pvVendorSpecific, nullptr);
 }
 
-TEST_F(CardAcquireContextTest, LeavesTheAgreementSlotsEmptyByTheAuthenticationKeyAlone) {
-    content.certificates = {rsa2048Certificate(), p256Certificate()};
-    ScriptedCard card;
-    expectAcquisition(card, content, 2);
-    PlatformRecord record(CardType::type3);
-    ASSERT_EQ(CardAcquireContext(&record.data, 0), 0);
-    EXPECT_EQ(record.data.pfnCardConstructDHAgreement, nullptr);
-    EXPECT_EQ(record.data.pfnCardDeriveKey, nullptr);
-    EXPECT_EQ(record.data.pfnCardDestroyDHAgreement, nullptr);
-    EXPECT_NE(record.data.pfnCspGetDHAgreement, nullptr);
-}
-
-TEST_F(CardAcquireContextTest, FillsTheAgreementSlotsOnAnEcCard) {
-    ScriptedCard card;
-    expectAcquisition(card, content, 2);
-    PlatformRecord record(CardType::type3);
-    ASSERT_EQ(CardAcquireContext(&record.data, 0), 0);
-    EXPECT_NE(record.data.pfnCardConstructDHAgreement, nullptr);
-    EXPECT_NE(record.data.pfnCardDeriveKey, nullptr);
-    EXPECT_NE(record.data.pfnCardDestroyDHAgreement, nullptr);
+TEST_F(CardAcquireContextTest, FillsTheAgreementSlotsByTheAuthenticationKeyAlone) {
+    struct Row {
+        std::vector<ByteVector> certificates;
+        bool filled;
+    };
+    for (const Row& row : {Row{{p256Certificate(), rsa2048Certificate()}, true},
+                           Row{{rsa2048Certificate(), p256Certificate()}, false}}) {
+        content.certificates = row.certificates;
+        ScriptedCard card;
+        expectAcquisition(card, content, 2);
+        PlatformRecord record(CardType::type3);
+        ASSERT_EQ(CardAcquireContext(&record.data, 0), 0);
+        EXPECT_EQ(record.data.pfnCardConstructDHAgreement != nullptr, row.filled);
+        EXPECT_EQ(record.data.pfnCardDeriveKey != nullptr, row.filled);
+        EXPECT_EQ(record.data.pfnCardDestroyDHAgreement != nullptr, row.filled);
+        EXPECT_NE(record.data.pfnCspGetDHAgreement, nullptr);
+    }
 }
 
 TEST_F(CardAcquireContextTest, FillsEverySlotButDeauthenticateAndTheUnusedMembers) {

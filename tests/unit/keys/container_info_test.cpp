@@ -202,7 +202,7 @@ TEST(CardGetContainerInfo, AsksThePlatformForTheSizeAndThenForTheBlob) {
     EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0u);
     ASSERT_EQ(calls.size(), 2u);
     for (const Call& call : calls) {
-        EXPECT_EQ(call.encoding, 0x10001u);
+        EXPECT_EQ(call.encoding, certificateEncodings);
         EXPECT_EQ(call.type, RSA_CSP_PUBLICKEYBLOB);
         EXPECT_EQ(call.flags, 0u);
     }

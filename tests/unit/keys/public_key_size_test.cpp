@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "session/card_context.h"
 #include "support/fineid_script.h"
 #include "support/platform_calls.h"
 #include "support/test_certificates.h"
@@ -19,8 +20,7 @@ class PublicKeyBits : public ::testing::Test {
 protected:
     WORD bitsOf(const ByteVector& certificate) {
         PCCERT_CONTEXT context = CertCreateCertificateContext(
-            X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, certificate.data(),
-            static_cast<DWORD>(certificate.size()));
+            certificateEncodings, certificate.data(), static_cast<DWORD>(certificate.size()));
         EXPECT_NE(context, nullptr);
         if (context == nullptr) return 0;
         const WORD bits = publicKeyBits(record.data, context);
@@ -68,7 +68,7 @@ void decodeTo(DWORD bits, DWORD size) {
     platformCalls().CryptDecodeObject = [bits, size](DWORD encoding, LPCSTR type, const BYTE*,
                                                      DWORD, DWORD flags, void* blob,
                                                      DWORD* length) -> BOOL {
-        EXPECT_EQ(encoding, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING);
+        EXPECT_EQ(encoding, certificateEncodings);
         EXPECT_EQ(type, RSA_CSP_PUBLICKEYBLOB);
         EXPECT_EQ(flags, 0);
         *length = size;
