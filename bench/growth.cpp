@@ -22,7 +22,7 @@
 #include "counted_heap.h"
 #include "pairing/card_registration.h"
 #include "platform/minidriver.h"
-#include "platform/wide_text.h"
+#include "support/platform_record.h"
 #include "test_certificate.h"
 #include "virtual_card/pkcs15_files.h"
 #include "virtual_card/winscard/virtual_reader.h"
@@ -120,18 +120,9 @@ struct Place {
     std::size_t commands = 0;
 
     Place(const Generation& generation, std::uintptr_t number) : reader(generation) {
-        static WCHAR name[] = WIDE_TEXT("FINEID");
         reader.setHandles(number, number);
         atr = reader.card().atr();
-        data.dwVersion = 7;
-        data.pbAtr = atr.data();
-        data.cbAtr = static_cast<DWORD>(atr.size());
-        data.pwszCardName = name;
-        data.pfnCspAlloc = allocate;
-        data.pfnCspReAlloc = reallocate;
-        data.pfnCspFree = release;
-        data.hSCardCtx = number;
-        data.hScard = number;
+        KelmoraID::testing::fillRecord(data, atr, number, number, {allocate, reallocate, release});
     }
 };
 

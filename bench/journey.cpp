@@ -17,6 +17,7 @@
 #include "platform/minidriver.h"
 #include "platform/wide_text.h"
 #include "recording/parser.h"
+#include "support/platform_record.h"
 #include "virtual_card/winscard/card_seam.h"
 
 extern "C" DWORD WINAPI CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags);
@@ -62,16 +63,7 @@ BYTE numberIn(const std::string& call) {
 class Journey {
 public:
     explicit Journey(Bytes atr) : atr_(std::move(atr)) {
-        static WCHAR name[] = WIDE_TEXT("FINEID");
-        data_.dwVersion = 7;
-        data_.pbAtr = atr_.data();
-        data_.cbAtr = static_cast<DWORD>(atr_.size());
-        data_.pwszCardName = name;
-        data_.pfnCspAlloc = allocate;
-        data_.pfnCspReAlloc = reallocate;
-        data_.pfnCspFree = ::release;
-        data_.hSCardCtx = 1;
-        data_.hScard = 1;
+        KelmoraID::testing::fillRecord(data_, atr_, 1, 1, {allocate, reallocate, ::release});
     }
 
     DWORD make(const std::string& call) {

@@ -453,7 +453,7 @@ void signatures(Calls& calls) {
             CARD_SIGNING_INFO info{};
             info.dwVersion = 1;
             info.dwKeySpec = isEcc ? AT_ECDSA_P256 : AT_KEYEXCHANGE;
-            info.aiHashAlg = isEcc ? 0 : 0x800C;
+            info.aiHashAlg = isEcc ? 0 : CALG_SHA_256;
             info.pbData = hash.data();
             info.cbData = 32;
             change(info);
@@ -517,7 +517,7 @@ void signatures(Calls& calls) {
         info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
         info.pPaddingInfo = &parameters;
         info.dwPaddingType = CARD_PADDING_PKCS1;
-        info.aiHashAlg = 0x800C;
+        info.aiHashAlg = CALG_SHA_256;
     });
     PlatformSide::failAllocation(1);
     sign("no memory", [](auto&) {});

@@ -2,6 +2,7 @@
 // Only natively, where the linker puts the counting between the two.
 #include "native_platform.h"
 #include "platform_side.h"
+#include "support/statuses.h"
 #include "support/thrown_pointers.h"
 #include "virtual_card/virtual_card.h"
 
@@ -24,7 +25,7 @@ TEST_P(GivenUp, AreTheErrorsOfAPinWhoseLimitsTheCardDoesNotTell) {
     PlatformSide platform(GetParam());
     platform.acquireOrFail();
     const int before = KelmoraID::testing::thrownPointers();
-    platform.reader.failTransmit(1, {virtual_card::Fault::Kind::TransportError, 0x8010002F});
+    platform.reader.failTransmit(1, {virtual_card::Fault::Kind::TransportError, status::lostData});
     platform.authenticate(1, platform.pin(virtual_card::PinRole::Authentication));
     const bool isAskedForLimits = virtual_card::findGeneration(GetParam())->knowsGetData;
     EXPECT_EQ(KelmoraID::testing::thrownPointers() - before, isAskedForLimits ? 2 : 0);

@@ -67,16 +67,14 @@ public:
 
     // A hash of 32 bytes as the older provider hands it over.
     void sign(BYTE container) {
-        CARD_SIGNING_INFO info = signingInfo(container);
-        info.dwVersion = 1;
-        info.aiHashAlg = card_.isEcKey(container) ? 0 : 0x800C;
-        signWith(info, card_.isEcKey(container));
+        signWith(card_.signingInfo(container, hash_), card_.isEcKey(container));
     }
 
     void signByPss(BYTE container) {
-        CARD_SIGNING_INFO info = signingInfo(container);
+        CARD_SIGNING_INFO info = card_.signingInfo(container, hash_);
         BCRYPT_PSS_PADDING_INFO padding{WIDE_TEXT("SHA256"), 32};
         info.dwVersion = 2;
+        info.aiHashAlg = 0;
         info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
         info.dwPaddingType = CARD_PADDING_PSS;
         info.pPaddingInfo = &padding;
@@ -113,17 +111,6 @@ private:
         listener_.before(call, isRandom);
         EXPECT_EQ(work(), 0u) << call;
         listener_.after();
-    }
-
-    CARD_SIGNING_INFO signingInfo(BYTE container) {
-        CARD_SIGNING_INFO info{};
-        info.bContainerIndex = container;
-        info.dwKeySpec = card_.isEcKey(container) ? AT_ECDSA_P256
-                         : container == 0         ? AT_KEYEXCHANGE
-                                                  : AT_SIGNATURE;
-        info.pbData = hash_.data();
-        info.cbData = static_cast<DWORD>(hash_.size());
-        return info;
     }
 
     void signWith(const CARD_SIGNING_INFO& info, bool isRandom) {

@@ -7,36 +7,15 @@
 #include <botan/x509cert.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
+
+#include "support/platform_record.h"
 
 namespace boundary {
 namespace {
 
-std::atomic<int> buffers = 0;
-// Of the call that this thread has in hand.
-thread_local int failing = 0;
-thread_local SIZE_T lastSize = 0;
-
-// What the platform allocates comes with no promise about its content.
-LPVOID WINAPI allocate(SIZE_T size) {
-    lastSize = size;
-    if (failing != 0 && --failing == 0) return nullptr;
-    void* memory = std::malloc(size == 0 ? 1 : size);
-    std::memset(memory, 0xCD, size);
-    ++buffers;
-    return memory;
-}
-
-LPVOID WINAPI reallocate(LPVOID address, SIZE_T size) {
-    return std::realloc(address, size);
-}
-
-void WINAPI release(LPVOID address) {
-    if (address != nullptr) --buffers;
-    std::free(address);
-}
+using KelmoraID::testing::PlatformMemory;
 
 LPSTR text(const char* value) {
     return const_cast<LPSTR>(value);
@@ -80,25 +59,15 @@ std::vector<int> ecCardTypes() {
 
 PlatformSide::PlatformSide(int cardType)
     : reader(generationOf(cardType)), atr(reader.card().atr()) {
-    static WCHAR name[] = WIDE_TEXT("FINEID");
-    buffers = 0;
-    failing = 0;
+    PlatformMemory::begin();
     putBehindTheSeam(reader.seam());
-    data.dwVersion = 7;
-    data.pbAtr = atr.data();
-    data.cbAtr = static_cast<DWORD>(atr.size());
-    data.pwszCardName = name;
-    data.pfnCspAlloc = allocate;
-    data.pfnCspReAlloc = reallocate;
-    data.pfnCspFree = boundary::release;
-    data.hSCardCtx = reader.contextHandle();
-    data.hScard = reader.cardHandle();
+    KelmoraID::testing::fillRecord(data, atr, reader.contextHandle(), reader.cardHandle());
 }
 
 PlatformSide::~PlatformSide() {
-    failing = 0;
+    PlatformMemory::failNth(0);
     release();
-    EXPECT_EQ(buffers, 0) << "buffers of the platform's are left";
+    EXPECT_EQ(PlatformMemory::liveBuffers(), 0) << "buffers of the platform's are left";
     EXPECT_EQ(reader.openTransactions(), 0);
     putBehindTheSeam(nullptr);
 }
@@ -128,10 +97,11 @@ Answer PlatformSide::readFile(const char* directory, const char* file, DWORD dwF
     answer.status =
         data.pfnCardReadFile(&data, text(directory), text(file), dwFlags, &bytes, &size);
     if (answer.status == 0) {
-        EXPECT_EQ(lastSize, size) << "a buffer for the caller has the size of its content";
+        EXPECT_EQ(PlatformMemory::lastSize(), size)
+            << "a buffer for the caller has the size of its content";
         answer.bytes.assign(bytes, bytes + size);
     }
-    boundary::release(bytes);
+    PlatformMemory::release(bytes);
     return answer;
 }
 
@@ -141,10 +111,10 @@ Answer PlatformSide::listFiles(const char* directory) {
     Answer answer;
     answer.status = data.pfnCardEnumFiles(&data, text(directory), &names, &size, 0);
     if (answer.status == 0) {
-        EXPECT_EQ(lastSize, size);
+        EXPECT_EQ(PlatformMemory::lastSize(), size);
         answer.bytes.assign(names, names + size);
     }
-    boundary::release(names);
+    PlatformMemory::release(names);
     return answer;
 }
 
@@ -154,7 +124,7 @@ Answer PlatformSide::property(LPCWSTR name, DWORD dwFlags, DWORD room) {
     Answer answer;
     answer.status = data.pfnCardGetProperty(&data, name, buffer.data(), room, &size, dwFlags);
     if (answer.status == 0) {
-        EXPECT_EQ(lastSize, size);
+        EXPECT_EQ(PlatformMemory::lastSize(), size);
         answer.bytes.assign(buffer.begin(), buffer.begin() + size);
     }
     return answer;
@@ -195,16 +165,29 @@ void PlatformSide::openKey(BYTE container) {
     ASSERT_EQ(authenticate(pinId, pin(role)), 0u);
 }
 
+CARD_SIGNING_INFO PlatformSide::signingInfo(BYTE container, Bytes& hash) const {
+    CARD_SIGNING_INFO info{};
+    info.dwVersion = 1;
+    info.bContainerIndex = container;
+    info.dwKeySpec = isEcKey(container) ? AT_ECDSA_P256
+                     : container == 0   ? AT_KEYEXCHANGE
+                                        : AT_SIGNATURE;
+    info.aiHashAlg = isEcKey(container) ? 0 : CALG_SHA_256;
+    info.pbData = hash.data();
+    info.cbData = static_cast<DWORD>(hash.size());
+    return info;
+}
+
 Answer PlatformSide::sign(CARD_SIGNING_INFO info) {
     info.pbSignedData = nullptr;
     info.cbSignedData = 0;
     Answer answer;
     answer.status = data.pfnCardSignData(&data, &info);
     if (answer.status == 0 && info.pbSignedData != nullptr) {
-        EXPECT_EQ(lastSize, info.cbSignedData);
+        EXPECT_EQ(PlatformMemory::lastSize(), info.cbSignedData);
         answer.bytes.assign(info.pbSignedData, info.pbSignedData + info.cbSignedData);
     }
-    boundary::release(info.pbSignedData);
+    PlatformMemory::release(info.pbSignedData);
     return answer;
 }
 
@@ -232,16 +215,7 @@ Answer PlatformSide::decrypt(BYTE container, const Bytes& block, DWORD padding) 
 
 Answer PlatformSide::signMessage(BYTE container, const std::string& message) {
     Bytes hash = hashOf("SHA-256", message);
-    CARD_SIGNING_INFO info{};
-    info.dwVersion = 1;
-    info.bContainerIndex = container;
-    info.dwKeySpec = isEcKey(container) ? AT_ECDSA_P256
-                     : container == 0   ? AT_KEYEXCHANGE
-                                        : AT_SIGNATURE;
-    info.aiHashAlg = isEcKey(container) ? 0 : 0x800C;
-    info.pbData = hash.data();
-    info.cbData = static_cast<DWORD>(hash.size());
-    Answer answer = sign(info);
+    Answer answer = sign(signingInfo(container, hash));
     if (!isEcKey(container)) answer.bytes = reversed(answer.bytes);
     return answer;
 }
@@ -276,9 +250,9 @@ Answer PlatformSide::derive(BYTE index) {
     Answer answer;
     answer.status = data.pfnCardDeriveKey(&data, &info);
     if (answer.status == 0) {
-        EXPECT_EQ(lastSize, info.cbDerivedKey);
+        EXPECT_EQ(PlatformMemory::lastSize(), info.cbDerivedKey);
         answer.bytes.assign(info.pbDerivedKey, info.pbDerivedKey + info.cbDerivedKey);
-        boundary::release(info.pbDerivedKey);
+        PlatformMemory::release(info.pbDerivedKey);
     }
     return answer;
 }
@@ -288,9 +262,9 @@ Bytes PlatformSide::publicKey(BYTE container) {
     EXPECT_EQ(data.pfnCardGetContainerInfo(&data, container, 0, &info), 0u);
     const PBYTE blob = container == 0 ? info.pbKeyExPublicKey : info.pbSigPublicKey;
     const DWORD size = container == 0 ? info.cbKeyExPublicKey : info.cbSigPublicKey;
-    EXPECT_EQ(lastSize, size);
+    EXPECT_EQ(PlatformMemory::lastSize(), size);
     Bytes bytes(blob, blob + size);
-    boundary::release(blob);
+    PlatformMemory::release(blob);
     return bytes;
 }
 
@@ -349,11 +323,11 @@ std::string PlatformSide::pin(virtual_card::PinRole role) const {
 }
 
 int PlatformSide::liveBuffers() {
-    return buffers;
+    return PlatformMemory::liveBuffers();
 }
 
 void PlatformSide::failAllocation(int n) {
-    failing = n;
+    PlatformMemory::failNth(n);
 }
 
 Bytes hashOf(const std::string& algorithm, const std::string& message) {

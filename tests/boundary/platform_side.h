@@ -69,6 +69,10 @@ public:
     /// Verifies the right PIN for the key of a container.
     void openKey(BYTE container);
 
+    /// A request for the signature of a hash with the key of a container, as the older provider
+    /// makes it: without padding information, with the ALG_ID of SHA-256 for an RSA key.
+    /// @param hash  stays the caller's
+    CARD_SIGNING_INFO signingInfo(BYTE container, Bytes& hash) const;
     /// CardSignData of the record; the signature as the platform gets it.
     Answer sign(CARD_SIGNING_INFO info);
     Answer decrypt(BYTE container, const Bytes& block, DWORD padding = CARD_PADDING_PKCS1);
@@ -107,6 +111,17 @@ public:
     CARD_DATA data{};
     bool acquired = false;
 };
+
+/// What goes ahead of the step that a test is about: nothing, the acquisition, and the right PIN
+/// for the key of container 0 besides.
+inline void nothing(PlatformSide&) {}
+inline void acquired(PlatformSide& card) {
+    card.acquireOrFail();
+}
+inline void opened(PlatformSide& card) {
+    card.acquireOrFail();
+    card.openKey(0);
+}
 
 /// A hash by Botan's name.
 Bytes hashOf(const std::string& algorithm, const std::string& message);

@@ -101,12 +101,6 @@ protected:
 INSTANTIATE_TEST_SUITE_P(EveryCard, Reset, ::testing::ValuesIn(allCardTypes()),
                          ::testing::PrintToStringParamName());
 
-void nothing(PlatformSide&) {}
-
-void acquired(PlatformSide& card) {
-    card.acquireOrFail();
-}
-
 auto acquiredAndOpened(BYTE container) {
     return [container](PlatformSide& card) {
         card.acquireOrFail();
@@ -114,7 +108,7 @@ auto acquiredAndOpened(BYTE container) {
     };
 }
 
-auto opened(BYTE container) {
+auto withOpenKey(BYTE container) {
     return [container](PlatformSide& card) { card.openKey(container); };
 }
 
@@ -263,7 +257,7 @@ TEST_P(Reset, DuringASignatureIsAFailureWithoutAReconnect) {
                    [](const Commands&, std::size_t) {
                        return Outcome{status::unexpected, 0};
                    },
-                   opened(container)});
+                   withOpenKey(container)});
     }
 }
 
@@ -343,7 +337,7 @@ TEST_P(ResetOfAnRsaCard, DuringADecryption) {
                        const Bytes block = encryptedTo(card.certificate(container), "a secret");
                        return card.decrypt(container, block).status;
                    },
-                   atKeyOperation, opened(container)});
+                   atKeyOperation, withOpenKey(container)});
     }
 }
 
@@ -353,7 +347,7 @@ INSTANTIATE_TEST_SUITE_P(EveryEcCard, ResetOfAnEcCard, ::testing::ValuesIn(ecCar
 
 TEST_P(ResetOfAnEcCard, DuringAnAgreement) {
     goThrough({acquiredAndOpened(0), [](PlatformSide& card) { return card.agreeWithItself(); },
-               atKeyOperation, opened(0)});
+               atKeyOperation, withOpenKey(0)});
 }
 
 TEST_P(ResetOfAnEcCard, DuringADerivationAndDuringTheEndOfAnAgreementKeepsTheSecret) {
@@ -363,11 +357,11 @@ TEST_P(ResetOfAnEcCard, DuringADerivationAndDuringTheEndOfAnAgreementKeepsTheSec
         ASSERT_EQ(card.agreeWithItself(), 0u);
     };
     goThrough({agreed, [](PlatformSide& card) { return card.derive(1).status; }, atKeyOperation,
-               opened(0)});
+               withOpenKey(0)});
     goThrough(
         {agreed,
          [](PlatformSide& card) { return card.data.pfnCardDestroyDHAgreement(&card.data, 1, 0); },
-         atKeyOperation, opened(0)});
+         atKeyOperation, withOpenKey(0)});
 }
 
 }  // namespace

@@ -18,10 +18,10 @@ struct HashRow {
     ALG_ID algorithm;
 };
 const HashRow hashes[] = {
-    {"SHA-1", WIDE_TEXT("SHA1"), 0x8004},
-    {"SHA-256", WIDE_TEXT("SHA256"), 0x800C},
-    {"SHA-384", WIDE_TEXT("SHA384"), 0x800D},
-    {"SHA-512", WIDE_TEXT("SHA512"), 0x800E},
+    {"SHA-1", WIDE_TEXT("SHA1"), CALG_SHA1},
+    {"SHA-256", WIDE_TEXT("SHA256"), CALG_SHA_256},
+    {"SHA-384", WIDE_TEXT("SHA384"), CALG_SHA_384},
+    {"SHA-512", WIDE_TEXT("SHA512"), CALG_SHA_512},
 };
 
 class Signature : public ::testing::TestWithParam<int> {
@@ -31,14 +31,9 @@ protected:
     BYTE containers() { return static_cast<BYTE>(card.reader.card().generation().keys.size()); }
 
     CARD_SIGNING_INFO request(BYTE container, Bytes& data) {
-        CARD_SIGNING_INFO info{};
+        CARD_SIGNING_INFO info = card.signingInfo(container, data);
         info.dwVersion = 2;
-        info.bContainerIndex = container;
-        info.dwKeySpec = card.isEcKey(container) ? AT_ECDSA_P256
-                         : container == 0        ? AT_KEYEXCHANGE
-                                                 : AT_SIGNATURE;
-        info.pbData = data.data();
-        info.cbData = static_cast<DWORD>(data.size());
+        info.aiHashAlg = 0;
         return info;
     }
 
@@ -110,7 +105,7 @@ TEST_P(Signature, RawAndUnderOaepIsRefused) {
 
 TEST_P(Signature, WithoutAVerifiedPinIsASecurityViolation) {
     for (BYTE container = 0; container < containers(); ++container) {
-        const ALG_ID algorithm = card.isEcKey(container) ? 0 : 0x800C;
+        const ALG_ID algorithm = card.isEcKey(container) ? 0 : CALG_SHA_256;
         const Answer answer = signPlain(container, hashes[1], algorithm);
         EXPECT_EQ(answer.status, status::securityViolation) << int(container);
         EXPECT_TRUE(answer.bytes.empty()) << int(container);
@@ -168,7 +163,7 @@ TEST_P(Signature, KeySpecificationHasToFitTheKey) {
     for (BYTE container = 0; container < containers(); ++container) {
         Bytes data(32, 1);
         CARD_SIGNING_INFO info = request(container, data);
-        info.aiHashAlg = 0x800C;
+        info.aiHashAlg = CALG_SHA_256;
         info.dwKeySpec = card.isEcKey(container) ? 2 : 3;
         EXPECT_EQ(card.sign(info).status, status::invalidParameter);
     }
@@ -186,7 +181,7 @@ TEST_P(SignatureOfEcKeys, GoesByTheLengthOfTheHashAndRefusesAnUnknownIdentifier)
              {hashes[0], HashRow{"SHA-224", nullptr, 0}, hashes[1], hashes[2], hashes[3]}) {
             card.openKey(container);
             const Answer answer =
-                signPlain(container, hash, hash.algorithm == 0x8004 ? 0x800C : 0x8004);
+                signPlain(container, hash, hash.algorithm == CALG_SHA1 ? CALG_SHA_256 : CALG_SHA1);
             ASSERT_EQ(answer.status, 0u) << hash.botanName;
             EXPECT_TRUE(isSignature(card.certificate(container),
                                     "EMSA1(" + std::string(hash.botanName) + ")", message,
@@ -237,7 +232,7 @@ TEST_P(Signature, AnAllocationThatFailsIsStatusEight) {
     card.openKey(0);
     Bytes data = hashOf("SHA-256", message);
     CARD_SIGNING_INFO info = request(0, data);
-    info.aiHashAlg = card.isEcKey(0) ? 0 : 0x800C;
+    info.aiHashAlg = card.isEcKey(0) ? 0 : CALG_SHA_256;
     PlatformSide::failAllocation(1);
     EXPECT_EQ(card.sign(info).status, status::notEnoughMemory);
 }
@@ -274,7 +269,7 @@ TEST(SignatureOfRsa, GoesByTheAlgorithmIdAlsoWherePssWasAskedFor) {
     info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
     info.dwPaddingType = CARD_PADDING_PSS;
     info.pPaddingInfo = &name;
-    info.aiHashAlg = 0x800D;
+    info.aiHashAlg = CALG_SHA_384;
     info.pbData = data.data();
     info.cbData = static_cast<DWORD>(data.size());
     DriverLog log;
@@ -296,7 +291,7 @@ TEST(SignatureOfRsa, RefusedByAnUnknownStatusWordReportsSuccessWithoutASignature
     CARD_SIGNING_INFO info{};
     info.dwVersion = 1;
     info.dwKeySpec = AT_KEYEXCHANGE;
-    info.aiHashAlg = 0x800C;
+    info.aiHashAlg = CALG_SHA_256;
     info.pbData = data.data();
     info.cbData = static_cast<DWORD>(data.size());
     info.cbSignedData = 77;
@@ -319,7 +314,7 @@ TEST(SignatureOfRsa, ThatIsLongerThanOneReplyIsGatheredWhole) {
     info.dwVersion = 1;
     info.bContainerIndex = 1;
     info.dwKeySpec = AT_SIGNATURE;
-    info.aiHashAlg = 0x800C;
+    info.aiHashAlg = CALG_SHA_256;
     info.pbData = data.data();
     info.cbData = static_cast<DWORD>(data.size());
     card.reader.clearExchanges();

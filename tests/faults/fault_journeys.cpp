@@ -1,5 +1,6 @@
 #include "fault_journeys.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -10,35 +11,32 @@ extern "C" PCCERT_CONTEXT WINAPI __real_CertCreateCertificateContext(DWORD, cons
 namespace faults {
 namespace {
 
+using boundary::acquired;
+using boundary::nothing;
+using boundary::opened;
 using KelmoraID::testing::platformCalls;
+using virtual_card::Generation;
 using virtual_card::PinRole;
 
 // --- Which cards, and what goes before
 
-bool everyCard(const PlatformSide&) {
+bool everyCard(const Generation&) {
     return true;
 }
-bool hasEcKey(const PlatformSide& card) {
-    return card.isEcKey(0);
+bool logsOnWithRsaKey(const Generation& card) {
+    return virtual_card::isRsa(card.keys.front().kind);
 }
-bool hasRsaKey(const PlatformSide& card) {
-    return card.rsaContainer() < card.containers();
+bool hasEcKey(const Generation& card) {
+    return !logsOnWithRsaKey(card);
 }
-bool logsOnWithRsaKey(const PlatformSide& card) {
-    return !card.isEcKey(0);
+bool hasRsaKey(const Generation& card) {
+    return std::any_of(card.keys.begin(), card.keys.end(),
+                       [](const auto& key) { return virtual_card::isRsa(key.kind); });
 }
-bool hasThirdKey(const PlatformSide& card) {
-    return card.containers() > 2;
+bool hasThirdKey(const Generation& card) {
+    return card.keys.size() > 2;
 }
 
-void nothing(PlatformSide&) {}
-void acquired(PlatformSide& card) {
-    card.acquireOrFail();
-}
-void opened(PlatformSide& card) {
-    card.acquireOrFail();
-    card.openKey(0);
-}
 void openedForSignatures(PlatformSide& card) {
     card.acquireOrFail();
     card.openKey(1);
@@ -260,15 +258,10 @@ Outcome enterPinInTheDialog(PlatformSide& card) {
 Outcome sign(PlatformSide& card, BYTE container, bool pss) {
     Bytes hash(32, 0x11);
     BCRYPT_PSS_PADDING_INFO padding{WIDE_TEXT("SHA256"), 32};
-    CARD_SIGNING_INFO info{};
-    info.dwVersion = pss ? 2 : 1;
-    info.bContainerIndex = container;
-    const bool isEc = card.isEcKey(container);
-    info.dwKeySpec = isEc ? AT_ECDSA_P256 : container == 0 ? AT_KEYEXCHANGE : AT_SIGNATURE;
-    info.aiHashAlg = isEc || pss ? 0 : 0x800C;
-    info.pbData = hash.data();
-    info.cbData = 32;
+    CARD_SIGNING_INFO info = card.signingInfo(container, hash);
     if (pss) {
+        info.dwVersion = 2;
+        info.aiHashAlg = 0;
         info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
         info.dwPaddingType = CARD_PADDING_PSS;
         info.pPaddingInfo = &padding;

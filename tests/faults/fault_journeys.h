@@ -21,7 +21,7 @@ struct Outcome {
 struct Journey {
     const char* entryPoint;
     const char* variant;
-    bool (*fits)(const PlatformSide& card);
+    bool (*fits)(const virtual_card::Generation& card);
     void (*prepare)(PlatformSide& card);
     Outcome (*act)(PlatformSide& card);
     /// The rule for its exchanges with the card; NULL where it has none, or none by itself.

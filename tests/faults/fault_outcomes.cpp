@@ -175,8 +175,8 @@ Expected afterWrongData(const Journey& journey) {
 
 std::vector<DWORD> codesOf(const std::string& name) {
     if (name.starts_with("SCard")) {
-        return {status::removedCard, status::resetCard, 0x8010001D,
-                0x8010000B,          0x80100017,        status::invalidHandle};
+        return {status::removedCard,      status::resetCard,         status::noService,
+                status::sharingViolation, status::readerUnavailable, status::invalidHandle};
     }
     if (name.starts_with("Reg")) return {2, 5, 14, 234, 1009, 1630};
     if (name.starts_with("BCrypt")) return {0xC0000001, 0xC000000D, 0xC0000017, 0xC00000BB};

@@ -168,7 +168,7 @@ TEST_P(Secrets, OfAPinNothingIsInALogOrAnOutput) {
     look();
     // Each place where the reader can fail has lines of its own.
     for (std::size_t n = 1; n <= 4; ++n) {
-        card.reader.failTransmit(n, {Fault::Kind::TransportError, 0x8010002F});
+        card.reader.failTransmit(n, {Fault::Kind::TransportError, status::lostData});
         card.authenticate(1, wrongPin);
         card.reader.clearFaults();
     }

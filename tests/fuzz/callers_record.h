@@ -1,4 +1,4 @@
-// The platform's record of a card, with an allocator that can run dry and knows what it gave.
+// The record of a caller: acquired and deleted with its object, with memory that can run dry.
 #pragma once
 
 #include "fuzz_input.h"
@@ -7,13 +7,13 @@
 
 namespace fuzz {
 
-class PlatformRecord {
+class CallersRecord {
 public:
-    PlatformRecord(const Bytes& atr, SCARDCONTEXT context, SCARDHANDLE card);
-    /// Gives the card's object up, as CardDeleteContext does, and the certificate that it leaves.
-    ~PlatformRecord();
-    PlatformRecord(const PlatformRecord&) = delete;
-    PlatformRecord& operator=(const PlatformRecord&) = delete;
+    CallersRecord(const Bytes& atr, SCARDCONTEXT context, SCARDHANDLE card);
+    /// Deletes the context, if there is one.
+    ~CallersRecord();
+    CallersRecord(const CallersRecord&) = delete;
+    CallersRecord& operator=(const CallersRecord&) = delete;
 
     CARD_DATA data{};
     Bytes atr;
@@ -23,8 +23,5 @@ public:
     /// Looks at a buffer that the product handed over, and frees it. A null pointer is let be.
     static void take(void* buffer, std::size_t size, bool isFilled);
 };
-
-/// Whether the product may end a call of the table or the export with it.
-bool isKnownStatus(DWORD status);
 
 }  // namespace fuzz

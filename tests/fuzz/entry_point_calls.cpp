@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "fuzz_target.h"
+#include "known_statuses.h"
 #include "session/card_context.h"
 
 namespace fuzz {
@@ -39,7 +40,7 @@ constexpr DWORD signingFlags[] = {0, CARD_BUFFER_SIZE_ONLY, CARD_PADDING_INFO_PR
                                   CARD_BUFFER_SIZE_ONLY | CARD_PADDING_INFO_PRESENT};
 
 /// The record's pointer, or now and then none.
-PCARD_DATA recordOf(PlatformRecord& record, FuzzInput& input) {
+PCARD_DATA recordOf(CallersRecord& record, FuzzInput& input) {
     return input.byte() == 0xFF ? nullptr : &record.data;
 }
 
@@ -114,7 +115,7 @@ Buffer roomOf(FuzzInput& input) {
     return Buffer(Bytes(input.byte(), 0), input.byte() == 0xFF);
 }
 
-DWORD sign(PlatformRecord& record, FuzzInput& input) {
+DWORD sign(CallersRecord& record, FuzzInput& input) {
     const DWORD flags = input.byte() < 0xE0 ? input.oneOf(signingFlags) : input.number();
     const Name hash(input, hashNames);
     BCRYPT_PSS_PADDING_INFO padding{hash.get(), numberOf(input)};
@@ -133,11 +134,11 @@ DWORD sign(PlatformRecord& record, FuzzInput& input) {
     info.dwPaddingType = input.oneOf(paddings);
     info.pPaddingInfo = input.byte() == 0xFF ? nullptr : &padding;
     const DWORD status = record.data.pfnCardSignData(recordOf(record, input), &info);
-    PlatformRecord::take(info.pbSignedData, info.cbSignedData, status == 0);
+    CallersRecord::take(info.pbSignedData, info.cbSignedData, status == 0);
     return status;
 }
 
-DWORD decrypt(PlatformRecord& record, FuzzInput& input) {
+DWORD decrypt(CallersRecord& record, FuzzInput& input) {
     Bytes block = input.longBlock();
     if (block.size() < 8) block.resize(input.flag() ? 256 : 384, 0x11);
     const Buffer buffer(block, input.byte() == 0xFF);
@@ -156,7 +157,7 @@ DWORD decrypt(PlatformRecord& record, FuzzInput& input) {
 }
 
 // The point of the card's own key, which is one of the right curve, as a key blob.
-Bytes ownPoint(const PlatformRecord& record) {
+Bytes ownPoint(const CallersRecord& record) {
     const auto& context = *static_cast<const KelmoraID::CardContext*>(record.data.pvVendorSpecific);
     const CRYPT_BIT_BLOB& key = context.authCert->pCertInfo->SubjectPublicKeyInfo.PublicKey;
     Bytes blob(8, 0);
@@ -164,7 +165,7 @@ Bytes ownPoint(const PlatformRecord& record) {
     return blob;
 }
 
-DWORD agree(PlatformRecord& record, FuzzInput& input) {
+DWORD agree(CallersRecord& record, FuzzInput& input) {
     Bytes blob = input.longBlock();
     if (blob.size() < 8) blob = ownPoint(record);
     const Buffer buffer(blob, input.byte() == 0xFF);
@@ -181,7 +182,7 @@ DWORD agree(PlatformRecord& record, FuzzInput& input) {
     return record.data.pfnCardConstructDHAgreement(recordOf(record, input), &info);
 }
 
-DWORD derive(PlatformRecord& record, FuzzInput& input) {
+DWORD derive(CallersRecord& record, FuzzInput& input) {
     static constexpr LPCWSTR functions[] = {WIDE_TEXT("HASH"), WIDE_TEXT("HMAC"), WIDE_TEXT("")};
     const Name function(input, functions);
     const Name algorithm(input, hashNames);
@@ -212,18 +213,18 @@ DWORD derive(PlatformRecord& record, FuzzInput& input) {
     info.dwKeyLen = numberOf(input);
     if (record.data.pfnCardDeriveKey == nullptr) return 0;
     const DWORD status = record.data.pfnCardDeriveKey(recordOf(record, input), &info);
-    PlatformRecord::take(info.pbDerivedKey, info.cbDerivedKey, status == 0);
+    CallersRecord::take(info.pbDerivedKey, info.cbDerivedKey, status == 0);
     return status;
 }
 
-DWORD destroyAgreement(PlatformRecord& record, FuzzInput& input) {
+DWORD destroyAgreement(CallersRecord& record, FuzzInput& input) {
     if (record.data.pfnCardDestroyDHAgreement == nullptr) return 0;
     const auto index = static_cast<BYTE>(input.byte() < 0xC0 ? 1 : input.byte());
     const DWORD flags = flagsOf(input);
     return record.data.pfnCardDestroyDHAgreement(recordOf(record, input), index, flags);
 }
 
-DWORD authenticate(PlatformRecord& record, FuzzInput& input) {
+DWORD authenticate(CallersRecord& record, FuzzInput& input) {
     const bool isKnown = input.byte() < 0xC0;
     const std::string known = input.oneOf(pins);
     const Buffer pin = isKnown ? Buffer(Bytes(known.begin(), known.end())) : bufferOf(input);
@@ -240,7 +241,7 @@ DWORD authenticate(PlatformRecord& record, FuzzInput& input) {
                                              input.flag() ? nullptr : &attempts);
 }
 
-DWORD authenticateByName(PlatformRecord& record, FuzzInput& input) {
+DWORD authenticateByName(CallersRecord& record, FuzzInput& input) {
     const Name user(input, userNames);
     const Buffer pin = bufferOf(input);
     DWORD attempts = 0;
@@ -248,7 +249,7 @@ DWORD authenticateByName(PlatformRecord& record, FuzzInput& input) {
                                               pin.size(), input.flag() ? nullptr : &attempts);
 }
 
-DWORD getProperty(PlatformRecord& record, FuzzInput& input) {
+DWORD getProperty(CallersRecord& record, FuzzInput& input) {
     const Name name(input, propertyNames);
     const Buffer room = roomOf(input);
     const DWORD flags = numberOf(input);
@@ -260,7 +261,7 @@ DWORD getProperty(PlatformRecord& record, FuzzInput& input) {
     return status;
 }
 
-DWORD setProperty(PlatformRecord& record, FuzzInput& input) {
+DWORD setProperty(CallersRecord& record, FuzzInput& input) {
     const Buffer value = bufferOf(input);
     const DWORD flags = flagsOf(input);
     if (input.flag()) {
@@ -275,11 +276,11 @@ DWORD setProperty(PlatformRecord& record, FuzzInput& input) {
 }
 
 void take(CONTAINER_INFO& info, DWORD status) {
-    PlatformRecord::take(info.pbSigPublicKey, info.cbSigPublicKey, status == 0);
-    PlatformRecord::take(info.pbKeyExPublicKey, info.cbKeyExPublicKey, status == 0);
+    CallersRecord::take(info.pbSigPublicKey, info.cbSigPublicKey, status == 0);
+    CallersRecord::take(info.pbKeyExPublicKey, info.cbKeyExPublicKey, status == 0);
 }
 
-DWORD getContainerProperty(PlatformRecord& record, FuzzInput& input) {
+DWORD getContainerProperty(CallersRecord& record, FuzzInput& input) {
     const Name name(input, propertyNames);
     const Buffer room = roomOf(input);
     const auto index = static_cast<BYTE>(input.byte() % 4);
@@ -302,7 +303,7 @@ DWORD getContainerProperty(PlatformRecord& record, FuzzInput& input) {
     return status;
 }
 
-DWORD getContainerInfo(PlatformRecord& record, FuzzInput& input) {
+DWORD getContainerInfo(CallersRecord& record, FuzzInput& input) {
     CONTAINER_INFO info{};
     info.dwVersion = versionOf(input, 1);
     const auto index = static_cast<BYTE>(input.byte() % 4);
@@ -318,7 +319,7 @@ const char* directoryOf(FuzzInput& input) {
     return input.oneOf(directories);
 }
 
-DWORD readFile(PlatformRecord& record, FuzzInput& input) {
+DWORD readFile(CallersRecord& record, FuzzInput& input) {
     const char* directory = directoryOf(input);
     const Name file(input, fileNames);
     const DWORD flags = flagsOf(input);
@@ -328,11 +329,11 @@ DWORD readFile(PlatformRecord& record, FuzzInput& input) {
     const DWORD status = record.data.pfnCardReadFile(
         recordOf(record, input), const_cast<LPSTR>(directory), file.get(), flags,
         wantsContent ? &content : nullptr, input.byte() == 0xFF ? nullptr : &size);
-    PlatformRecord::take(content, size, status == 0);
+    CallersRecord::take(content, size, status == 0);
     return status;
 }
 
-DWORD listFiles(PlatformRecord& record, FuzzInput& input) {
+DWORD listFiles(CallersRecord& record, FuzzInput& input) {
     const char* directory = directoryOf(input);
     const DWORD flags = flagsOf(input);
     LPSTR names = nullptr;
@@ -340,11 +341,11 @@ DWORD listFiles(PlatformRecord& record, FuzzInput& input) {
     const DWORD status =
         record.data.pfnCardEnumFiles(recordOf(record, input), const_cast<LPSTR>(directory), &names,
                                      input.byte() == 0xFF ? nullptr : &size, flags);
-    PlatformRecord::take(names, size, status == 0);
+    CallersRecord::take(names, size, status == 0);
     return status;
 }
 
-DWORD getFileInfo(PlatformRecord& record, FuzzInput& input) {
+DWORD getFileInfo(CallersRecord& record, FuzzInput& input) {
     const char* directory = directoryOf(input);
     const Name file(input, fileNames);
     CARD_FILE_INFO info{};
@@ -353,7 +354,7 @@ DWORD getFileInfo(PlatformRecord& record, FuzzInput& input) {
                                           file.get(), input.byte() == 0xFF ? nullptr : &info);
 }
 
-DWORD askCapabilities(PlatformRecord& record, FuzzInput& input) {
+DWORD askCapabilities(CallersRecord& record, FuzzInput& input) {
     CARD_CAPABILITIES capabilities{};
     CARD_FREE_SPACE_INFO space{};
     CARD_KEY_SIZES sizes{};
@@ -388,7 +389,7 @@ Argument argumentOf(FuzzInput& input, LPWSTR name) {
 }
 
 template <typename... Arguments>
-DWORD callSlot(DWORD(WINAPI* call)(PCARD_DATA, Arguments...), PlatformRecord& record,
+DWORD callSlot(DWORD(WINAPI* call)(PCARD_DATA, Arguments...), CallersRecord& record,
                FuzzInput& input) {
     const Name name(input, userNames);
     if (call == nullptr) return 0;
@@ -396,11 +397,11 @@ DWORD callSlot(DWORD(WINAPI* call)(PCARD_DATA, Arguments...), PlatformRecord& re
 }
 
 template <auto slot>
-DWORD refuse(PlatformRecord& record, FuzzInput& input) {
+DWORD refuse(CallersRecord& record, FuzzInput& input) {
     return callSlot(record.data.*slot, record, input);
 }
 
-constexpr DWORD (*refused[])(PlatformRecord&, FuzzInput&) = {
+constexpr DWORD (*refused[])(CallersRecord&, FuzzInput&) = {
     refuse<&CARD_DATA::pfnCardDeleteContainer>,
     refuse<&CARD_DATA::pfnCardCreateContainer>,
     refuse<&CARD_DATA::pfnCardGetChallenge>,
@@ -431,7 +432,7 @@ constexpr DWORD (*refused[])(PlatformRecord&, FuzzInput&) = {
 };
 
 // All of them at once: each looks at next to nothing.
-DWORD callRefused(PlatformRecord& record, FuzzInput& input) {
+DWORD callRefused(CallersRecord& record, FuzzInput& input) {
     for (const auto call : refused) {
         require(isKnownStatus(call(record, input)), "a refusal ends with a known status");
     }
@@ -439,7 +440,7 @@ DWORD callRefused(PlatformRecord& record, FuzzInput& input) {
 }
 
 // The first byte of each call picks from this table; seeds count on the order.
-constexpr DWORD (*calls[])(PlatformRecord&, FuzzInput&) = {
+constexpr DWORD (*calls[])(CallersRecord&, FuzzInput&) = {
     authenticate,
     sign,
     decrypt,
@@ -460,19 +461,19 @@ constexpr DWORD (*calls[])(PlatformRecord&, FuzzInput&) = {
 
 }  // namespace
 
-void callEntryPoints(PlatformRecord& record, FuzzInput& input, int most) {
+void callEntryPoints(CallersRecord& record, FuzzInput& input, int most) {
     for (int made = 0; made < most && !input.atEnd(); ++made) {
         const std::uint8_t choice = input.byte();
         const auto call = calls[choice % std::size(calls)];
         // The high bits: the platform is out of memory, or has taken the reader's context away.
         if (choice >= 0xF0) {
-            PlatformRecord::failAllocation(static_cast<int>(1 + input.below(3)));
+            CallersRecord::failAllocation(static_cast<int>(1 + input.below(3)));
         }
         const SCARDCONTEXT context = record.data.hSCardCtx;
         if ((choice & 0xF0) == 0xE0) record.data.hSCardCtx = 0;
         const DWORD status = call(record, input);
         record.data.hSCardCtx = context;
-        PlatformRecord::failAllocation(0);
+        CallersRecord::failAllocation(0);
         require(isKnownStatus(status), "a call ends with a known status");
     }
 }

@@ -2,14 +2,15 @@
 #include "entry_point_calls.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
+#include "known_statuses.h"
 #include "session/entry_points.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::FuzzInput input(data, size);
     const fuzz::Bytes callBytes = input.longBlock();
     fuzz::HostileCard hostile(input);
-    fuzz::PlatformRecord record(hostile.atr(), fuzz::HostileCard::contextHandle,
-                                fuzz::HostileCard::cardHandle);
+    fuzz::CallersRecord record(hostile.atr(), fuzz::HostileCard::contextHandle,
+                               fuzz::HostileCard::cardHandle);
     const DWORD status = CardAcquireContext(&record.data, 0);
     fuzz::require(fuzz::isKnownStatus(status), "the acquisition ends with a known status");
     fuzz::require((status == 0) == (record.data.pfnCardDeleteContext != nullptr),

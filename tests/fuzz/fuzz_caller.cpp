@@ -2,12 +2,13 @@
 #include "entry_point_calls.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
+#include "known_statuses.h"
 #include "session/entry_points.h"
 
 namespace {
 
 // Fields of the record as only a broken caller has them. Those that hold are restored afterwards.
-void acquireBadly(fuzz::PlatformRecord& record, fuzz::FuzzInput& input) {
+void acquireBadly(fuzz::CallersRecord& record, fuzz::FuzzInput& input) {
     const CARD_DATA good = record.data;
     const fuzz::Bytes atr = input.block();
     const std::unique_ptr<BYTE[]> exact(new BYTE[atr.size()]);
@@ -34,8 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::FuzzInput input(data, size);
     const std::uint8_t honest[] = {input.byte(), 0};
     fuzz::HostileCard card(fuzz::FuzzInput(honest, sizeof(honest)));
-    fuzz::PlatformRecord record(card.atr(), fuzz::HostileCard::contextHandle,
-                                fuzz::HostileCard::cardHandle);
+    fuzz::CallersRecord record(card.atr(), fuzz::HostileCard::contextHandle,
+                               fuzz::HostileCard::cardHandle);
     if (input.byte() >= 0xC0) acquireBadly(record, input);
     if (record.data.pvVendorSpecific == nullptr) {
         fuzz::require(CardAcquireContext(&record.data, 0) == 0, "an honest card is acquired");

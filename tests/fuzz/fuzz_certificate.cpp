@@ -2,10 +2,10 @@
 #include <cstring>
 #include <memory>
 
+#include "callers_record.h"
 #include "fuzz_target.h"
 #include "keys/public_key_blobs.h"
 #include "keys/public_key_size.h"
-#include "platform_record.h"
 #include "session/card_context.h"
 
 namespace {
@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     decodeKey(certificate->pCertInfo->SubjectPublicKeyInfo.PublicKey, room);
     KelmoraID::hasEcPublicKey(certificate);
     {
-        const fuzz::PlatformRecord record({}, 0, 0);
+        const fuzz::CallersRecord record({}, 0, 0);
         KelmoraID::publicKeyBits(record.data, certificate);
     }
     CertFreeCertificateContext(certificate);

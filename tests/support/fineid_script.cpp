@@ -1,33 +1,12 @@
 #include "support/fineid_script.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <utility>
 
-#include "platform/wide_text.h"
-#include "session/card_context.h"
-#include "session/entry_points.h"
+#include "support/delete_context.h"
+#include "support/platform_record.h"
 
 namespace KelmoraID::testing {
 namespace {
-
-int failingAllocation = 0;
-int allocations = 0;
-std::vector<std::size_t> sizes;
-
-LPVOID WINAPI allocate(SIZE_T size) {
-    sizes.push_back(size);
-    if (failingAllocation != 0 && --failingAllocation == 0) return nullptr;
-    ++allocations;
-    return std::malloc(size);
-}
-LPVOID WINAPI reallocate(LPVOID address, SIZE_T size) {
-    return std::realloc(address, size);
-}
-void WINAPI release(LPVOID address) {
-    if (address != nullptr) --allocations;
-    std::free(address);
-}
 
 const ByteVector odfPath = bytes("3F00 5031");
 const ByteVector cdfPath = bytes("3F00 4402");
@@ -148,40 +127,26 @@ void expectAcquisition(ScriptedCard& card, const FineidContent& content, std::si
 }
 
 PlatformRecord::PlatformRecord(CardType type) : atr(bytes(atrOf(type))) {
-    static WCHAR name[] = WIDE_TEXT("FINEID");
-    data.dwVersion = 7;
-    data.pbAtr = atr.data();
-    data.cbAtr = static_cast<DWORD>(atr.size());
-    data.pwszCardName = name;
-    data.pfnCspAlloc = allocate;
-    data.pfnCspReAlloc = reallocate;
-    data.pfnCspFree = release;
-    data.hSCardCtx = 0xC0;
-    data.hScard = ScriptedCard::handle;
-    failingAllocation = 0;
-    allocations = 0;
-    sizes.clear();
+    PlatformMemory::begin();
+    PlatformMemory::noteSizes();
+    fillRecord(data, atr, 0xC0, ScriptedCard::handle);
 }
 
 PlatformRecord::~PlatformRecord() {
-    failingAllocation = 0;
-    auto* context = static_cast<CardContext*>(data.pvVendorSpecific);
-    if (context == nullptr) return;
-    // The product gives this handle up; a test frees it, so that the leak checker sees real leaks.
-    if (context->secondSignCert != nullptr) CertFreeCertificateContext(context->secondSignCert);
-    CardDeleteContext(&data);
+    PlatformMemory::failNth(0);
+    deleteContext(data);
 }
 
 void PlatformRecord::failAllocation(int n) {
-    failingAllocation = n;
+    PlatformMemory::failNth(n);
 }
 
 int PlatformRecord::liveAllocations() {
-    return allocations;
+    return PlatformMemory::liveBuffers();
 }
 
 std::vector<std::size_t> PlatformRecord::takeAllocatedSizes() {
-    return std::exchange(sizes, {});
+    return PlatformMemory::takeSizes();
 }
 
 }  // namespace KelmoraID::testing

@@ -12,12 +12,18 @@ inline constexpr DWORD revisionMismatch = 0x51A;
 inline constexpr DWORD invalidHandle = 0x80100003;
 inline constexpr DWORD invalidParameter = 0x80100004;
 inline constexpr DWORD insufficientBuffer = 0x80100008;
+inline constexpr DWORD sharingViolation = 0x8010000B;
 inline constexpr DWORD unknownCard = 0x8010000D;
+inline constexpr DWORD notTransacted = 0x80100016;
+inline constexpr DWORD readerUnavailable = 0x80100017;
+inline constexpr DWORD noService = 0x8010001D;
 inline constexpr DWORD unexpected = 0x8010001F;
 inline constexpr DWORD unsupportedFeature = 0x80100022;
 inline constexpr DWORD directoryNotFound = 0x80100023;
 inline constexpr DWORD fileNotFound = 0x80100024;
+inline constexpr DWORD lostData = 0x8010002F;
 inline constexpr DWORD noKeyContainer = 0x80100030;
+inline constexpr DWORD unresponsiveCard = 0x80100066;
 inline constexpr DWORD resetCard = 0x80100068;
 inline constexpr DWORD removedCard = 0x80100069;
 inline constexpr DWORD securityViolation = 0x8010006A;
@@ -36,12 +42,20 @@ inline constexpr Row numbers[] = {
     {invalidHandle, static_cast<DWORD>(SCARD_E_INVALID_HANDLE)},
     {invalidParameter, static_cast<DWORD>(SCARD_E_INVALID_PARAMETER)},
     {insufficientBuffer, static_cast<DWORD>(SCARD_E_INSUFFICIENT_BUFFER)},
+    {sharingViolation, static_cast<DWORD>(SCARD_E_SHARING_VIOLATION)},
     {unknownCard, static_cast<DWORD>(SCARD_E_UNKNOWN_CARD)},
+    {notTransacted, static_cast<DWORD>(SCARD_E_NOT_TRANSACTED)},
+    {readerUnavailable, static_cast<DWORD>(SCARD_E_READER_UNAVAILABLE)},
+    {noService, static_cast<DWORD>(SCARD_E_NO_SERVICE)},
     {unexpected, static_cast<DWORD>(SCARD_E_UNEXPECTED)},
     {unsupportedFeature, static_cast<DWORD>(SCARD_E_UNSUPPORTED_FEATURE)},
     {directoryNotFound, static_cast<DWORD>(SCARD_E_DIR_NOT_FOUND)},
     {fileNotFound, static_cast<DWORD>(SCARD_E_FILE_NOT_FOUND)},
+#ifdef SCARD_E_COMM_DATA_LOST  // Only the system's own headers have it.
+    {lostData, static_cast<DWORD>(SCARD_E_COMM_DATA_LOST)},
+#endif
     {noKeyContainer, static_cast<DWORD>(SCARD_E_NO_KEY_CONTAINER)},
+    {unresponsiveCard, static_cast<DWORD>(SCARD_W_UNRESPONSIVE_CARD)},
     {resetCard, static_cast<DWORD>(SCARD_W_RESET_CARD)},
     {removedCard, static_cast<DWORD>(SCARD_W_REMOVED_CARD)},
     {securityViolation, static_cast<DWORD>(SCARD_W_SECURITY_VIOLATION)},
