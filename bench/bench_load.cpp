@@ -1,6 +1,6 @@
-// bench_load: how long LoadLibrary takes for two DLLs, turn by turn in one process, and the bytes of
-// heap that are taken meanwhile. What both import is loaded already. Prints microseconds and bytes as
-// one line of JSON.
+// bench_load: how long LoadLibrary takes for two DLLs, turn by turn in one process, and the bytes
+// of heap that are taken meanwhile. What both import is loaded already. Prints microseconds and
+// bytes as one line of JSON.
 //
 //   bench_load FIRST.dll SECOND.dll ROUNDS
 #include <windows.h>
@@ -79,8 +79,7 @@ int main(int argc, char** argv) {
     print("first", first);
     std::printf(", ");
     print("second", second);
-    std::printf(", \"heap\": [%llu, %llu]}\n",
-                static_cast<unsigned long long>(heapTaken(argv[1])),
+    std::printf(", \"heap\": [%llu, %llu]}\n", static_cast<unsigned long long>(heapTaken(argv[1])),
                 static_cast<unsigned long long>(heapTaken(argv[2])));
     return 0;
 }

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "support/scripted_service.h"
 #include "support/log_capture.h"
+#include "support/scripted_service.h"
 #include "text/text_conversion.h"
 
 namespace KelmoraID {

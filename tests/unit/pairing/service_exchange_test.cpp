@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "support/scripted_service.h"
 #include "support/log_capture.h"
+#include "support/scripted_service.h"
 #include "text/text_conversion.h"
 
 namespace KelmoraID {
