@@ -13,7 +13,6 @@ namespace cardhost {
 
 namespace {
 
-constexpr std::size_t challengeLength = 64;
 constexpr std::string_view message = "cardhost recording";
 
 }  // namespace

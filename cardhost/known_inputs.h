@@ -6,7 +6,9 @@
 
 namespace cardhost {
 
-/// A challenge of 64 bytes.
+/// How many bytes a challenge has that a card signs.
+constexpr std::size_t challengeLength = 64;
+
 Bytes knownChallenge();
 
 /// A block with PKCS#1 v1.5 padding (RFC 8017, 7.2.1) encrypted to an RSA certificate, big-endian.

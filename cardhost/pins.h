@@ -11,6 +11,9 @@ namespace cardhost {
 
 class Command;
 
+constexpr PIN_ID authenticationPin = 1;
+constexpr PIN_ID signaturePin = 4;
+
 /// Where the PIN comes from. Without any of these the program asks for it, without echo.
 struct PinOptions {
     std::vector<std::string> pins;  // tried in turn

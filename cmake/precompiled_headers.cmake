@@ -1,8 +1,12 @@
 # precompile(TARGET [HEADER...]): the headers that most files of a target take, parsed once: those of the
 # system and, for the sake of windows.h, platform/win32.h, so that no other change of ours compiles
 # everything anew. A file still includes what it uses: clang-tidy reads each file without them, and
-# CMAKE_DISABLE_PRECOMPILE_HEADERS builds without them.
+# CMAKE_DISABLE_PRECOMPILE_HEADERS builds without them. Where several files are compiled as one, nothing is
+# precompiled: that would take longer than it saves.
 function(precompile target)
+    if(CMAKE_UNITY_BUILD)
+        return()
+    endif()
     set(headers <algorithm> <array> <cstddef> <cstdint> <cstdlib> <cstring> <filesystem> <fstream>
         <functional> <map> <memory> <optional> <span> <stdexcept> <string> <string_view> <utility> <vector>
         ${ARGN})

@@ -8,6 +8,7 @@
 #include "commands/commands.h"
 #include "files.h"
 #include "key_operations.h"
+#include "known_inputs.h"
 #include "openssl_hints.h"
 #include "options.h"
 #include "pins.h"
@@ -16,8 +17,6 @@
 namespace cardhost {
 
 namespace {
-
-constexpr std::size_t challengeLength = 64;
 
 struct LogonOptions {
     std::string hash = "sha256";

@@ -21,9 +21,6 @@ namespace cardhost {
 
 namespace {
 
-constexpr PIN_ID authenticationPin = 1;
-constexpr PIN_ID signaturePin = 4;
-
 constexpr const char* personalDataNotice =
     "A recording holds what the card holds of its holder: certificates with a name\n"
     "and an electronic client number, serial numbers, public keys, signatures. Give\n"

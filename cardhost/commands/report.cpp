@@ -21,8 +21,6 @@ namespace cardhost {
 
 namespace {
 
-constexpr PIN_ID authenticationPin = 1;
-
 struct ReportOptions {
     std::string out;
     std::string log;

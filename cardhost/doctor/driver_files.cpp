@@ -8,7 +8,7 @@ namespace cardhost::doctor {
 namespace {
 
 constexpr const char* entryPoint = "CardAcquireContext";
-constexpr const char* installAgain = "Install the package for this machine again.";
+constexpr const char* installPackageAgain = "Install the package for this machine again.";
 
 /// A file that has to be there, and what it has to be.
 struct ExpectedFile {
@@ -59,7 +59,7 @@ void checkSignature(Findings& findings, const ExpectedFile& expected, const File
             findings.problem("driver.signature", expected.subject,
                              fmt::format("{}: {}", expected.path, text),
                              "The file was changed after it was signed, or is damaged. " +
-                                 std::string(installAgain));
+                                 std::string(installPackageAgain));
             break;
         case Signature::State::untrusted:
             findings.note("driver.signature", expected.subject, text,
@@ -80,7 +80,7 @@ void checkSignature(Findings& findings, const ExpectedFile& expected, const File
 bool checkFile(Findings& findings, const ExpectedFile& expected, const FileFacts& file) {
     const auto complain = [&](const char* id, const std::string& found) {
         findings.problem(id, expected.subject, fmt::format("{} {}", expected.path, found),
-                         installAgain);
+                         installPackageAgain);
         return false;
     };
     if (!file.exists) return complain("driver.missing", "is missing");
@@ -122,7 +122,7 @@ void checkDriverFiles(Examination& examination) {
         } else if (!version.empty() && version != file.version) {
             findings.problem("driver.version", expected.subject,
                              fmt::format("version {} here, {} above", file.version, version),
-                             installAgain);
+                             installPackageAgain);
         } else {
             version = file.version;
         }

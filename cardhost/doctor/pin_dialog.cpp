@@ -9,8 +9,8 @@ namespace cardhost::doctor {
 namespace {
 
 // The driver names the narrow view outright, so that programs of both widths find one value.
-constexpr const char* key = R"(SOFTWARE\Microsoft\Windows\CurrentVersion\Run)";
-constexpr const char* valueName = "Kelmora ID";
+constexpr const char* runKey = R"(SOFTWARE\Microsoft\Windows\CurrentVersion\Run)";
+constexpr const char* runValue = "Kelmora ID";
 constexpr const char* libraryName = "CodeEntryLibrary.dll";
 constexpr const char* dialogFunction = "promptCodeEntryDefault";
 constexpr const char* subject = "companion's PIN dialog";
@@ -26,7 +26,7 @@ std::string libraryOf(const std::string& command) {
 
 void checkPinDialog(Examination& examination) {
     Findings& findings = examination.findings;
-    const auto value = examination.machine.value(View::bits32, key, valueName);
+    const auto value = examination.machine.value(View::bits32, runKey, runValue);
     const std::string noDialog = "; Windows asks for PINs itself";
     if (!value || (value->kind == RegistryValue::Kind::text && value->text.empty())) {
         findings.well("dialog.none", subject, "not installed" + noDialog);
@@ -34,7 +34,7 @@ void checkPinDialog(Examination& examination) {
     }
     if (value->kind != RegistryValue::Kind::text) {
         findings.note("dialog.type", subject,
-                      fmt::format("the Run value '{}' is no text value{}", valueName, noDialog),
+                      fmt::format("the Run value '{}' is no text value{}", runValue, noDialog),
                       "Install the companion application again.");
         return;
     }
@@ -43,7 +43,7 @@ void checkPinDialog(Examination& examination) {
         findings.note("dialog.command", subject,
                       fmt::format("the Run value '{}' has quotation marks, which the driver takes "
                                   "for part of the folder's name{}",
-                                  valueName, noDialog),
+                                  runValue, noDialog),
                       "Let the value be the program's path alone, without quotation marks.");
         return;
     }
