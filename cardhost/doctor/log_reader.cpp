@@ -17,7 +17,7 @@ constexpr std::size_t mostAcquisitions = 10;
 constexpr std::size_t mostIncidents = 20;
 constexpr std::size_t mostPending = 100;
 constexpr std::size_t longestText = 200;
-constexpr std::size_t longestLine = 2000;
+constexpr std::size_t longestShownLine = 2000;
 
 constexpr std::string_view entryText = "Entering the function";
 constexpr std::string_view exitText = "Exiting the function, with status code: '0x";
@@ -188,7 +188,7 @@ void LogReader::keepLine(const LogLine& line) {
     if (line.scope == acquire && calls_.front().scope == acquire) call = &calls_.front();
     if (call == nullptr) call = &calls_.back();
     if (call->lines.size() >= keptLines_ / 2) return;
-    call->lines.push_back(shortened(textOf(line), longestLine));
+    call->lines.push_back(shortened(textOf(line), longestShownLine));
     ++linesOfCalls_;
 }
 

@@ -19,7 +19,7 @@ namespace KelmoraID::testing {
 namespace {
 
 // A line after its time stamp; nothing if it does not begin with one. Without std::regex: that
-// would be most of this file's compile time, and of the suites' run time under sanitizers.
+// would be most of what this file takes to compile.
 std::optional<LogLine> lineOf(std::string_view text, bool hasFraction) {
     // In a form, '#' is a digit.
     const auto takes = [&text](std::string_view form) {
