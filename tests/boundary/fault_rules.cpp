@@ -162,40 +162,40 @@ bool isOfSequence(const Step& step) {
 }
 
 enum class Role {
-    Application,
-    Identifier,
-    WholePath,
-    FromRoot,
-    File,
-    FileByPath,
-    FileByLastForm,
-    Read
+    application,
+    identifier,
+    wholePath,
+    fromRoot,
+    file,
+    fileByPath,
+    fileByLastForm,
+    read
 };
 
 // The whole path goes out under P1 09 both for a directory and for a file; what went before tells.
 Role roleOf(const Step& step, const Step* before) {
-    if (ins(step) == 0xB0) return Role::Read;
+    if (ins(step) == 0xB0) return Role::read;
     switch (p1(step)) {
         case 0x04:
-            return Role::Application;
+            return Role::application;
         case 0x01:
-            return Role::Identifier;
+            return Role::identifier;
         case 0x00:
-            return Role::FromRoot;
+            return Role::fromRoot;
         case 0x02:
-            return step.command.at(4) == 2 ? Role::File : Role::FileByPath;
+            return step.command.at(4) == 2 ? Role::file : Role::fileByPath;
         default:
             return before != nullptr && ins(*before) == 0xA4 && p1(*before) == 0x02
-                       ? Role::FileByLastForm
-                       : Role::WholePath;
+                       ? Role::fileByLastForm
+                       : Role::wholePath;
     }
 }
 
 bool isWhole(const Step& step, Role role) {
     if (!isGood(step)) return false;
-    if (role == Role::Read) return step.data.size() == step.command.back();
+    if (role == Role::read) return step.data.size() == step.command.back();
     const bool isFile =
-        role == Role::File || role == Role::FileByPath || role == Role::FileByLastForm;
+        role == Role::file || role == Role::fileByPath || role == Role::fileByLastForm;
     return !isFile || !step.data.empty();  // Without control parameters there is no size.
 }
 
@@ -205,34 +205,34 @@ std::vector<Role> followersOf(const Step& step, Role role) {
     const bool notFound = has(step, 0x6A82);
     if (isWhole(step, role)) {
         switch (role) {
-            case Role::Application:
-            case Role::Identifier:
-                return {Role::Identifier, Role::File};
-            case Role::WholePath:
-                return {Role::File};
-            case Role::FromRoot:
-                return {Role::FromRoot, Role::File};
-            case Role::Read:
-                return {Role::Read, Role::Identifier};
+            case Role::application:
+            case Role::identifier:
+                return {Role::identifier, Role::file};
+            case Role::wholePath:
+                return {Role::file};
+            case Role::fromRoot:
+                return {Role::fromRoot, Role::file};
+            case Role::read:
+                return {Role::read, Role::identifier};
             default:
-                return {Role::Read};
+                return {Role::read};
         }
     }
     switch (role) {
-        case Role::Application:
-            return {isSecondApplication(step) ? Role::Identifier : Role::Application};
-        case Role::Identifier:
-            if (noSuchForm) return {Role::WholePath};
+        case Role::application:
+            return {isSecondApplication(step) ? Role::identifier : Role::application};
+        case Role::identifier:
+            if (noSuchForm) return {Role::wholePath};
             [[fallthrough]];
-        case Role::WholePath:
-            if (noSuchForm || notFound) return {Role::FromRoot};
+        case Role::wholePath:
+            if (noSuchForm || notFound) return {Role::fromRoot};
             return {};
-        case Role::File:
+        case Role::file:
             if (isGood(step)) return {};
-            return {Role::FileByPath};
-        case Role::FileByPath:
+            return {Role::fileByPath};
+        case Role::fileByPath:
             if (isGood(step)) return {};
-            return {Role::FileByLastForm};
+            return {Role::fileByLastForm};
         default:
             return {};
     }
@@ -278,7 +278,7 @@ bool isComplete(std::span<const Step> good, std::span<const Step> run) {
         }
         const Role next = roleOf(run[at + 1], &run[at]);
         // The acquisition selects the application once ahead of all readings.
-        const bool selectsAgain = role == Role::Application && next == Role::Application &&
+        const bool selectsAgain = role == Role::application && next == Role::application &&
                                   (isGood(run[at]) || isSecondApplication(run[at]));
         EXPECT_TRUE(selectsAgain || std::ranges::find(followers, next) != followers.end())
             << toHex(run[at].command) << " is followed by " << toHex(run[at + 1].command);
