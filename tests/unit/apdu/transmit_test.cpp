@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <memory>
 
 #include "apdu/decipher.h"
 #include "apdu/get_data.h"
@@ -259,8 +260,9 @@ TEST(Transmit, LogsNoTrafficSoThatNoPinReachesALog) {
 }
 
 TEST(TransmitError, KeepsItsTextAlone) {
-    const TransmitError error(SCARD_W_RESET_CARD, "Failed to transmit data.");
-    const TransmitError copy = error;
+    auto error = std::make_unique<TransmitError>(SCARD_W_RESET_CARD, "Failed to transmit data.");
+    const TransmitError copy = *error;
+    error.reset();
     EXPECT_STREQ(copy.what(), "Failed to transmit data.");
     EXPECT_EQ(copy.code(),
               std::error_code(static_cast<int>(status::resetCard), std::system_category()));
