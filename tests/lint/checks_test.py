@@ -122,25 +122,48 @@ class NamedTests(PlantedFaults):
 
 
 class FindingCodes(PlantedFaults):
-    def code_findings(self, source, test):
+    def code_findings(self, source, made_up, real=""):
         self.write("cardhost/doctor/log.cpp", source)
-        self.write("tests/unit/doctor/log_test.cpp", test)
+        self.write("tests/unit/doctor/log_test.cpp", made_up)
+        self.write("tests/system/doctor/log_test.py", real)
         return self.findings("check_findings.py")
 
     SOURCE = '#include "log.h"\n    findings.note("log.cut", "lines", text);\n'
+    NAMED = 'HasSubstr("note log.cut lines")'
+    NOT_FOUND = "cardhost/doctor/log.cpp:2: no test in tests/system finds 'note log.cut'"
 
-    def test_a_code_that_a_test_names_passes(self):
-        self.assertEqual(self.code_findings(self.SOURCE, 'HasSubstr("note log.cut lines")'), [])
+    def test_a_code_that_tests_name_passes(self):
+        self.assertEqual(self.code_findings(self.SOURCE, self.NAMED, self.NAMED), [])
 
     def test_a_code_without_a_test_is_found(self):
         for test in ("", '"log.cut-off"', '"the_log.cut"'):
             with self.subTest(test):
-                self.assertEqual(self.code_findings(self.SOURCE, test),
-                                 ["cardhost/doctor/log.cpp:2: no test names the finding log.cut"])
+                self.assertEqual(self.code_findings(self.SOURCE, test, self.NAMED), [
+                    "cardhost/doctor/log.cpp:2: no test in tests/unit/doctor names the finding log.cut"])
+
+    def test_a_finding_of_no_real_machine_is_found(self):
+        for test in ("", '"log.cut"', '"problem log.cut"', '"note log.cut-off"'):
+            with self.subTest(test):
+                self.assertEqual(self.code_findings(self.SOURCE, self.NAMED, test), [self.NOT_FOUND])
+
+    def test_a_finding_whose_verdict_a_helper_chooses_is_found(self):
+        source = '#include "log.h"\n    complain("log.cut", text);\n'
+        self.assertEqual(self.code_findings(source, self.NAMED, '"problem log.cut"'), [])
+        self.assertEqual(self.code_findings(source, self.NAMED, '"log.cut"'),
+                         ["cardhost/doctor/log.cpp:2: no test in tests/system finds 'log.cut'"])
+
+    def test_an_exception_holds_as_long_as_it_is_one(self):
+        self.write("tests/system/doctor/made_up_only.txt", "# Why.\nnote log.cut: a reason\n")
+        stale = ["tests/system/doctor/made_up_only.txt: 'note log.cut' is no finding, or is found in tests/system "
+                 "after all"]
+        self.assertEqual(self.code_findings(self.SOURCE, self.NAMED), [])
+        self.assertEqual(self.code_findings(self.SOURCE, self.NAMED, self.NAMED), stale)
+        self.assertEqual(self.code_findings(self.SOURCE.replace("note", "problem"), self.NAMED, '"problem log.cut"'),
+                         stale)
 
     def test_a_code_that_is_put_together_is_found(self):
         source = self.SOURCE + "    findings.problem(kind + part, text, text, text);\n"
-        self.assertEqual(self.code_findings(source, '"log.cut"'),
+        self.assertEqual(self.code_findings(source, self.NAMED, self.NAMED),
                          ["cardhost/doctor/log.cpp: a finding begins with k, and not with its code"])
 
     def test_no_codes_at_all_are_found(self):

@@ -25,8 +25,10 @@ import unittest
 
 sys.dont_write_bytecode = True
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "support"))
 import private_place  # pylint: disable=wrong-import-position
 import programs  # pylint: disable=wrong-import-position
+from doctor_report import assert_finds, findings_of  # pylint: disable=wrong-import-position
 from programs import READERS, seen_cards  # pylint: disable=wrong-import-position
 
 SKIPPED = 77
@@ -214,41 +216,44 @@ class EmptyReader(PcscTest):
 # The doctor -------------------------------------------------------------------------------------
 
 class Doctor(PcscTest):
-    def doctor(self, *arguments):
-        done = programs.run(settings.bin / "cardhost", *arguments, "doctor")
-        return done.returncode, " ".join(done.stdout.split())
+    def doctor(self, expected):
+        """What it finds; it ends with that exit code."""
+        done = programs.run(settings.bin / "cardhost", "doctor", "--json")
+        self.assertEqual(done.returncode, expected, done.stdout + done.stderr)
+        return findings_of(done.stdout)
 
     def test_finds_readers_and_a_card_well(self):
         with self.card(6, reader=1):
-            code, report = self.doctor()
-        self.assertEqual(code, OK, report)
-        self.assertIn("ok PC/SC daemon: answers", report)
-        self.assertIn(f"ok {READERS[0]}: no card in it", report)
-        self.assertIn(f"ok {READERS[1]}: a FINEID card of type 6, ATR {atr_text(6)}", report)
-        self.assertRegex(report, r"ok acquisition: \d+ ms")
-        self.assertIn("ok PIN 1: 3 tries left", report)
-        self.assertIn("Nothing stands in the way.", report)
+            found = self.doctor(expected=OK)
+        for expected, text in (("well readers.service", "PC/SC daemon: answers"),
+                               ("well readers.empty", f"{READERS[0]}: no card in it"),
+                               ("well readers.card", f"{READERS[1]}: a FINEID card of type 6, ATR {atr_text(6)}"),
+                               ("well card.acquired", "acquisition: "), ("well card.tries", "PIN 1: 3 tries left")):
+            assert_finds(self, found, expected, text)
 
     def test_names_a_reader_without_a_card(self):
-        code, report = self.doctor()
-        self.assertEqual(code, OK, report)
-        self.assertIn("note card: no FINEID card in any reader", report)
+        assert_finds(self, self.doctor(expected=OK), "note card.none", "no FINEID card in any reader")
 
     def test_names_the_nearest_card_of_somebody_else_s(self):
         foreign = bytearray.fromhex(CARDS[4][0])
         foreign[2] ^= 0x04
         with programs.foreign_card_in(0, bytes(foreign)):
-            code, report = self.doctor()
-        self.assertEqual(code, UNWELL, report)
-        self.assertIn(f"PROBLEM {READERS[0]}: a card that this driver does not know", report)
-        self.assertIn("one bit away from type 4 (byte 3 is 92, there 96)", report)
+            found = self.doctor(expected=UNWELL)
+        assert_finds(self, found, "problem readers.foreign",
+                     f"{READERS[0]}: a card that this driver does not know")
+        assert_finds(self, found, "problem readers.foreign", "one bit away from type 4 (byte 3 is 92, there 96)")
+
+    def test_names_a_card_that_does_not_tell_the_tries_left(self):
+        unknown_command = b"\x6d\x00"
+        with programs.Cable(settings.bin / "virtual-card/virtual-card", 3,
+                            lambda command, _: unknown_command if command[1] == VERIFY else None):
+            found = self.doctor(expected=OK)
+        assert_finds(self, found, "unknown card.tries", "PIN 1: the card does not tell how many tries are left: 6D 00")
 
     def test_names_the_daemon_that_is_gone(self):
         self.daemon.send_signal(signal.SIGTERM)
         self.daemon.wait()
-        code, report = self.doctor()
-        self.assertEqual(code, UNWELL, report)
-        self.assertIn("PROBLEM smart-card service: no smart-card service answers", report)
+        assert_finds(self, self.doctor(expected=UNWELL), "problem readers.service", "no smart-card service answers")
 
 
 # cardhost and OpenSSL, on every card ----------------------------------------------------------

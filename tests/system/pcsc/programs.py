@@ -147,7 +147,8 @@ class Cable:
     happens at a command happens before the card sees it."""
 
     def __init__(self, virtual_card, card_type, at_command):
-        """`at_command` gets each command and the card's process; with True the cable is cut."""
+        """`at_command` gets each command and the card's process; with True the cable is cut, and bytes
+        are an answer that the card is not asked for."""
         self.commands = []
         self._virtual_card = virtual_card
         self._card_type = card_type
@@ -196,7 +197,11 @@ class Cable:
                 message = _receive(to_driver)
                 if len(message) > 1:
                     self.commands.append(message)
-                    if self._at_command(message, card):
+                    answer = self._at_command(message, card)
+                    if isinstance(answer, bytes):
+                        _send(to_driver, answer)
+                        continue
+                    if answer:
                         self._ended.set()
                         break
                 _send(to_card, message)
