@@ -59,7 +59,11 @@ std::string reasonOf(DWORD error) {
         FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
                        0, text, static_cast<DWORD>(std::size(text)), nullptr);
     std::string reason = utf8(std::basic_string_view<WCHAR>(text, length));
-    while (!reason.empty() && static_cast<unsigned char>(reason.back()) <= ' ') reason.pop_back();
+    // The words of the system are a sentence; here they become part of one.
+    while (!reason.empty() &&
+           (static_cast<unsigned char>(reason.back()) <= ' ' || reason.back() == '.')) {
+        reason.pop_back();
+    }
     if (!reason.empty()) return reason;
     // Codes of 32 bits are known by their hexadecimal digits.
     return error < 0x80000000 ? fmt::format("error {}", error) : fmt::format("error {:#x}", error);

@@ -1,5 +1,6 @@
 // The card as the driver shows it: acquisition, files, certificates, PINs; and what the policies of
 // a logon make of its authentication certificate.
+#include <algorithm>
 #include <chrono>
 
 #include <fmt/format.h>
@@ -12,6 +13,9 @@ namespace cardhost::doctor {
 namespace {
 
 constexpr int authenticationContainer = 0;
+constexpr const char* cannotLogOn =
+    "Logon needs another certificate: ask the card's issuer for a card that has one. Programs may "
+    "take this one all the same.";
 
 std::string dateText(std::chrono::system_clock::time_point time) {
     const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
@@ -70,6 +74,24 @@ void checkPins(Findings& findings, const CardFacts& card) {
     }
 }
 
+std::string adviceOnRefusal(Examination& examination) {
+    const auto& all = examination.findings.all();
+    if (std::any_of(all.begin(), all.end(), [](const Finding& finding) {
+            return finding.id == "settings.address" && finding.verdict == Verdict::problem;
+        })) {
+        return "Put the address under Settings right, and run this again.";
+    }
+    const LogPlace log = examination.machine.log();
+    const std::string first =
+        log.folderExists
+            ? ""
+            : fmt::format("Switch the log on by making the folder {}, and try again. ", log.folder);
+    return fmt::format(
+        "{}Have the log explained: cardhost doctor --log \"{}\". A recording of the card tells "
+        "more: cardhost --reader record --out card.txt",
+        first, log.file);
+}
+
 const CertificateFacts* authenticationCertificate(const CardFacts& card) {
     for (const CertificateFacts& certificate : card.certificates) {
         if (certificate.container == authenticationContainer) return &certificate;
@@ -91,8 +113,7 @@ void checkCard(Examination& examination) {
     if (card->refusal) {
         findings.problem("card.refused", "acquisition",
                          "the driver refused the card: " + statusText(*card->refusal),
-                         "Switch the log on, try again, and have it explained by cardhost doctor "
-                         "--log. A recording of the card tells more.");
+                         adviceOnRefusal(examination));
         return;
     }
     if (!card->failure.empty()) {
@@ -121,7 +142,7 @@ void checkCard(Examination& examination) {
     if (authentication != nullptr && !authentication->allowsSigning) {
         findings.problem("card.usage", subjectOf(*authentication),
                          "its key usage does not allow digital signatures, which a logon needs",
-                         "This card cannot be used for logon.");
+                         cannotLogOn);
     }
     checkPins(findings, *card);
 }
@@ -149,10 +170,10 @@ void checkLogonPolicies(Examination& examination) {
             findings.well(id, subject, "on");
         } else if (certificate == nullptr) {
             findings.note(id, subject, fmt::format("off: {}", without),
-                          fmt::format("For logon with such cards: {}", title));
+                          fmt::format("For logon with such cards, enable the {}", title));
         } else if (isNeeded) {
             findings.problem(id, subject, fmt::format("off, and this card needs it: {}", without),
-                             fmt::format("For logon: {}", title));
+                             fmt::format("For logon, enable the {}", title));
         } else {
             findings.well(id, subject, "off; this card does not need it");
         }
@@ -167,30 +188,37 @@ void checkLogonPolicies(Examination& examination) {
     check("policy.hints", "X509HintsNeeded",
           certificate != nullptr && !certificate->hasUserPrincipalName,
           "certificates without a user principal name need a user name typed beside the PIN",
-          "group policy 'Allow user name hint', and altSecurityIdentities in the directory.");
+          "group policy 'Allow user name hint', and map the certificate to its user in the "
+          "directory (altSecurityIdentities).");
     if (certificate != nullptr && certificate->hasExtendedUsage && !certificate->allowsCardLogon &&
         !certificate->allowsClientAuthentication) {
         findings.problem("card.extended-usage", subjectOf(*certificate),
                          "its extended key usage allows neither smart card logon nor client "
                          "authentication",
-                         "This card cannot be used for logon.");
+                         cannotLogOn);
     }
     if (isOn(propagationKey, "CertPropEnabled", true)) {
         findings.well("policy.propagation", "policy CertPropEnabled", "on");
     } else {
-        findings.note("policy.propagation", "policy CertPropEnabled",
-                      "off: certificates of a card do not appear in the user's store, where "
-                      "browsers look",
-                      "Group policy 'Turn on certificate propagation from smart card'.");
+        findings.note(
+            "policy.propagation", "policy CertPropEnabled",
+            "off: certificates of a card do not appear in the user's store, where "
+            "browsers look",
+            "If browsers are to use the card, enable the group policy 'Turn on certificate "
+            "propagation from smart card'.");
     }
     if (!isOn(remoteKey, "fEnableSmartCard", true)) {
-        findings.note("policy.redirection", "policy fEnableSmartCard",
-                      "off: remote sessions on this machine see no reader of the near machine",
-                      "Group policy 'Do not allow smart card device redirection'.");
+        findings.note(
+            "policy.redirection", "policy fEnableSmartCard",
+            "off: remote sessions on this machine see no reader of the near machine",
+            "If they are to use the card, disable the group policy 'Do not allow smart card "
+            "device redirection'.");
     }
     if (isOn(plugAndPlayKey, "EnableScPnP", true)) {
         findings.note("policy.plug-and-play", "policy EnableScPnP",
-                      "on: Windows may bring another driver for the card from Windows Update");
+                      "on: Windows may bring another driver for the card from Windows Update",
+                      "To keep to this one, disable the group policy 'Turn on Smart Card Plug and "
+                      "Play service'.");
     } else {
         findings.well("policy.plug-and-play", "policy EnableScPnP",
                       "off: Windows looks for no other driver");

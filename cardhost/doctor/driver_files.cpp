@@ -84,8 +84,9 @@ bool checkFile(Findings& findings, const ExpectedFile& expected, const FileFacts
         return false;
     };
     if (!file.exists) return complain("driver.missing", "is missing");
-    if (!file.unreadable.empty()) {
-        return complain("driver.unreadable", "cannot be read: " + file.unreadable);
+    if (!file.unreadable.empty()) {  // which names the file
+        findings.problem("driver.unreadable", expected.subject, file.unreadable, installAgain);
+        return false;
     }
     if (!file.pe.isPe || !file.pe.isLibrary) return complain("driver.format", "is no library");
     if (file.pe.architecture != expected.architecture) {
@@ -118,7 +119,8 @@ void checkDriverFiles(Examination& examination) {
         if (!checkFile(findings, expected, file)) continue;
         checkSignature(findings, expected, file);
         if (file.version.empty()) {
-            findings.note("driver.version", expected.subject, "the file tells no version");
+            findings.note("driver.version", expected.subject, "the file tells no version",
+                          "It is not as the package has it. " + std::string(installAgain));
         } else if (!version.empty() && version != file.version) {
             findings.problem("driver.version", expected.subject,
                              fmt::format("version {} here, {} above", file.version, version),

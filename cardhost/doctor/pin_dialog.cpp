@@ -57,8 +57,7 @@ void checkPinDialog(Examination& examination) {
     if (!file.unreadable.empty() || !file.pe.isPe || !file.pe.isLibrary) {
         findings.note(
             "dialog.format", subject,
-            fmt::format("{} {}{}", path,
-                        file.unreadable.empty() ? "is no library" : file.unreadable, noDialog),
+            (file.unreadable.empty() ? path + " is no library" : file.unreadable) + noDialog,
             "Install the companion application again.");
         return;
     }

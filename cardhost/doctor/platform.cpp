@@ -47,7 +47,8 @@ void checkService(Examination& examination, const NeededService& needed) {
     if (!service.unreadable.empty()) {
         findings.unknown("platform.service", subject, "cannot be asked: " + service.unreadable);
     } else if (!service.exists) {
-        complain("platform.service", "is not there", "Repair the installation of Windows.");
+        complain("platform.service", "is not there",
+                 "Repair the installation of Windows: as administrator, sfc /scannow");
     } else if (service.start == Service::Start::disabled) {
         complain("platform.service", "is disabled",
                  fmt::format("As administrator: sc config {} start= demand", needed.name));
@@ -127,7 +128,9 @@ void checkAppControl(Examination& examination, const Signature& signature) {
     } else if (state.value_or(0) == evaluating && !isTrusted) {
         findings.note("platform.app-control", subject,
                       "evaluating: Windows may turn it on, and then refuses the driver, which has "
-                      "no trusted signature");
+                      "no trusted signature",
+                      "Install a signed driver, or turn it off under Windows Security, App and "
+                      "browser control.");
     } else {
         findings.well("platform.app-control", subject,
                       state.value_or(0) == evaluating ? "evaluating" : "off");

@@ -70,8 +70,8 @@ void checkReader(Examination& examination, const ReaderState& reader) {
                          nearestAtrText(reader.atr).empty()
                              ? "Put in a FINEID card."
                              : "Try the card in another reader: one that garbles an ATR does so "
-                               "every time. If the ATR stays, the card is of a new kind; record "
-                               "it and report it.");
+                               "every time. If the ATR stays, the card is of a new kind: record "
+                               "it (docs/new-card.md) and report it.");
     }
 }
 

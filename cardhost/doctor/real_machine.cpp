@@ -17,14 +17,15 @@ Readers RealMachine::readers() {
     Readers readers;
     readers.areReal = !options_.card.isChosen;
     const std::filesystem::path folder = Session::driverFile(options_).parent_path();
+    if (options_.card.isChosen) {
+        // One that cannot be had is a mistake in the command, and not the machine's.
+        const Trace trace(false);
+        const ConnectedCard card(options_.card, folder, trace);
+        readers.list.push_back({card.reader(), SCARD_S_SUCCESS, card.atr()});
+        return readers;
+    }
     try {
-        if (options_.card.isChosen) {
-            const Trace trace(false);
-            const ConnectedCard card(options_.card, folder, trace);
-            readers.list.push_back({card.reader(), SCARD_S_SUCCESS, card.atr()});
-        } else {
-            readers.list = readersOf(folder);
-        }
+        readers.list = readersOf(folder);
     } catch (const Failure& failure) {
         readers.failure = failure.what();
         return readers;

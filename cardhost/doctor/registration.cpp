@@ -192,11 +192,12 @@ void checkView(Examination& examination, View view) {
             "Remove that driver, or its row from the registry, if this one is to serve the card.");
     }
     for (const Rival& rival : behind) {
-        findings.note("registration.other",
-                      fmt::format("{}, row '{}'", programsOf(view), rival.row),
-                      fmt::format("also fits a card of {} and names {}; ours comes first",
-                                  fmt::join(rival.cards, ", "), shownDriver(rival.driver)),
-                      "Which of several rows Windows takes is nothing to rely on: leave one.");
+        findings.note(
+            "registration.other", fmt::format("{}, row '{}'", programsOf(view), rival.row),
+            fmt::format("also fits a card of {} and names {}; ours comes first",
+                        fmt::join(rival.cards, ", "), shownDriver(rival.driver)),
+            "Remove that driver, or its row from the registry: which of several rows Windows "
+            "takes is nothing to rely on.");
     }
     if (hasOwn && isAllSound && missing.empty() && ahead.empty()) {
         findings.well("registration.rows", programsOf(view),

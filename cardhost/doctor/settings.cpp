@@ -87,7 +87,8 @@ void checkView(Examination& examination, View view, const std::string& subject) 
     }
     const auto addresses = parseServiceAddresses(value->text);
     if (addresses.empty()) {
-        findings.note("settings.none", subject, "set, but with no address in it: nothing is sent");
+        findings.note("settings.none", subject, "set, but with no address in it: nothing is sent",
+                      std::string(formAdvice) + " If no service is wanted, take ADRSURL out.");
     }
     for (const ServiceAddress& address : addresses) checkAddress(examination, subject, address);
 }

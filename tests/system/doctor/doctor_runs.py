@@ -45,6 +45,17 @@ def run(*command, cwd=None):
     return done.returncode, *texts
 
 
+def keep_wine():
+    """A program that keeps Wine's own ones running until it is let go: their start takes a while on a busy machine."""
+    return subprocess.Popen([*settings.launcher, "cmd"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                            stderr=subprocess.DEVNULL)
+
+
+def let_go(keeper):
+    keeper.stdin.close()
+    keeper.wait()
+
+
 def log_folder():
     """Where the driver writes its log, if the folder is there."""
     if settings.prefix is None:

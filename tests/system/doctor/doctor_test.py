@@ -225,6 +225,12 @@ class Anywhere(DoctorTest):
         self.assertEqual(code, UNWELL)
         self.assertIn("PROBLEM  PIN 1: is blocked", out)
 
+    def test_takes_no_card_that_cannot_be_had_for_a_sick_machine(self):
+        (self.folder / "card.txt").write_text("no recording", encoding="ascii")
+        code, _, error = run(*settings.launcher, settings.cardhost, "--replay", "card.txt", "doctor", cwd=self.folder)
+        self.assertEqual(code, FILE, error)
+        self.assertIn("cardhost: card.txt, line 1", error)
+
     def test_prints_no_more_than_80_columns(self):
         _, out = self.doctor()
         self.assertLessEqual(max(map(len, out.splitlines())), 80, out)
@@ -302,7 +308,10 @@ class Linux(DoctorTest):
 
 def main():
     _, others = doctor_runs.take_options(argparse.ArgumentParser(allow_abbrev=False), "doctor")
-    unittest.main(argv=[sys.argv[0], *others])
+    with contextlib.ExitStack() as stack:
+        if settings.launcher:
+            stack.callback(doctor_runs.let_go, doctor_runs.keep_wine())
+        unittest.main(argv=[sys.argv[0], *others])
 
 
 if __name__ == "__main__":

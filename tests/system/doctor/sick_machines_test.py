@@ -205,12 +205,12 @@ def recorded(card_type, *changes):
     return choose
 
 
-def with_wrong_pins(count):
+def with_tries_left(left):
+    """A virtual card whose PIN 1 has so many; of each PIN: its directory, its reference there, its tries."""
     def choose(test):
-        card = ("--virtual", 3, "--virtual-state", "state")
-        for _ in range(count):
-            test.cardhost(*card, "verify", "--pin", "9999")
-        return card
+        (test.folder / "state").write_text(f"generation 3\ntries 16128 17 {left}\ntries 20502 149 5\n"
+                                           "tries 16128 18 10\n", encoding="ascii")
+        return "--virtual", 3, "--virtual-state", "state"
     return choose
 
 
@@ -422,8 +422,8 @@ ROWS = {
     "with_a_card_for_other_purposes": Row(
         "problem card.extended-usage", "neither smart card logon nor client",
         card=recorded(5, (CARD_LOGON, OTHER_USAGE), (CLIENT, OTHER_CLIENT))),
-    "with_a_card_with_one_try": Row("note card.last-try", "PIN 1: 1 try left", card=with_wrong_pins(4)),
-    "with_a_blocked_pin": Row("problem card.blocked", "PIN 1: is blocked", card=with_wrong_pins(5)),
+    "with_a_card_with_one_try": Row("note card.last-try", "PIN 1: 1 try left", card=with_tries_left(1)),
+    "with_a_blocked_pin": Row("problem card.blocked", "PIN 1: is blocked", card=with_tries_left(0)),
 
     # Policies for logon
     "without_the_policy_for_ec_keys": Row(
@@ -465,19 +465,16 @@ class Machine(DoctorTest):
     @classmethod
     def stop(cls):
         if Machine.keeper is not None:
-            Machine.keeper.stdin.close()
-            Machine.keeper.wait()
+            doctor_runs.let_go(Machine.keeper)
             Machine.keeper = None
         subprocess.run(["wineserver", "-k"], check=False)
         subprocess.run(["wineserver", "-w"], check=True)
 
     @classmethod
     def restart(cls):
-        """Wine's service manager surely knows what stood in the registry when it started. As long as the
-        keeper runs, it does: its start takes a while on a busy machine."""
+        """Wine's service manager surely knows what stands in the registry when it starts."""
         cls.stop()
-        Machine.keeper = subprocess.Popen([*settings.launcher, "cmd"], stdin=subprocess.PIPE,
-                                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        Machine.keeper = doctor_runs.keep_wine()
 
     def set_registry(self, registry="", services=""):
         """What differs from a healthy machine; nothing for a healthy one."""
@@ -517,9 +514,6 @@ class Machine(DoctorTest):
     def put_back(kept, path):
         remove(path)
         shutil.move(kept, path)
-
-    def cardhost(self, *arguments):
-        return run(*settings.launcher, settings.cardhost, *arguments, cwd=self.folder)
 
     def findings(self, *arguments, card=3):
         for _ in range(20):

@@ -592,6 +592,25 @@ TEST(Health, OfALogThatHasLinesNamesTheCommandThatExplainsThem) {
     EXPECT_EQ(found->advice, "cardhost doctor --log \"C:\\the.log\"");
 }
 
+TEST(Refusal, NamesTheLogAndHowToSwitchItOn) {
+    FakeMachine machine;
+    machine.cardNow.refusal = 0x8010001F;
+    machine.logNow.folder = "C:\\Log";
+    machine.logNow.file = "C:\\Log\\the.log";
+    const auto advice = [&] {
+        const Findings findings = examined(machine);
+        const auto found = std::ranges::find(findings.all(), "card.refused", &Finding::id);
+        return found == findings.all().end() ? std::string() : found->advice;
+    };
+    const char* explain = "Have the log explained: cardhost doctor --log \"C:\\Log\\the.log\"";
+    EXPECT_THAT(advice(), HasSubstr(explain));
+    EXPECT_THAT(advice(), HasSubstr("making the folder C:\\Log, and try again."));
+    machine.logNow.folderExists = machine.logNow.isWritable = true;
+    EXPECT_THAT(advice(), ::testing::StartsWith(explain));
+    setAddresses(machine, "https://host:port");
+    EXPECT_EQ(advice(), "Put the address under Settings right, and run this again.");
+}
+
 TEST(Signatures, AreAskedOfTheMakerOnlyWhereTheyHold) {
     FakeMachine machine;
     machine.wide[lsaKey]["RunAsPPL"] = number(1);
