@@ -332,7 +332,9 @@ private:
             if (isOpen) {
                 tlv(element->value, depth + 1, holdsFileParameters(element->tag));
             } else {
-                const std::string text = textOfValue(element->tag, element->value);
+                // A file's parameters are numbers, some of which would be letters too.
+                const std::string text =
+                    areFileParameters ? "" : textOfValue(element->tag, element->value);
                 if (text.empty()) {
                     format(" <code>{}</code>", recording::hexText(element->value));
                 } else {
