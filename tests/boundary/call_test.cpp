@@ -438,7 +438,7 @@ void pins(Calls& calls) {
     });
 }
 
-void signatures(Calls& calls) {
+void signing(Calls& calls) {
     const bool isEcc = calls.card.isEcKey(0);
     recordRows(calls, "CardSignData", [&](PCARD_DATA record) {
         CARD_SIGNING_INFO info{};
@@ -947,7 +947,7 @@ std::string seen(int cardType, bool hasLogFile = true) {
     properties(calls);
     containers(calls);
     pins(calls);
-    signatures(calls);
+    signing(calls);
     decryptions(calls);
     agreements(calls);
     answersOfTheCard(calls);
