@@ -113,10 +113,11 @@ void printHelp(const CLI::App& program, std::FILE* help) {
     const CLI::App& subject = chosen.empty() ? program : *chosen.front();
     fmt::print(help, "{}", wrappedHelp(subject.help(chosen.empty() ? "" : "cardhost")));
     if (!chosen.empty()) {
-        fmt::print(help,
-                   "\nThe options --driver and --trace go with every command; --virtual,\n"
-                   "--virtual-state, --reader, --replay and --as with those that ask a card: see\n"
-                   "cardhost --help\n");
+        fmt::print(
+            help,
+            "\nThe options --driver and --trace go with every command, and with those that ask\n"
+            "a card --virtual, --virtual-state, --reader, --replay and --as:\n"
+            "see cardhost --help\n");
     }
 }
 

@@ -208,14 +208,17 @@ bool isUsual(const LogIncident& incident) {
 
 /// What an incident says of the whole acquisition.
 LogOutcome outcomeOf(const LogAcquisition& acquisition, const LogIncident& incident) {
-    const Verdict worst = incident.isMadeGood ? Verdict::note : Verdict::problem;
+    // In a mixed log the later call may be another process's.
+    const bool isMadeGood = incident.isMadeGood && !acquisition.isMixed;
+    const Verdict worst = isMadeGood ? Verdict::note : Verdict::problem;
     const std::string ending =
         fmt::format("{} ended with {}", incident.scope, statusText(incident.status));
-    const char* const later = incident.isMadeGood ? "; a later call of it came back well" : "";
+    const char* const later = isMadeGood ? "; a later call of it came back well" : "";
     switch (incident.kind) {
         case LogIncident::Kind::refusedCall: {
             const StatusExplanation& known = explanationOf(incident);
-            return {std::min(worst, known.verdict),
+            // The last word on a PIN or a key decides, usual or not.
+            return {hasExitLine(incident.scope) ? worst : std::min(worst, known.verdict),
                     fmt::format("{}: {}{}", ending, known.meaning, later)};
         }
         case LogIncident::Kind::wrongPin:

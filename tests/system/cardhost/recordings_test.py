@@ -18,7 +18,7 @@ import cardhost_test
 from cardhost_test import ALL_CARDS, FILE, KEYS, PINS, ROOT, TRIES, CardhostTest, settings
 from known_cards import RECORDINGS
 
-RECORDING_HAS_NOT, UNSEEN = 7, 9
+RECORDING_HAS_NOT, UNWELL, UNSEEN = 7, 8, 9
 COMPLETION = ROOT / "cardhost/completion/cardhost.bash"
 ALL_PINS = ["--pin", PINS[1], "--signature-pin", PINS[4]]
 
@@ -210,11 +210,11 @@ class Record(CardhostTest):
             digits = re.sub(r"[^0-9a-f]", "", re.sub("0x", "", said.lower()))
             return "KORTTINEN" in said or b"KORTTINEN".hex() in digits
 
-        for command, expected in ((["record", "--anonymous", "--out", "a.txt"], cardhost_test.REFUSED),
-                                  (["doctor"], cardhost_test.UNWELL)):
+        for command, expected in ((["record", "--anonymous", "--out", "a.txt"], RECORDING_HAS_NOT),
+                                  (["doctor"], UNWELL)):
             with self.subTest(command=command):
                 self.assertFalse(tells_of_the_holder(*command, expected=expected))
-        self.assertTrue(tells_of_the_holder("--trace", "info", expected=cardhost_test.REFUSED))
+        self.assertTrue(tells_of_the_holder("--trace", "info", expected=RECORDING_HAS_NOT))
 
     def test_an_anonymous_one_tells_nobody_and_can_be_replayed(self):
         for card_type in KEYS:

@@ -158,7 +158,7 @@ class Log(DoctorTest):
 
         # A card that does not sign.
         kept = (RECORDINGS / "card-type-5.txt").read_text()
-        refusing, count = re.subn(r"(  > 00 2A 9E 9A.*\n(?: {4}.*\n)*)  < .*\n", r"\1  < 6F 00\n", kept)
+        refusing, count = re.subn(r"(  > 00 2A 9E 9A.*\n(?: {4}.*\n)*)  < .*\n", r"\1  < failed 0x80100069\n", kept)
         self.assertGreater(count, 0)
         (self.folder / "refusing.txt").write_text(refusing)
 

@@ -225,6 +225,7 @@ TEST(DriverLog, OfAGoodLogonIsGood) {
 TEST(DriverLog, TellsOfAFailure) {
     for (const auto& [call, entering, status] :
          {std::tuple{"CardSignData", signing, "0x8010001f"},
+          std::tuple{"CardSignData", signing, "0x8010006a"},
           std::tuple{"CardAuthenticateEx", authenticating, "0x8010006b' or '0x8010006c"},
           std::tuple{"CardRSADecrypt",
                      std::string("[CardRSADecrypt] Entering the function, with parameters, "
@@ -278,6 +279,11 @@ TEST(DriverLog, OfTwoProcessesDoesNotHideAFailure) {
     const auto late = outcomeOfLog({acquiring, reading, signing, acquiring, reading,
                                     leaving("CardSignData", "0x8010001f"), releasing, releasing});
     EXPECT_EQ(late.verdict, doctor::Verdict::problem);
+    // What came back well may be the other one's.
+    const auto other = outcomeOfLog({acquiring, reading, acquiring, reading, signing, signing,
+                                     leaving("CardSignData", "0x8010001f"),
+                                     leaving("CardSignData", "0x00000000"), releasing, releasing});
+    EXPECT_EQ(other.verdict, doctor::Verdict::problem);
     const auto well = outcomeOfLog({acquiring, reading, acquiring, reading, releasing, releasing});
     EXPECT_EQ(well.verdict, doctor::Verdict::note);
 }
