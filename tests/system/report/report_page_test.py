@@ -217,7 +217,7 @@ class ReportPage(unittest.TestCase):
 
     def test_has_enough_contrast_in_light_and_dark(self):
         # A wrong PIN: good and bad stand on one page.
-        self.report("--virtual", "3", "report", "--pin", "9999")
+        self.report("--virtual", "5", "report", "--pin", "9999")
         for colour in ("goodtext", "badtext", "outcome.bad", "arrow.trial"):
             self.assertGreater(self.browser.value(f"document.querySelectorAll('.{colour}').length"), 0)
         contrast = """(() => {
