@@ -85,7 +85,8 @@ bool checkFile(Findings& findings, const ExpectedFile& expected, const FileFacts
     };
     if (!file.exists) return complain("driver.missing", "is missing");
     if (!file.unreadable.empty()) {  // which names the file
-        findings.problem("driver.unreadable", expected.subject, file.unreadable, installAgain);
+        findings.problem("driver.unreadable", expected.subject, file.unreadable,
+                         installPackageAgain);
         return false;
     }
     if (!file.pe.isPe || !file.pe.isLibrary) return complain("driver.format", "is no library");
@@ -120,7 +121,7 @@ void checkDriverFiles(Examination& examination) {
         checkSignature(findings, expected, file);
         if (file.version.empty()) {
             findings.note("driver.version", expected.subject, "the file tells no version",
-                          "It is not as the package has it. " + std::string(installAgain));
+                          "It is not as the package has it. " + std::string(installPackageAgain));
         } else if (!version.empty() && version != file.version) {
             findings.problem("driver.version", expected.subject,
                              fmt::format("version {} here, {} above", file.version, version),
