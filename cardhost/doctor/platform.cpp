@@ -14,7 +14,8 @@ constexpr const char* lsaPolicyKey = R"(SOFTWARE\Policies\Microsoft\Windows\Syst
 constexpr const char* appControlKey = R"(SYSTEM\CurrentControlSet\Control\CI\Policy)";
 constexpr const char* versionKey = R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)";
 constexpr const char* platformMaker = "Microsoft Corporation";
-/// From this build on (Windows 11 22H2) new installations that are joined protect LSA unasked.
+/// From this build on (Windows 11 22H2) Windows may protect LSA unasked: as documented, on new
+/// installations that are joined, and from 24H2 on after a while also on upgraded machines.
 constexpr unsigned firstBuildProtectedUnasked = 22621;
 
 struct NeededService {
@@ -97,8 +98,9 @@ void checkProtectedLsa(Examination& examination, const Signature& signature) {
     } else if (!policy && !own && !isMakers &&
                windowsBuild(examination) >= firstBuildProtectedUnasked) {
         findings.unknown("platform.lsa", subject,
-                         "not configured; new installations of this Windows that are joined have "
-                         "it on all the same, and logon with the card then fails",
+                         "not configured; Windows 11 may have it on all the same (new "
+                         "installations that are joined; from 24H2 on also upgraded ones, after "
+                         "a while), and logon with the card then fails",
                          "Look in the event log for WinInit 12, 'LSASS.exe was started as a "
                          "protected process'.");
     } else {

@@ -231,7 +231,14 @@ const Sickness sicknesses[] = {
          m.wide[R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)"]["CurrentBuildNumber"] =
              text("22621");
      },
-     unknown, "platform.lsa", "not configured"},
+     unknown, "platform.lsa", "not configured; Windows 11 may have it on all the same"},
+    {"ProtectedLsaPerhapsAfterAnUpgrade",
+     [](FakeMachine& m) {
+         m.wide.erase(lsaKey);
+         m.wide[R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)"]["CurrentBuildNumber"] =
+             text("26100");
+     },
+     unknown, "platform.lsa", "from 24H2 on also upgraded ones"},
     {"AppControlOn",
      [](FakeMachine& m) {
          m.wide[appControlKey]["VerifiedAndReputablePolicyState"] = number(1);
