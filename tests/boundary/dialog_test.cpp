@@ -1,5 +1,6 @@
 // The companion application's dialog, with a real library behind it. Only where there is a desktop:
 // without one the logon screen is assumed, and the platform prompts.
+#include <algorithm>
 #include <cstring>
 
 #include "calls.h"
@@ -104,6 +105,73 @@ TEST_F(ExternalDialog, IsRefusedInASilentContext) {
     EXPECT_EQ(authenticate(1, nullptr, CARD_PIN_SILENT_CONTEXT), status::unsupportedFeature);
     EXPECT_EQ(script->calls, 0);
 }
+
+TEST_F(ExternalDialog, TakesTheOrderToMakeASessionPinAndMakesNone) {
+    BYTE untouched = 0x5A;
+    PBYTE session = &untouched;
+    DWORD size = 77;
+    script->pins[0] = "1234";
+    EXPECT_EQ(card.data.pfnCardAuthenticateEx(&card.data, 1, CARD_AUTHENTICATE_GENERATE_SESSION_PIN,
+                                              nullptr, 0, &session, &size, nullptr),
+              0u);
+    EXPECT_EQ(script->calls, 1);
+    EXPECT_EQ(session, &untouched);
+    EXPECT_EQ(untouched, 0x5A);
+    EXPECT_EQ(size, 77u);
+    EXPECT_EQ(card.signMessage(0, "a message").status, 0u) << "the PIN was verified all the same";
+}
+
+#ifdef _WIN32
+// A window of the logon screen's class, in front for as long as this stands.
+class LogonScreen {
+public:
+    LogonScreen() : before_(GetForegroundWindow()) {
+        WNDCLASSA windowClass{};
+        windowClass.lpfnWndProc = DefWindowProcA;
+        windowClass.hInstance = GetModuleHandleA(nullptr);
+        windowClass.lpszClassName = name;
+        RegisterClassA(&windowClass);
+        // The one kind that Wine makes without a display. It takes it in front.
+        window_ = CreateWindowA(name, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                windowClass.hInstance, nullptr);
+        SetForegroundWindow(window_);
+    }
+    ~LogonScreen() {
+        SetForegroundWindow(before_);
+        DestroyWindow(window_);
+        UnregisterClassA(name, GetModuleHandleA(nullptr));
+    }
+    LogonScreen(const LogonScreen&) = delete;
+    LogonScreen& operator=(const LogonScreen&) = delete;
+
+    bool isInFront() const { return window_ != nullptr && GetForegroundWindow() == window_; }
+
+private:
+    static constexpr const char* name = "LogonUI Logon Window";
+    HWND before_;
+    HWND window_;
+};
+
+TEST_F(ExternalDialog, GivesWayToThePlatformsPromptWhereTheLogonScreenIsInFront) {
+    const auto pinType = [&] {
+        PIN_INFO info{};
+        const Answer answer = card.property(WIDE_TEXT("PIN Information"), 1);
+        EXPECT_EQ(answer.bytes.size(), sizeof(info));
+        std::memcpy(&info, answer.bytes.data(), std::min(answer.bytes.size(), sizeof(info)));
+        return info.PinType;
+    };
+    {
+        const LogonScreen logonScreen;
+        ASSERT_TRUE(logonScreen.isInFront());
+        EXPECT_EQ(pinType(), AlphaNumericPinType);
+        EXPECT_EQ(authenticate(1), status::invalidParameter) << "the PIN is the platform's to ask";
+        EXPECT_EQ(card.authenticate(1, "1234"), 0u);
+        EXPECT_EQ(script->calls, 0);
+    }
+    ASSERT_TRUE(Desktop::isUp());
+    EXPECT_EQ(pinType(), ExternalPinType) << "and afterwards the dialog is back";
+}
+#endif
 
 TEST_F(ExternalDialog, IsNotThereForACommandInQuotationMarks) {
     writeSetting(Setting::companionStartCommand,
