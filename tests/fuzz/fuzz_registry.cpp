@@ -1,9 +1,12 @@
-// The reader of settings over a registry that lies: any status, any length, any bytes. This
-// program's RegGetValueW stands in the place of the stand-in platform's.
+// The reader of settings over a registry that lies: any status, any length, any bytes; and the
+// pairing with the services that it names. This program's RegGetValueW stands in the place of the
+// stand-in platform's.
 #include <cstring>
+#include <stdexcept>
 
 #include "fuzz_input.h"
 #include "fuzz_target.h"
+#include "pairing/card_registration.h"
 #include "pairing/service_client.h"
 #include "registry/registry.h"
 
@@ -51,6 +54,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     calls = 0;
     for (const std::string& address : KelmoraID::readServiceAddresses()) {
         fuzz::require(address.find('\0') == std::string::npos, "an address ends at its terminator");
+    }
+    calls = 0;
+    input.rewindTo(0);
+    try {
+        KelmoraID::RegisterCard({data, data + size}, true);
+    } catch (const std::invalid_argument&) {  // As documented, when a port is no number.
+    } catch (const std::out_of_range&) {
     }
     return 0;
 }

@@ -93,6 +93,7 @@ HostileCard::~HostileCard() {
 std::uint32_t HostileCard::transmit(const Bytes& command, std::uint8_t* reply,
                                     std::uint32_t* length) {
     getResponsesInARow_ = command[1] == 0xC0 ? getResponsesInARow_ + 1 : 0;
+    if (command[1] == 0x20 && command.size() > 5) ++pinsSent_;
     require(getResponsesInARow_ <= mostGetResponses, "a command's GET RESPONSE come to an end");
     const std::uint32_t room = *length;
     const std::size_t limit = atEnd_ == AtEnd::ForEver ? mostExchangesForEver : mostExchanges;

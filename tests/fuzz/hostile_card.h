@@ -58,6 +58,8 @@ public:
 
     const virtual_card::Generation& generation() const { return card_.generation(); }
     const Bytes& atr() const { return card_.atr(); }
+    /// How often a PIN came to it.
+    int pinsSent() const { return pinsSent_; }
 
 private:
     struct Answer {
@@ -85,6 +87,7 @@ private:
     std::size_t honestLeft_ = 0;
     std::size_t exchanges_ = 0;
     std::size_t getResponsesInARow_ = 0;
+    int pinsSent_ = 0;
 };
 
 }  // namespace fuzz

@@ -1,13 +1,16 @@
-// Writes the seeds of the corpus: the virtual cards' real files and certificates, and for the
-// programs of the hostile cards and callers one input for each generation and kind of deed.
+// Writes the seeds of the corpus: the virtual cards' real files and certificates, for the programs
+// of the hostile cards and callers one input for each generation and kind of deed, library files.
 //
-//     make_corpus FOLDER      (the target fuzz_corpus: FOLDER is tests/fuzz/corpus)
+//     make_corpus FOLDER            (the target fuzz_corpus: FOLDER is tests/fuzz/corpus)
+//     make_corpus --check FOLDER    fails unless FOLDER has them as they would be written
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "hostile_card.h"
+#include "tests/support/pe_file.h"
 #include "virtual_card/pkcs15_files.h"
 
 namespace {
@@ -17,9 +20,22 @@ using fuzz::Bytes;
 using fuzz::Deed;
 
 std::filesystem::path corpus;
+bool isCheck = false;
+int seeds = 0;
+int differing = 0;
 
 void write(const std::string& target, const std::string& name, const Bytes& content) {
     const auto folder = corpus / target;
+    ++seeds;
+    if (isCheck) {
+        std::ifstream file(folder / name, std::ios::binary);
+        const std::vector<char> kept{std::istreambuf_iterator<char>(file), {}};
+        if (!file || Bytes(kept.begin(), kept.end()) != content) {
+            std::printf("%s/%s is not as it would be written\n", target.c_str(), name.c_str());
+            ++differing;
+        }
+        return;
+    }
     std::filesystem::create_directories(folder);
     std::ofstream file(folder / name, std::ios::binary);
     file.write(reinterpret_cast<const char*>(content.data()),
@@ -144,18 +160,22 @@ Bytes agreeCall() {
     return Bytes{3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 }
 
-Bytes deriveCall() {
+Bytes deriveCall(bool isLengthOnly) {
     const Bytes prepend = longBlock({0xAA, 0xBB}) + Bytes{1};
     const Bytes append = longBlock({0xCC}) + Bytes{2};
-    const Bytes hashAndRest{2, 1, 0, 0, 0, 0, 0, 0, 0};
-    return Bytes{4, 0, 2, 2} + prepend + append + hashAndRest;
+    const Bytes hashAndVersion{2, 1, 0, 0};
+    const Bytes flags = isLengthOnly ? Bytes{1, 0x80, 0, 0, 0, 0x20} : Bytes{0};
+    return Bytes{4, 0, 2, 2} + prepend + append + hashAndVersion + flags + Bytes(4, 0);
 }
 
 Bytes questions() {
     Bytes all;
     for (std::uint8_t name = 0; name < 13; ++name) all = all + Bytes{6, name, 64, 0, 1, 0, 0};
     for (std::uint8_t index = 0; index < 3; ++index) {
-        all = all + Bytes{8, 13, 64, 0, index, 0, 0, 0, 0} + Bytes{9, 0, index, 0, 0, 0};
+        for (std::uint8_t name = 13; name < 16; ++name) {
+            all = all + Bytes{8, name, 64, 0, index, 0, 0, 0, 0};
+        }
+        all = all + Bytes{9, 0, index, 0, 0, 0};
     }
     for (std::uint8_t file = 0; file < 8; ++file) {
         all = all + Bytes{10, static_cast<std::uint8_t>(file < 3 ? 0 : 1), file, 0, 0, 0, 0};
@@ -167,7 +187,8 @@ const NamedSteps callLists[] = {
     {"signatures",
      verifyUser + signCall(0, 2) + pssCall() + verifySignature + signCall(1, 2) + signCall(2, 3)},
     {"decryptions", verifyUser + decryptCall(false) + decryptCall(true)},
-    {"agreements", verifyUser + agreeCall() + deriveCall() + Bytes{5, 0, 0, 0}},
+    {"agreements",
+     verifyUser + agreeCall() + deriveCall(true) + deriveCall(false) + Bytes{5, 0, 0, 0}},
     {"questions", questions()},
     {"settings", Bytes{7, 0, 6, 'a', 0, 'b', 0, 'c', 0, 0, 1, 0} +
                      Bytes{7, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 16, 0}},
@@ -224,6 +245,14 @@ void writeConversations() {
             ++generation;
         }
     }
+    // The first card's answer to PSO: DECIPHER, which is its 49th.
+    for (const auto& [name, message] :
+         {NamedSteps{"decrypted", {'t', 'e', 'x', 't'}}, NamedSteps{"decrypted-to-nothing", {}}}) {
+        const auto length = static_cast<std::uint8_t>(message.size());
+        write("fuzz_acquisition", name,
+              longBlock(verifyUser + decryptCall(false)) + card(0, AtEnd::Honest) +
+                  step(Deed::HonestRun, {47}) + step(Deed::OwnData, Bytes{length} + message));
+    }
     // A card that says for ever that there is more, with and without a byte of data.
     for (const bool hasData : {false, true}) {
         write("fuzz_card_directories", std::string("endless-") + (hasData ? "bytes" : "nothing"),
@@ -263,16 +292,75 @@ void writeTexts() {
     write("fuzz_registry", "more-for-ever", forEver);
 }
 
+Bytes wideText(const std::string& text) {
+    Bytes units{static_cast<std::uint8_t>(text.size())};
+    for (const char letter : text) units = units + Bytes{0, static_cast<std::uint8_t>(letter)};
+    return units;
+}
+
+// Each call loads the library to see whether it is there, changes the folder, asks for the window
+// in front, loads it again, takes the function and shows the dialog until it is left: the answers
+// in this order.
+void writeDialogs() {
+    const Bytes available(5, 0);
+    const Bytes noTerminator = Bytes{0xC0} + Bytes(13, '7');
+    const NamedSteps answers[] = {
+        {"entered", available + Bytes{5}},
+        {"wrong-then-entered", available + Bytes{3, 5}},
+        {"wrong-then-left", available + Bytes{3, 0}},
+        {"too-short-then-left", available + Bytes{4, 0}},
+        {"no-terminator", available + noTerminator},
+        {"blocked", available + Bytes(10, 3)},
+        {"no-library", {0xF0}},
+        {"no-folder", {0, 0xF0}},
+        {"no-window", {0, 0, 0xF0}},
+        {"window-without-a-name", {0, 0, 0xF1}},
+        {"window-of-the-logon", {0, 0, 0xE0}},
+        {"window-that-is-no-text", {0, 0, 0xE8}},
+        {"library-goes", {0, 0, 0, 0xF0}},
+        {"no-function", {0, 0, 0, 0, 0xF0}},
+    };
+    const Bytes companion = wideText("C:\\Kelmora\\app.exe");
+    const Bytes call = Bytes{0x10} + wideText("Pay");
+    std::uint8_t generation = 0;
+    for (const NamedSteps& answer : answers) {
+        write("fuzz_dialog", answer.name,
+              Bytes{generation} + longBlock(companion + answer.steps) + call);
+        generation = static_cast<std::uint8_t>((generation + 1) % 6);
+    }
+    write("fuzz_dialog", "no-companion", Bytes{0} + longBlock({0}) + Bytes{0});
+    write("fuzz_dialog", "companion-without-folder",
+          Bytes{1} + longBlock(wideText("app.exe")) + Bytes{0});
+    write("fuzz_dialog", "other-pins",
+          Bytes{2} + longBlock(companion) + Bytes{0x20, 0x21, 0x01, 0x02, 0x04, 0x08});
+}
+
+void writeLibraries() {
+    using KelmoraID::testing::PeFile;
+    PeFile x86(0x014C, false);
+    x86.addExports({"CardAcquireContext", "DllMain"});
+    write("fuzz_doctor", "library-x86", x86.bytes);
+    PeFile both(0xAA64, true);
+    both.addExports({"CardAcquireContext"});
+    both.addLoadConfiguration(0x140, 6);
+    both.setDirectory(4, 0x700, 0x80);
+    write("fuzz_doctor", "library-arm64x", both.bytes);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: make_corpus FOLDER\n");
+    isCheck = argc == 3 && argv[1] == std::string("--check");
+    if (argc != 2 && !isCheck) {
+        std::fprintf(stderr, "usage: make_corpus [--check] FOLDER\n");
         return 2;
     }
-    corpus = argv[1];
+    corpus = argv[argc - 1];
     writeFiles();
     writeConversations();
     writeTexts();
-    return 0;
+    writeDialogs();
+    writeLibraries();
+    std::printf("%d seeds, %d differing\n", seeds, differing);
+    return differing == 0 ? 0 : 1;
 }
