@@ -1,11 +1,13 @@
 // The dialog for a PIN over an honest card: what the registry says of it, its library, the window
 // in front, and what it hands over. This program's calls stand in the stand-in platform's place.
-#include <array>
+#include <algorithm>
+#include <string>
+#include <string_view>
 
+#include "callers_record.h"
 #include "fuzz_target.h"
 #include "hostile_card.h"
-#include "platform_record.h"
-#include "registry/registry.h"
+#include "known_statuses.h"
 #include "session/entry_points.h"
 
 namespace {
@@ -45,7 +47,7 @@ std::int32_t promptCodeEntry(std::int32_t kind, std::int32_t second, std::int32_
     return 0;
 }
 
-void authenticate(fuzz::PlatformRecord& record, const fuzz::HostileCard& card,
+void authenticate(fuzz::CallersRecord& record, const fuzz::HostileCard& card,
                   fuzz::FuzzInput& input) {
     const std::uint8_t choice = input.byte();
     if (choice & 0x10) {
@@ -143,8 +145,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::Bytes answers = input.longBlock();
     Machine own{fuzz::FuzzInput(answers.data(), answers.size())};
     machine = &own;
-    fuzz::PlatformRecord record(card.atr(), fuzz::HostileCard::contextHandle,
-                                fuzz::HostileCard::cardHandle);
+    fuzz::CallersRecord record(card.atr(), fuzz::HostileCard::contextHandle,
+                               fuzz::HostileCard::cardHandle);
     fuzz::require(CardAcquireContext(&record.data, 0) == 0, "an honest card is acquired");
     for (int made = 0; made < mostCalls && !input.atEnd(); ++made) {
         authenticate(record, card, input);

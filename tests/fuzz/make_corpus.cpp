@@ -164,7 +164,7 @@ Bytes deriveCall(bool isLengthOnly) {
     const Bytes prepend = longBlock({0xAA, 0xBB}) + Bytes{1};
     const Bytes append = longBlock({0xCC}) + Bytes{2};
     const Bytes hashAndVersion{2, 1, 0, 0};
-    const Bytes flags = isLengthOnly ? Bytes{1, 0x80, 0, 0, 0, 0x20} : Bytes{0};
+    const Bytes flags = isLengthOnly ? Bytes{1, 0x80, 0x20, 0, 0, 0} : Bytes{0};
     return Bytes{4, 0, 2, 2} + prepend + append + hashAndVersion + flags + Bytes(4, 0);
 }
 
