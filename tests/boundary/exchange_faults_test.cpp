@@ -3,6 +3,9 @@
 // buffer of the platform's is lost. Of a long reading only the first and the last twenty exchanges
 // are all gone through, and every seventh between; tests/faults draws from all of them, natively.
 #include "fault_rules.h"
+
+#include <functional>
+
 #include "other_party.h"
 #include "support/statuses.h"
 
@@ -47,7 +50,8 @@ INSTANTIATE_TEST_SUITE_P(EveryEcCard, FaultsOfEcCards, ::testing::ValuesIn(ecCar
 // Does something from a fresh card on, once for each exchange of it that goes wrong. Each run ends
 // with the status that the rules give for what arrived.
 template <typename Prepare, typename Act>
-void goThrough(int cardType, Prepare prepare, Act act, DWORD (*rule)(const Steps&, const Steps&)) {
+void goThrough(int cardType, Prepare prepare, Act act,
+               const std::function<DWORD(const Steps&, const Steps&)>& rule) {
     std::size_t exchanges = 0;
     Steps good;
     {
@@ -98,12 +102,17 @@ TEST_P(Faults, AtTheAcquisition) {
 
 TEST_P(Faults, AtTheVerificationOfAPin) {
     for (const PIN_ID pinId : {1u, 4u}) {
+        const std::string pin = pinId == 1 ? "1234" : "123456";
+        constexpr DWORD untouched = 77;
+        DWORD attempts = untouched;
         goThrough(
             GetParam(), acquired,
-            [pinId](PlatformSide& card) {
-                return card.authenticate(pinId, pinId == 1 ? "1234" : "123456");
-            },
-            statusOfPin);
+            [&](PlatformSide& card) { return card.authenticate(pinId, pin, &attempts); },
+            [&](const Steps& good, const Steps& run) {
+                const PinEnd end = endOfPin(good, run, pin);
+                EXPECT_EQ(attempts, end.attempts.value_or(untouched));
+                return end.status;
+            });
     }
 }
 

@@ -2,6 +2,7 @@
 #include "support/statuses.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <iterator>
 #include <span>
 
@@ -16,9 +17,6 @@ constexpr std::size_t longestReply = 512;
 
 BYTE ins(const Step& step) {
     return step.command.at(1);
-}
-BYTE p1(const Step& step) {
-    return step.command.at(2);
 }
 bool has(const Step& step, unsigned statusWord) {
     return step.answered && step.statusWord == statusWord;
@@ -65,42 +63,6 @@ DWORD statusOfSequence(std::span<const Step> good, std::span<const Step> run, Ju
     return status::unexpected;
 }
 
-// The answer to a VERIFY with a PIN.
-DWORD statusOfVerify(const Step& step) {
-    if (!step.answered) return status::unexpected;
-    if ((step.statusWord & 0xFFF0) == 0x63C0) return status::wrongPin;
-    switch (step.statusWord) {
-        case 0x9000:
-            return status::success;
-        case 0x6300:
-        case 0x6700:  // not a form of PIN that the card takes
-        case 0x6983:
-            return status::wrongPin;
-        case 0x6984:
-            return status::blockedPin;
-        default:
-            return status::unexpected;
-    }
-}
-
-Verdict judgePin(const Step& step, bool) {
-    constexpr std::size_t limitsNeed = 15;
-    constexpr BYTE longestPin = 12;
-    switch (ins(step)) {
-        case 0x20:
-            return statusOfVerify(step);
-        case 0xCB:
-            if (!isGood(step) || step.data.size() < limitsNeed) return status::unexpected;
-            // Limits that no PIN keeps: it is not tried.
-            if (step.data[14] > step.data[11] || step.data[14] > longestPin)
-                return status::wrongPin;
-            return std::nullopt;
-        default:
-            if (isGood(step)) return std::nullopt;
-            return status::unexpected;
-    }
-}
-
 // The status of a signature command is that of its status word's row; a word without a row, or with
 // one that has no code of the platform's, is 0.
 DWORD statusByRow(const Step& step) {
@@ -144,147 +106,308 @@ Verdict judgeDecipher(const Step& step, bool isLast) {
 Verdict judgeAgreement(const Step& step, bool isLast) {
     const bool asksForThePin = ins(step) == 0xA4 || ins(step) == 0x20;
     if (!asksForThePin) return judgeDecipher(step, isLast);
-    if (isGood(step)) return std::nullopt;
-    return status::securityViolation;
+    if (!isGood(step)) return status::securityViolation;
+    if (!isLast) return std::nullopt;
+    return status::success;
+}
+
+// --- The answers of a run in their order: what has to go out next is held against what did
+
+class Replay {
+public:
+    explicit Replay(const Steps& run) : run_(run) {}
+
+    /// The answer to that command of file reading, which has to be the next one.
+    const Step& read(const Bytes& command) { return next(command); }
+    /// The same of the sequences around a PIN, which are tried again after a reset.
+    const Step& carryOut(const Bytes& command) {
+        const Step& step = next(command);
+        EXPECT_FALSE(step.wasReset) << "no second try after a reset";
+        return step;
+    }
+    void expectEnd() const {
+        if (isAstray_ || at_ == run_.size()) return;
+        ADD_FAILURE() << "goes on with " << toHex(run_[at_].command);
+    }
+
+private:
+    const Step& next(const Bytes& command) {
+        static const Step none;
+        if (isAstray_) return none;
+        if (at_ < run_.size() && run_[at_].command == command) return run_[at_++];
+        isAstray_ = true;  // One report is enough.
+        ADD_FAILURE() << "there should follow " << toHex(command) << ", and there does "
+                      << (at_ < run_.size() ? toHex(run_[at_].command) : "nothing");
+        return none;
+    }
+
+    const Steps& run_;
+    std::size_t at_ = 0;
+    bool isAstray_ = false;
+};
+
+// --- Elements of a file (ISO/IEC 8825-1): a tag of one byte, a length of one to three
+
+using Value = std::optional<Bytes>;
+
+// The value of the n-th element (from 1) of that tag. What is broken ends the search.
+Value elementOf(const Value& within, BYTE tag, int n = 1) {
+    if (!within) return std::nullopt;
+    std::span<const BYTE> rest = *within;
+    while (rest.size() >= 2) {
+        std::size_t header = 2;
+        std::size_t length = rest[1];
+        if (length == 0x81 && rest.size() >= 3) {
+            header = 3;
+            length = rest[2];
+        } else if (length == 0x82 && rest.size() >= 4) {
+            header = 4;
+            length = rest[2] * 256u + rest[3];
+        } else if (length >= 0x80) {
+            return std::nullopt;
+        }
+        if (header + length > rest.size()) return std::nullopt;
+        const auto value = rest.subspan(header, length);
+        if (rest[0] == tag && --n == 0) return Bytes(value.begin(), value.end());
+        rest = rest.subspan(header + length);
+    }
+    return std::nullopt;
+}
+
+Value descend(Value value, std::initializer_list<BYTE> tags) {
+    for (const BYTE tag : tags) value = elementOf(value, tag);
+    return value;
 }
 
 // --- The reading of files: which command has to follow which answer
 
-bool selectsApplication(const Step& step) {
-    return ins(step) == 0xA4 && p1(step) == 0x04;
-}
-bool isSecondApplication(const Step& step) {
-    return step.command.at(5) == 0xA0 && step.command.at(9) == 0x77;
-}
-// The commands of PIN sequences want no control parameters, those of file reading always do.
-bool isOfSequence(const Step& step) {
-    return ins(step) != 0xA4 || step.command.at(3) == 0x0C;
+const Bytes objectDirectoryPath = fromHex("3F005031");
+const Bytes cardInformationPath = fromHex("3F005032");
+constexpr std::size_t longestChunk = 127;
+
+Bytes selectOf(BYTE p1, BYTE p2, const Bytes& data) {
+    Bytes command{0x00, 0xA4, p1, p2, static_cast<BYTE>(data.size())};
+    command.insert(command.end(), data.begin(), data.end());
+    command.push_back(0x00);
+    return command;
 }
 
-enum class Role {
-    application,
-    identifier,
-    wholePath,
-    fromRoot,
-    file,
-    fileByPath,
-    fileByLastForm,
-    read
-};
-
-// The whole path goes out under P1 09 both for a directory and for a file; what went before tells.
-Role roleOf(const Step& step, const Step* before) {
-    if (ins(step) == 0xB0) return Role::read;
-    switch (p1(step)) {
-        case 0x04:
-            return Role::application;
-        case 0x01:
-            return Role::identifier;
-        case 0x00:
-            return Role::fromRoot;
-        case 0x02:
-            return step.command.at(4) == 2 ? Role::file : Role::fileByPath;
-        default:
-            return before != nullptr && ins(*before) == 0xA4 && p1(*before) == 0x02
-                       ? Role::fileByLastForm
-                       : Role::wholePath;
+void selectApplication(Replay& run) {
+    static const Bytes identifier = fromHex("A000000063504B43532D3135");
+    static const Bytes secondIdentifier = fromHex("A000000077030C60000000FE00000500");
+    if (!isGood(run.read(selectOf(0x04, 0x00, identifier)))) {
+        run.read(selectOf(0x04, 0x00, secondIdentifier));
     }
 }
 
-bool isWhole(const Step& step, Role role) {
-    if (!isGood(step)) return false;
-    if (role == Role::read) return step.data.size() == step.command.back();
-    const bool isFile =
-        role == Role::file || role == Role::fileByPath || role == Role::fileByLastForm;
-    return !isFile || !step.data.empty();  // Without control parameters there is no size.
+// Each identifier of the path under the one before, to the first that is refused.
+const Step& walk(Replay& run, BYTE p1, const Bytes& path) {
+    for (std::size_t at = 0;; at += 2) {
+        const auto first = path.begin() + static_cast<std::ptrdiff_t>(at);
+        const Step& step = run.read(selectOf(p1, 0x04, Bytes(first, first + 2)));
+        if (!isGood(step) || at + 4 > path.size()) return step;
+    }
 }
 
-// What may follow a step within the reading of a file; nothing: the reading ends.
-std::vector<Role> followersOf(const Step& step, Role role) {
-    const bool noSuchForm = has(step, 0x6A86);
-    const bool notFound = has(step, 0x6A82);
-    if (isWhole(step, role)) {
-        switch (role) {
-            case Role::application:
-            case Role::identifier:
-                return {Role::identifier, Role::file};
-            case Role::wholePath:
-                return {Role::file};
-            case Role::fromRoot:
-                return {Role::fromRoot, Role::file};
-            case Role::read:
-                return {Role::read, Role::identifier};
+bool selectDirectory(Replay& run, const Bytes& path) {
+    const Step* last = &walk(run, 0x01, path);
+    if (has(*last, 0x6A86)) last = &run.read(selectOf(0x09, 0x04, path));
+    if (has(*last, 0x6A86) || has(*last, 0x6A82)) last = &walk(run, 0x00, path);
+    return isGood(*last);
+}
+
+std::size_t fileSizeOf(const Bytes& controlParameters) {
+    const Value parameters = elementOf(controlParameters, 0x62);
+    Value size = elementOf(parameters, 0x80);
+    if (!size) size = elementOf(parameters, 0x81);
+    std::size_t number = 0;
+    for (const BYTE byte : size.value_or(Bytes{})) number = number << 8 | byte;
+    return number;
+}
+
+// The content of a file, or nothing. What states no size, or comes as a chunk of another length,
+// passes for the file itself.
+Value readFile(Replay& run, const Bytes& path) {
+    if (path.size() < 4 || path.size() % 2 != 0) {
+        ADD_FAILURE() << "no rule for a path of " << path.size() << " bytes";
+        return std::nullopt;
+    }
+    const Bytes name(path.end() - 2, path.end());
+    if (!selectDirectory(run, Bytes(path.begin(), path.end() - 2))) return std::nullopt;
+    const Step* selected = &run.read(selectOf(0x02, 0x04, name));
+    if (!isGood(*selected)) selected = &run.read(selectOf(0x02, 0x04, path));
+    if (!isGood(*selected)) selected = &run.read(selectOf(0x09, 0x04, path));
+    if (!isGood(*selected)) return std::nullopt;
+    const std::size_t size = fileSizeOf(selected->data);
+    if (size == 0) return selected->data;
+    Bytes content;
+    while (content.size() < size) {
+        const std::size_t at = content.size();
+        const auto wanted = static_cast<BYTE>(std::min(size - at, longestChunk));
+        const Step& chunk = run.read(
+            {0x00, 0xB0, static_cast<BYTE>(at >> 8 & 0xFF), static_cast<BYTE>(at & 0xFF), wanted});
+        if (!isGood(chunk)) return std::nullopt;
+        if (chunk.data.size() != wanted) return chunk.data;
+        content.insert(content.end(), chunk.data.begin(), chunk.data.end());
+    }
+    return content;
+}
+
+// A file that the object directory names by an element of that tag.
+Value readDirectory(Replay& run, BYTE tag) {
+    const Value path = descend(readFile(run, objectDirectoryPath), {tag, 0x30, 0x04});
+    return path && !path->empty() ? readFile(run, *path) : std::nullopt;
+}
+
+Bytes readCertificate(Replay& run, int index) {
+    selectApplication(run);
+    const Value entry = elementOf(readDirectory(run, 0xA4), 0x30, index + 1);
+    const Value path = descend(entry, {0xA1, 0x30, 0x30, 0x04});
+    if (!path || path->empty()) return {};
+    return readFile(run, *path).value_or(Bytes{});
+}
+
+// Each certificate's reading begins with the object directory, whose first SELECT is always this.
+int certificatesIn(const Steps& good) {
+    const Bytes first = selectOf(0x02, 0x04, {0x50, 0x31});
+    return static_cast<int>(std::ranges::count(good, first, &Step::command));
+}
+
+bool isTaken(const Bytes& certificate) {
+    const PCCERT_CONTEXT context =
+        CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, certificate.data(),
+                                     static_cast<DWORD>(certificate.size()));
+    if (context == nullptr) return false;
+    CertFreeCertificateContext(context);
+    return true;
+}
+
+// --- PINs
+
+bool selectsFile(const Step& step) {
+    return ins(step) == 0xA4;
+}
+bool isVerify(const Step& step) {
+    return ins(step) == 0x20;
+}
+bool carriesPin(const Step& step) {
+    return isVerify(step) && step.command.size() > 5;
+}
+
+// How a PIN goes to a card, taken from a good run.
+class PinWay {
+public:
+    explicit PinWay(const Steps& good) {
+        const auto verify = std::ranges::find_if(good, carriesPin);
+        if (verify == good.end()) {
+            ADD_FAILURE() << "no PIN went out";
+            return;
+        }
+        verify_ = verify->command;
+        auto first = verify;
+        while (first != good.begin() && selectsFile(*std::prev(first)) &&
+               std::prev(first)->command.at(3) == 0x0C) {
+            --first;
+        }
+        for (; first != verify; ++first) selections_.push_back(first->command);
+        // The second PIN lives in a directory of its own.
+        isSecond_ = selections_.size() > 1;
+        for (auto step = good.begin(); step != verify; ++step) {
+            if (step->command.at(1) != 0xCB) continue;
+            for (auto asked = good.begin(); asked <= step; ++asked) {
+                asksFor_.push_back(asked->command);
+            }
+        }
+    }
+
+    // What became of one PIN. No value: it counts as one of a wrong length.
+    std::optional<PinEnd> attempt(Replay& run, const std::string& pin) const {
+        const std::optional<Limits> limits =
+            asksFor_.empty() ? limitsInFiles(run) : limitsByCommand(run);
+        if (!limits) return PinEnd{status::unexpected, {}, {}};
+        if (pin.size() < limits->least || pin.size() > limits->most) return std::nullopt;
+        if (!select(run)) return PinEnd{status::unexpected, {}, {}};
+        return endOf(run.carryOut(verifyOf(pin)));
+    }
+
+    // Whether the card says that no try is left.
+    bool isBlocked(Replay& run) const {
+        if (!select(run)) return false;
+        const Step& step = run.carryOut({0x00, 0x20, 0x00, verify_.at(3)});
+        return has(step, 0x63C0) || has(step, 0x6984);
+    }
+
+private:
+    struct Limits {
+        std::size_t least;
+        std::size_t most;
+    };
+
+    // On some cards in their files. Whatever comes of that, there are limits.
+    Limits limitsInFiles(Replay& run) const {
+        constexpr Limits usual{4, 12};
+        selectApplication(run);
+        const Value entry = elementOf(readDirectory(run, 0xA8), 0x30, isSecond_ ? 2 : 1);
+        const Value attributes = descend(entry, {0xA1, 0x30});
+        const Value least = elementOf(attributes, 0x02, 1);
+        const Value most = elementOf(attributes, 0x02, 2);
+        const bool isWhole = elementOf(attributes, 0x03) && elementOf(attributes, 0x80) && least &&
+                             most && least->size() == 1 && !most->empty();
+        if (!isWhole || least->front() == 0 || most->front() == 0) return usual;
+        return {least->front(), most->front()};
+    }
+
+    std::optional<Limits> limitsByCommand(Replay& run) const {
+        const Step* answer = nullptr;
+        for (const Bytes& command : asksFor_) {
+            answer = &run.carryOut(command);
+            if (!isGood(*answer)) return std::nullopt;
+        }
+        if (answer->data.size() < 15) return std::nullopt;
+        return Limits{answer->data[14], answer->data[11]};
+    }
+
+    bool select(Replay& run) const {
+        return std::ranges::all_of(
+            selections_, [&](const Bytes& command) { return isGood(run.carryOut(command)); });
+    }
+
+    Bytes verifyOf(const std::string& pin) const {
+        constexpr std::size_t padded = 12;
+        Bytes command(verify_.begin(), verify_.begin() + 4);
+        const std::size_t length = verify_.at(4) == padded ? padded : pin.size();
+        command.push_back(static_cast<BYTE>(length));
+        command.insert(command.end(), pin.begin(), pin.end());
+        command.resize(5 + length);
+        return command;
+    }
+
+    static std::optional<PinEnd> endOf(const Step& step) {
+        if (!step.answered) return PinEnd{status::unexpected, {}, {}};
+        if ((step.statusWord & 0xFFF0) == 0x63C0) {
+            return PinEnd{status::wrongPin, static_cast<DWORD>(step.statusWord & 0xF), {}};
+        }
+        switch (step.statusWord) {
+            case 0x9000:
+                return PinEnd{status::success, {}, {}};
+            case 0x6300:
+                return PinEnd{status::wrongPin, static_cast<DWORD>(-1), {}};
+            case 0x6700:  // not a form of PIN that the card takes
+                return std::nullopt;
+            case 0x6983:
+                return PinEnd{status::wrongPin, 0, {}};
+            case 0x6984:
+                return PinEnd{status::blockedPin, 0, {}};
             default:
-                return {Role::read};
+                return PinEnd{status::unexpected, {}, {}};
         }
     }
-    switch (role) {
-        case Role::application:
-            return {isSecondApplication(step) ? Role::identifier : Role::application};
-        case Role::identifier:
-            if (noSuchForm) return {Role::wholePath};
-            [[fallthrough]];
-        case Role::wholePath:
-            if (noSuchForm || notFound) return {Role::fromRoot};
-            return {};
-        case Role::file:
-            if (isGood(step)) return {};
-            return {Role::fileByPath};
-        case Role::fileByPath:
-            if (isGood(step)) return {};
-            return {Role::fileByLastForm};
-        default:
-            return {};
-    }
-}
 
-// The readings of a journey: each begins by selecting the application.
-std::vector<std::span<const Step>> readingsOf(std::span<const Step> steps) {
-    std::vector<std::span<const Step>> readings;
-    std::size_t begin = 0;
-    for (std::size_t at = 1; at <= steps.size(); ++at) {
-        const bool ends = at == steps.size() ||
-                          (selectsApplication(steps[at]) && !selectsApplication(steps[at - 1]));
-        if (!ends) continue;
-        readings.push_back(steps.subspan(begin, at - begin));
-        begin = at;
-    }
-    return readings;
-}
-
-// Whether every chunk of the good reading has arrived. A reading in which one has not must have
-// ended where it failed, and each failure before that must have been followed as it has to be.
-bool isComplete(std::span<const Step> good, std::span<const Step> run) {
-    auto arrived = run.begin();
-    bool complete = true;
-    for (const Step& chunk : good) {
-        if (ins(chunk) != 0xB0) continue;
-        arrived = std::find_if(arrived, run.end(), [&](const Step& step) {
-            return step.command == chunk.command && isGood(step) && step.data == chunk.data;
-        });
-        if (arrived == run.end()) {
-            complete = false;
-            break;
-        }
-        ++arrived;
-    }
-    for (std::size_t at = 0; at < run.size(); ++at) {
-        const Role role = roleOf(run[at], at == 0 ? nullptr : &run[at - 1]);
-        const std::vector<Role> followers = followersOf(run[at], role);
-        if (at + 1 == run.size()) {
-            if (complete) continue;
-            EXPECT_TRUE(followers.empty()) << "ends after " << toHex(run[at].command);
-            continue;
-        }
-        const Role next = roleOf(run[at + 1], &run[at]);
-        // The acquisition selects the application once ahead of all readings.
-        const bool selectsAgain = role == Role::application && next == Role::application &&
-                                  (isGood(run[at]) || isSecondApplication(run[at]));
-        EXPECT_TRUE(selectsAgain || std::ranges::find(followers, next) != followers.end())
-            << toHex(run[at].command) << " is followed by " << toHex(run[at + 1].command);
-    }
-    return complete;
-}
+    Bytes verify_;
+    std::vector<Bytes> selections_;
+    std::vector<Bytes> asksFor_;  // the commands that end with the one for the limits
+    bool isSecond_ = false;
+};
 
 }  // namespace
 
@@ -310,37 +433,71 @@ Steps stepsOf(const std::vector<Exchange>& exchanges, std::size_t n, const Fault
     return steps;
 }
 
-DWORD statusOfAcquisition(const Steps& good, const Steps& run) {
-    const auto wanted = readingsOf(good);
-    const auto had = readingsOf(run);
-    if (!isComplete(wanted.front(), had.front())) {
-        EXPECT_EQ(had.size(), 1u) << "without its information the card is not read further";
-        return status::unexpected;
+CardContent contentOf(const Steps& good, const Steps& run) {
+    Replay replay(run);
+    selectApplication(replay);  // once ahead of all reading
+    selectApplication(replay);
+    CardContent content;
+    content.status = status::unexpected;
+    const Value record = elementOf(readFile(replay, cardInformationPath), 0x30);
+    const Value serial = elementOf(record, 0x04);
+    const Value label = elementOf(record, 0x80);
+    const bool isKnown = elementOf(record, 0x02) && elementOf(record, 0x0C) && serial &&
+                         !serial->empty() && label && !label->empty() && label->front() != 0;
+    if (isKnown) {
+        content.status = status::success;
+        content.serialNumber = *serial;
+        // Each certificate is read, also behind one that could not be.
+        for (int index = 0; index < certificatesIn(good); ++index) {
+            content.certificates.push_back(readCertificate(replay, index));
+        }
+        if (std::ranges::find(content.certificates, Bytes{}) != content.certificates.end()) {
+            content.status = status::fileNotFound;
+        } else if (!std::ranges::all_of(content.certificates, isTaken)) {
+            content.status = status::notEnoughMemory;
+        }
     }
-    // Each certificate is read, also behind one that could not be.
-    EXPECT_EQ(had.size(), wanted.size());
-    bool complete = true;
-    for (std::size_t at = 1; at < std::min(had.size(), wanted.size()); ++at) {
-        complete = isComplete(wanted[at], had[at]) && complete;
-    }
-    return complete ? status::success : status::fileNotFound;
+    replay.expectEnd();
+    return content;
 }
 
-DWORD statusOfPin(const Steps& good, const Steps& run) {
-    // On some cards the limits are looked for in files first. Whatever comes of that, the PIN is
-    // tried: there are limits for the case.
-    const auto sequenceOf = [](const Steps& steps) {
-        const auto begin = std::ranges::find_if(
-            steps, [](const Step& step) { return isOfSequence(step) && ins(step) != 0xB0; });
-        return std::span<const Step>(begin, steps.end());
-    };
-    const auto sequence = sequenceOf(run);
-    const auto limits = std::span<const Step>(run).first(run.size() - sequence.size());
-    const auto goodLimits =
-        std::span<const Step>(good).first(good.size() - sequenceOf(good).size());
-    EXPECT_EQ(limits.empty(), goodLimits.empty());
-    if (!limits.empty()) isComplete(goodLimits, limits);
-    return statusOfSequence(sequenceOf(good), sequence, judgePin);
+DWORD statusOfAcquisition(const Steps& good, const Steps& run) {
+    return contentOf(good, run).status;
+}
+
+PinEnd endOfPin(const Steps& good, const Steps& run, const std::string& pin) {
+    Replay replay(run);
+    const PinWay way(good);
+    const std::optional<PinEnd> end = way.attempt(replay, pin);
+    replay.expectEnd();
+    return end.value_or(PinEnd{status::wrongPin, {}, {}});
+}
+
+PinEnd endOfDialog(const Steps& good, const Steps& run, const std::vector<std::string>& pins) {
+    constexpr BYTE firstTime = 0, invalidLength = 1, wrongPin = 2;
+    Replay replay(run);
+    const PinWay way(good);
+    PinEnd end{status::wrongPin, {}, {{firstTime, 5}}};
+    for (const std::string& pin : pins) {
+        const std::optional<PinEnd> attempt = way.attempt(replay, pin);
+        if (!attempt) {
+            end.prompts.push_back({invalidLength, end.prompts.back().attempts});
+            continue;
+        }
+        const bool isRefused =
+            attempt->status == status::wrongPin || attempt->status == status::blockedPin;
+        if (!isRefused || static_cast<std::int32_t>(*attempt->attempts) <= 0 ||
+            way.isBlocked(replay)) {
+            end.status = attempt->status;
+            replay.expectEnd();
+            return end;
+        }
+        end.attempts = attempt->attempts;
+        end.prompts.push_back({wrongPin, *attempt->attempts});
+    }
+    // The user gives up, which counts as a wrong PIN.
+    replay.expectEnd();
+    return end;
 }
 
 DWORD statusOfSignature(const Steps& good, const Steps& run) {

@@ -2,6 +2,8 @@
 // arrived for each of them, without a look at how the driver comes to its status.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform_side.h"
@@ -26,12 +28,39 @@ using Steps = std::vector<Step>;
 Steps stepsOf(const std::vector<virtual_card::Exchange>& exchanges, std::size_t n = 0,
               const virtual_card::Fault& fault = {}, bool reconnects = true);
 
-// Each compares a run with the good one, reports a command that should not have gone out or should
-// have, and gives the status that the run has to have.
+// Each holds a run against the commands that have to follow what arrived, or against the good
+// run's, reports a command that should not have gone out or should have, and gives the status that
+// the run has to have.
 DWORD statusOfAcquisition(const Steps& good, const Steps& run);
-DWORD statusOfPin(const Steps& good, const Steps& run);
 DWORD statusOfSignature(const Steps& good, const Steps& run);
 DWORD statusOfDecryption(const Steps& good, const Steps& run);
+/// Of an agreement, or of what asks for the PIN alone.
 DWORD statusOfAgreement(const Steps& good, const Steps& run);
+
+/// What an acquisition has to take out of the files as they arrived. The certificates are there,
+/// perhaps empty, wherever they were read.
+struct CardContent {
+    DWORD status = 0;
+    Bytes serialNumber;
+    std::vector<Bytes> certificates;
+};
+CardContent contentOf(const Steps& good, const Steps& run);
+
+/// A showing of the companion application's dialog.
+struct Prompt {
+    BYTE reason;
+    DWORD attempts;  ///< that it shows
+    bool operator==(const Prompt&) const = default;
+};
+/// What has to become of PINs.
+struct PinEnd {
+    DWORD status = 0;
+    std::optional<DWORD> attempts;  ///< that the caller is told
+    std::vector<Prompt> prompts;
+};
+/// @param good  a run in which a PIN of that kind went out
+PinEnd endOfPin(const Steps& good, const Steps& run, const std::string& pin);
+/// @param pins  what the user enters, one after the other, before giving up
+PinEnd endOfDialog(const Steps& good, const Steps& run, const std::vector<std::string>& pins);
 
 }  // namespace boundary

@@ -1,6 +1,8 @@
 #include "fault_outcomes.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <string_view>
 
 #include "support/statuses.h"
@@ -35,7 +37,6 @@ bool always(const PlatformSide&) {
 }
 
 constexpr int any = 0;
-constexpr bool less = false;
 
 struct Rule {
     std::string_view entryPoint;  // the beginning
@@ -44,7 +45,7 @@ struct Rule {
     int which;                    // of the calls of that name, from 1
     bool (*holds)(const PlatformSide& card);
     DWORD status;
-    bool outputsAsGood = true;
+    Gives gives = status == status::success ? Gives::asGood : Gives::nothing;
 };
 
 // The first row that fits decides. What no row names changes nothing.
@@ -57,10 +58,14 @@ const Rule rules[] = {
     {"CardAcquireContext", "", "MultiByteToWideChar", 2, always, status::unexpected},
     {"CardAcquireContext", "", "WideCharToMultiByte", 1, always, status::unexpected},
     {"CardAcquireContext", "", "WideCharToMultiByte", 2, always, status::unexpected},
-    // A name or a size that could not be worked out is left empty; the pairing is nobody's
-    // business.
-    {"CardAcquireContext", "", "Crypt", any, always, status::success, less},
-    {"CardAcquireContext", "", "StringFromGUID2", any, always, status::success, less},
+    // A name, a size or an identity that could not be worked out is left empty.
+    {"CardAcquireContext", "", "CryptAcquireContextW", any, always, status::success,
+     Gives::otherwise},
+    {"CardAcquireContext", "", "CryptCreateHash", any, always, status::success, Gives::otherwise},
+    {"CardAcquireContext", "", "CryptHashData", any, always, status::success, Gives::otherwise},
+    {"CardAcquireContext", "", "CryptGetHashParam", any, always, status::success, Gives::otherwise},
+    {"CardAcquireContext", "", "StringFromGUID2", any, always, status::success, Gives::otherwise},
+    {"CardAcquireContext", "", "CryptDecodeObject", any, always, status::success, Gives::otherwise},
     {"CardGetContainerInfo", "", "CryptDecodeObject", any, always, status::unexpected},
     {"CardGetContainerProperty", "", "CryptDecodeObject", any, always, status::unexpected},
     {"CardSetProperty", "Parent Window", "IsWindow", any, always, status::invalidParameter},
@@ -74,7 +79,14 @@ const Rule rules[] = {
     {"CardAuthenticateEx", "dialog", "GetProcAddress", any, always, status::unexpected},
     {"CardAuthenticateEx", "dialog", "FreeLibrary", any, always, status::success},
     {"CardAuthenticateEx", "dialog", "", any, always, status::invalidParameter},
-    {"CardGetProperty", "PIN Information, dialog", "", any, always, status::success, less},
+    // The property's name, for a line of the log.
+    {"CardGetProperty", "PIN Information, dialog", "WideCharToMultiByte", 1, always,
+     status::success},
+    {"CardGetProperty", "PIN Information, dialog", "WideCharToMultiByte", 2, always,
+     status::success},
+    {"CardGetProperty", "PIN Information, dialog", "FreeLibrary", any, always, status::success},
+    {"CardGetProperty", "PIN Information, dialog", "", any, always, status::success,
+     Gives::otherwise},
 
     {"CardAuthenticate", "", "SCardStatusW", 1, onT0, status::unexpected},
     {"CardSignData", "", "SCardStatusW", any, onT0, status::unexpected},
@@ -85,9 +97,9 @@ const Rule rules[] = {
     {"CardDestroyDHAgreement", "", "SCardStatusW", any, onT0, status::securityViolation},
     {"CardDeriveKey", "", "BCryptOpenAlgorithmProvider", any, always, status::unexpected},
     {"CardDeriveKey", "", "BCryptGetProperty", any, always, status::unexpected},
-    {"CardDeriveKey", "", "BCryptCreateHash", any, always, status::unexpected},
-    {"CardDeriveKey", "", "BCryptHashData", any, always, status::unexpected},
-    {"CardDeriveKey", "", "BCryptFinishHash", any, always, status::unexpected},
+    {"CardDeriveKey", "", "BCryptCreateHash", any, always, status::unexpected, Gives::ahead},
+    {"CardDeriveKey", "", "BCryptHashData", any, always, status::unexpected, Gives::ahead},
+    {"CardDeriveKey", "", "BCryptFinishHash", any, always, status::unexpected, Gives::ahead},
 };
 
 // Where the calls that an allocation stands behind reach to, and where the last of a name is.
@@ -106,33 +118,73 @@ struct Place {
     }
 };
 
+// What an acquisition leaves empty when the call at a place fails. A name ends with
+// StringFromGUID2, and the size comes behind it; a serial number that is too long is hashed ahead
+// of them all.
+Bytes withoutWhatFails(const GoodRun& good, const Calls& calls, std::size_t at) {
+    constexpr std::size_t longestSerial = 16;
+    const boundary::CardContent content = boundary::contentOf(good.steps, good.steps);
+    const std::string_view name = calls[at].name;
+    const int named = at == 0 ? 0 : timesUpTo(calls, at - 1, "StringFromGUID2");
+    Omitted omitted;
+    if (name == "CryptDecodeObject" || name == "pfnCspAlloc") {
+        omitted.size = named - 1;
+    } else if (content.serialNumber.size() > longestSerial && timesUpTo(calls, at, name) == 1 &&
+               name != "StringFromGUID2") {
+        omitted.identity = true;
+    } else {
+        omitted.name = named;
+    }
+    return givenByAcquisition(content, omitted);
+}
+
+// The record of a PIN that the platform's own prompt asks for.
+Bytes ofThePlatformsPrompt(const GoodRun& good) {
+    Bytes given = good.outcome.given;
+    const decltype(PIN_INFO::PinType) type = AlphaNumericPinType;
+    std::memcpy(given.data() + offsetof(PIN_INFO, PinType), &type, sizeof(type));
+    return given;
+}
+
 }  // namespace
 
-Expected afterPlatformCall(const Journey& journey, const PlatformSide& card, const Calls& calls,
-                           std::size_t at, DWORD code) {
+Expected afterPlatformCall(const Journey& journey, const PlatformSide& card, const GoodRun& good,
+                           const Calls& calls, std::size_t at, DWORD code) {
     const std::string& name = calls[at].name;
     // The registry is asked once more, with more room.
-    if (name == "RegGetValueW" && code == ERROR_MORE_DATA) return {{status::success}, true};
+    if (name == "RegGetValueW" && code == ERROR_MORE_DATA) {
+        return {status::success, Gives::asGood};
+    }
     for (const Rule& rule : rules) {
         if (!isOf(journey, rule.entryPoint) || !startsWith(journey.variant, rule.variant) ||
             !startsWith(name, rule.call)) {
             continue;
         }
         if (rule.which != any && rule.which != timesUpTo(calls, at, name)) continue;
-        if (rule.holds(card)) return {{rule.status}, rule.outputsAsGood};
+        if (!rule.holds(card)) continue;
+        Expected expected{rule.status, rule.gives};
+        if (rule.gives == Gives::otherwise) {
+            expected.otherwise = isOf(journey, "CardAcquireContext")
+                                     ? withoutWhatFails(good, calls, at)
+                                     : ofThePlatformsPrompt(good);
+        }
+        return expected;
     }
-    return {{status::success}, true};
+    return {status::success, Gives::asGood};
 }
 
-Expected afterCallersAllocation(const Journey& journey) {
-    // The size of a key is left at 0.
-    if (isOf(journey, "CardAcquireContext")) return {{status::success}, false};
+Expected afterCallersAllocation(const Journey& journey, const GoodRun& good, const Calls& calls,
+                                std::size_t at) {
+    if (isOf(journey, "CardAcquireContext")) {
+        return {status::success, Gives::otherwise, withoutWhatFails(good, calls, at)};
+    }
     // What kind of PIN it is cannot be told.
-    if (isOf(journey, "CardAuthenticate")) return {{status::unexpected}, true};
-    return {{status::notEnoughMemory}, true};
+    if (isOf(journey, "CardAuthenticate")) return {status::unexpected, Gives::nothing};
+    if (isOf(journey, "CardDeriveKey")) return {status::notEnoughMemory, Gives::ahead};
+    return {status::notEnoughMemory, Gives::nothing};
 }
 
-Expected afterAllocation(const Journey& journey, const Calls& calls, long n) {
+Expected afterAllocation(const Journey& journey, const GoodRun& good, const Calls& calls, long n) {
     const auto reached =
         std::ranges::count_if(calls, [n](const Call& call) { return call.allocationsBefore < n; });
     const Place place{calls, static_cast<std::size_t>(reached)};
@@ -145,32 +197,25 @@ Expected afterAllocation(const Journey& journey, const Calls& calls, long n) {
         const bool tellsTheWindow =
             place.last(2) == "GetClassNameW" && place.last() == "WideCharToMultiByte";
         if (readsTheSetting || tellsTheWindow) {
-            if (!hasDialog(journey)) return {{status::success}, true};
-            return isOf(journey, "CardGetProperty") ? Expected{{status::success}, false}
-                                                    : Expected{{status::invalidParameter}, true};
+            if (!hasDialog(journey)) return {status::success, Gives::asGood};
+            if (!isOf(journey, "CardGetProperty")) {
+                return {status::invalidParameter, Gives::nothing};
+            }
+            return {status::success, Gives::otherwise, ofThePlatformsPrompt(good)};
         }
     }
     // No address can be read: nothing is paired.
     if (isOf(journey, "CardAcquireContext") && place.seen("CryptBinaryToStringA") == 2 &&
         place.isAheadOfTheLast("RegGetValueW")) {
-        return {{status::success}, true};
+        return {status::success, Gives::asGood};
     }
     const bool asksForThePin = isOf(journey, "CardConstruct") || isOf(journey, "CardDerive") ||
                                isOf(journey, "CardDestroy");
     if (asksForThePin && place.seen("SCardStatusW") != 0 &&
         place.isAheadOfTheLast("SCardTransmit 20")) {
-        return {{status::securityViolation}, true};
+        return {status::securityViolation, Gives::nothing};
     }
-    return {{status::unexpected}, true};
-}
-
-Expected afterWrongData(const Journey& journey) {
-    if (isOf(journey, "CardAcquireContext")) {
-        return {
-            {status::success, status::unexpected, status::fileNotFound, status::notEnoughMemory},
-            false};
-    }
-    return {{status::success, status::wrongPin, status::unexpected}, false};
+    return {status::unexpected, Gives::nothing};
 }
 
 std::vector<DWORD> codesOf(const std::string& name) {

@@ -18,20 +18,28 @@ struct Call {
 };
 using Calls = std::vector<Call>;
 
+/// What the caller has of it.
+enum class Gives {
+    asGood,     ///< what the good run gave
+    nothing,    ///< its fields and buffers are as they came
+    ahead,      ///< what is written ahead of the rest
+    otherwise,  ///< what stands beside
+};
 struct Expected {
-    std::vector<DWORD> statuses;  ///< any of these; more than one where the data decides
-    bool outputsAsGood = true;    ///< of a success: the outputs are those of the good run
+    DWORD status;  ///< success stands for the good run's
+    Gives gives;
+    Bytes otherwise = {};
 };
 
 /// @param at    the place of the call in the good run's calls
 /// @param code  that it fails with
-Expected afterPlatformCall(const Journey& journey, const PlatformSide& card, const Calls& calls,
-                           std::size_t at, DWORD code);
-Expected afterCallersAllocation(const Journey& journey);
+Expected afterPlatformCall(const Journey& journey, const PlatformSide& card, const GoodRun& good,
+                           const Calls& calls, std::size_t at, DWORD code);
+/// @param at  the place of pfnCspAlloc in the good run's calls
+Expected afterCallersAllocation(const Journey& journey, const GoodRun& good, const Calls& calls,
+                                std::size_t at);
 /// @param n  the number, from 1, of the allocation
-Expected afterAllocation(const Journey& journey, const Calls& calls, long n);
-/// Wrong data in good form: what can come of it.
-Expected afterWrongData(const Journey& journey);
+Expected afterAllocation(const Journey& journey, const GoodRun& good, const Calls& calls, long n);
 
 /// The codes that a call of that name can fail with.
 std::vector<DWORD> codesOf(const std::string& name);

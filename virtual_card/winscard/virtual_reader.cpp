@@ -175,6 +175,7 @@ std::uint32_t VirtualReader::exchange(std::uint32_t protocol, ByteView command, 
     if (fault && fault->kind == Fault::Kind::LostReply) {
         received.clear();
         *replyLength = 0;
+        if (fault->value == pcsc::resetCard) resetCard();
         return fault->value;
     }
     const auto wrong = static_cast<std::uint8_t>(fault ? fault->value : 0);

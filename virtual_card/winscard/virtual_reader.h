@@ -35,7 +35,8 @@ inline constexpr std::uint32_t protocolT1 = 2;
 struct Fault {
     enum class Kind {
         TransportError,  ///< the command does not reach the card; `value` is the PC/SC code
-        LostReply,       ///< the card carries the command out; `value` is the PC/SC code
+        LostReply,       ///< the card carries the command out; `value` is the PC/SC code, and with
+                         ///< pcsc::resetCard the card is reset then
         CutReply,        ///< of the card's reply only the first `value` bytes arrive (0, 1, ...)
         StatusWord,      ///< the command does not reach the card; `value` is the status word
         ResetCard,       ///< the card is reset first, as if another program had done so
