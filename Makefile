@@ -20,8 +20,8 @@ help:
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
 	@echo 'make faults        every fault at every place, natively: 55,000 runs'
-	@echo 'make threads       16 threads under ThreadSanitizer, and against the x64 DLL in Wine'
-	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of the DLL'
+	@echo 'make threads       16 threads under ThreadSanitizer, and against both DLLs in Wine'
+	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of each DLL'
 	@echo 'make coverage      what of src/ the tests run: lines, branches, conditions by MC/DC'
 	@echo 'make mutants       faults of one token in src/, and which of them no test sees: 100 of them,'
 	@echo '                   or COUNT=1000, SEED=2, SINCE=main, ONLY=boundary, RESUME=1'
@@ -102,7 +102,7 @@ fuzz:
 
 # A program of the in-process tests, natively under a preset's sanitizers, or in Wine.
 in_process = cmake --preset $(1) >/dev/null && cmake --build build/$(1) --target $(2)
-in_wine = tools/run_in_wine.sh x64 build/windows-x64/tests/boundary/boundary_tests.exe
+in_wine = tools/run_in_wine.sh $(1) build/windows-$(1)/tests/boundary/boundary_tests.exe --gtest_brief=1
 
 faults:
 	$(call in_process,sanitized,faults)
@@ -113,13 +113,17 @@ threads:
 	TSAN_OPTIONS=suppressions=tests/boundary/thread_sanitizer_suppressions.txt KELMORA_ROUNDS=20 \
 		build/threads/tests/boundary/boundary_tests --gtest_brief=1 --gtest_filter='Threads.*'
 	$(call in_process,windows-x64,boundary_tests)
-	KELMORA_ROUNDS=20 $(in_wine) --gtest_brief=1 --gtest_filter='Threads.*'
+	$(call in_process,windows-x86,boundary_tests)
+	KELMORA_ROUNDS=20 $(call in_wine,x64) --gtest_filter='Threads.*'
+	KELMORA_ROUNDS=20 $(call in_wine,x86) --gtest_filter='Threads.*'
 
 long:
 	$(call in_process,sanitized,boundary_tests)
 	KELMORA_ROUNDS=10000 build/sanitized/tests/boundary/boundary_tests --gtest_brief=1 --gtest_filter='*LongRun*'
 	$(call in_process,windows-x64,boundary_tests)
-	KELMORA_ROUNDS=10000 $(in_wine) --gtest_brief=1 --gtest_filter='*LongRun*'
+	$(call in_process,windows-x86,boundary_tests)
+	KELMORA_ROUNDS=10000 $(call in_wine,x64) --gtest_filter='*LongRun*'
+	KELMORA_ROUNDS=10000 $(call in_wine,x86) --gtest_filter='*LongRun*'
 
 coverage:
 	tools/coverage.py --report

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <thread>
 
+#include "awaited_service.h"
 #include "readers.h"
 #include "rounds.h"
 #include "support/statuses.h"
@@ -114,18 +115,40 @@ TEST(Threads, DoAllJourneysAtOnce) {
     });
 }
 
+// The reply to a pairing comes when another thread has acquired a card meanwhile, or all that are
+// still at work wait for one.
+class Beside {
+public:
+    void wait() {
+        const int before = acquisitions;
+        ++waiting;
+        while (acquisitions == before && waiting < working) std::this_thread::yield();
+        --waiting;
+    }
+    std::atomic<int> acquisitions = 0;
+    std::atomic<int> working = threadCount;
+
+private:
+    std::atomic<int> waiting = 0;
+};
+
 TEST(Threads, AcquireBesidePairings) {
-    // An address that nobody listens at: each pairing is begun and ends.
+    // On Windows nobody listens there: each pairing is begun and ends.
     writeSetting(Setting::serviceAddresses, "http://127.0.0.1:1");
     {
+        Beside beside;
+        const AwaitedService service([&] { beside.wait(); });
         Crowd crowd;
-        crowd.each([](PlatformSide& card, int type, Complaints& complaints) {
+        crowd.each([&](PlatformSide& card, int type, Complaints& complaints) {
             for (int round = 0; round < rounds(2, 100); ++round) {
                 card.reader.clearExchanges();
                 complaints.expect(card.acquire() == 0, type, "CardAcquireContext");
+                ++beside.acquisitions;
                 card.release();
             }
+            --beside.working;
         });
+        EXPECT_TRUE(service.hasReplied());
     }
     writeSetting(Setting::serviceAddresses, "");
 }

@@ -230,7 +230,8 @@ TEST_F(Reader, KeepsACommandFromTheCardOrItsReplyFromTheCaller) {
     transmit("00200011083939393939393939");
     EXPECT_EQ(lastCode, pcsc::noSmartcard);
     EXPECT_EQ(reader.card().triesLeft(PinRole::Authentication), 4U);
-    // The reply is lost to a reset: the card has counted, and is told of as reset until reconnected.
+    // The reply is lost to a reset: the card has counted, and is told of as reset until
+    // reconnected.
     reader.failTransmit(1, {Fault::Kind::LostReply, pcsc::resetCard});
     transmit("00200011083939393939393939");
     EXPECT_EQ(lastCode, pcsc::resetCard);
