@@ -19,7 +19,7 @@ help:
 	@echo 'make tidy          clang-tidy over all sources, and not only over what has changed'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
-	@echo 'make faults        every fault at every place, natively: 55,000 runs'
+	@echo 'make faults        every fault at every place, natively: over 50,000 runs'
 	@echo 'make threads       16 threads under ThreadSanitizer, and against both DLLs in Wine'
 	@echo 'make long          10,000 acquisitions, natively and in Wine, and 1,000 loads of each DLL'
 	@echo 'make coverage      what of src/ the tests run: lines, branches, conditions by MC/DC'
