@@ -215,7 +215,13 @@ Expected afterAllocation(const Journey& journey, const GoodRun& good, const Call
         place.isAheadOfTheLast("SCardTransmit 20")) {
         return {status::securityViolation, Gives::nothing};
     }
-    return {status::unexpected, Gives::nothing};
+    // Between two PINs of the dialog the card is asked whether no try is left, under a guard that
+    // takes no answer for a no. Where the one ends and the other begins no call of the platform
+    // tells.
+    const int verifies = place.seen("SCardTransmit 20");
+    const bool isBetweenPins =
+        hasDialog(journey) && journey.pins.size() > 1 && (verifies == 1 || verifies == 2);
+    return {status::unexpected, Gives::nothing, {}, isBetweenPins};
 }
 
 std::vector<DWORD> codesOf(const std::string& name) {

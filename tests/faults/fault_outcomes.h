@@ -29,6 +29,7 @@ struct Expected {
     DWORD status;  ///< success stands for the good run's
     Gives gives;
     Bytes otherwise = {};
+    bool mayGoOn = false;  ///< the good run's end is right as well
 };
 
 /// @param at    the place of the call in the good run's calls
