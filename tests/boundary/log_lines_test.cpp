@@ -49,7 +49,7 @@ std::string localText(std::time_t time) {
 // With the fraction in nine digits, the clock's own.
 std::string utcText(system_clock::time_point time) {
     using namespace std::chrono;
-    const std::time_t seconds = floor<std::chrono::seconds>(time).time_since_epoch().count();
+    const std::time_t seconds = system_clock::to_time_t(floor<std::chrono::seconds>(time));
     const auto fraction = nanoseconds(time.time_since_epoch()).count() % 1'000'000'000;
     std::array<char, 16> digits{};
     std::snprintf(digits.data(), digits.size(), ".%09lld", static_cast<long long>(fraction));
