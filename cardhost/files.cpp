@@ -49,7 +49,9 @@ Bytes contentOf(const std::filesystem::path& file, std::size_t limit) {
 void requireWritable(const std::filesystem::path& file) {
     std::error_code ignored;
     const auto status = std::filesystem::status(file, ignored);
-    const bool exists = std::filesystem::exists(status);
+    // A link to what is not there yet stays, whatever comes of the attempt.
+    const bool exists = std::filesystem::exists(status) ||
+                        std::filesystem::is_symlink(std::filesystem::symlink_status(file, ignored));
     // A pipe would take this for all that it gets.
     if (exists && !std::filesystem::is_regular_file(status) &&
         !std::filesystem::is_directory(status)) {

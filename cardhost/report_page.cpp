@@ -216,10 +216,13 @@ private:
             "</p>\n<div class=\"heads\" aria-hidden=\"true\"><div><span>Platform</span>"
             "<span>Driver</span><span>Card</span></div></div>\n");
         if (!page.leftOut.empty()) format("<p class=\"dim\">{}</p>\n", escaped(page.leftOut));
-        for (const CallStep& step : steps) call(step);
+        // A walk that ended badly ended at its last call, also where that call came back well.
+        for (const CallStep& step : steps)
+            call(step,
+                 step.isWell() && (page.mark != ReportPage::Mark::bad || &step != &steps.back()));
     }
 
-    void call(const CallStep& step) {
+    void call(const CallStep& step, bool isGood) {
         const bool isOpen = step.isBad() || (!step.exchanges.empty() &&
                                              step.exchanges.size() <= commandsShownAtOnce);
         format("<details class=\"call\"{}><summary class=\"row\"><span class=\"lanes\">",
@@ -240,7 +243,7 @@ private:
         format("<span class=\"side\">{}{}</span></summary>\n",
                step.time().count() == 0 ? "" : timeText(step.time()),
                step.exchanges.empty() ? "" : "<br>" + commandsText(step));
-        for (const Exchange* exchange : step.exchanges) command(*exchange, lane, step.isWell());
+        for (const Exchange* exchange : step.exchanges) command(*exchange, lane, isGood);
         if (step.exchanges.empty() && step.log.empty()) {
             add("<div class=\"inside dim\">No command went to the card.</div>");
         }

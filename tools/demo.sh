@@ -44,10 +44,10 @@ for type in $types; do
     rule
     echo "Card type $type"
     rule
-    # What the driver itself prints is kept apart: the log says the same and more.
+    # Standard error is kept apart, and shown if the logon fails.
     if ! (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" \
-            --virtual "$type" logon --pin 1234 >steps.txt 2>driver-output.txt); then
-        cat "$folder/steps.txt" "$folder/driver-output.txt"
+            --virtual "$type" logon --pin 1234 >steps.txt 2>errors.txt); then
+        cat "$folder/steps.txt" "$folder/errors.txt"
         echo "The logon failed." >&2
         exit 1
     fi
@@ -81,7 +81,7 @@ done
 # cardhost in Wine, in a folder of its own below the work folder.
 cardhost() {
     (cd "$folder" && "$repository/tools/run_in_wine.sh" x64 "$built/cardhost.exe" "$@" \
-        2>driver-output.txt | tr -d '\r')
+        2>errors.txt | tr -d '\r')
 }
 
 echo

@@ -60,9 +60,9 @@ void addDoctor(Commands& commands) {
     Command command = commands.add(
         "doctor", "Why a card does not work on this machine, or what the driver's log says of it");
     command.flag("--json", options->asJson, "The findings as JSON");
-    const Option network =
-        command.flag("--network", options->usesNetwork,
-                     "Also ask each directory service for an answer; nothing of a card is sent");
+    const Option network = command.flag(
+        "--network", options->usesNetwork,
+        "Also ask each directory service for an answer (Windows); nothing of a card is sent");
     command
         .option("--log", options->log,
                 "Explain this log of the driver's instead, also one from another machine")

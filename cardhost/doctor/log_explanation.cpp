@@ -55,7 +55,7 @@ constexpr LogExplanation messages[] = {
      "Look at the service and the network."},
     {"Certificate handling failure.", Verdict::problem,
      "the certificate could not be made ready for the directory service",
-     "Look at the card's certificates: cardhost --reader export."},
+     "Look at the card's certificates: cardhost --reader export --out FOLDER."},
     {"Another registercard action is already running.", Verdict::note,
      "an earlier pairing of this process had not ended, so this card was not paired",
      "If it stands at every acquisition: an address in ADRSURL has a port that is no number; put "

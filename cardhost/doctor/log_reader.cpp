@@ -187,7 +187,9 @@ void LogReader::keepLine(const LogLine& line) {
     }
     if (line.scope == acquire && calls_.front().scope == acquire) call = &calls_.front();
     if (call == nullptr) call = &calls_.back();
-    if (call->lines.size() >= keptLines_ / 2) return;
+    // Calls that are still open are not dropped for newer ones, so that their lines have an end
+    // too.
+    if (call->lines.size() >= keptLines_ / 2 || linesOfCalls_ >= 2 * keptLines_) return;
     call->lines.push_back(shortened(textOf(line), longestShownLine));
     ++linesOfCalls_;
 }

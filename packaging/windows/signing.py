@@ -20,6 +20,11 @@ def check(options):
     """Exits where the options contradict themselves, and says what comes of what they leave out."""
     if bool(options.certificate) != bool(options.key):
         raise SystemExit("signing takes both a certificate and a key")
+    if options.key and not options.pkcs11_module:
+        if options.key.startswith("pkcs11:"):
+            raise SystemExit("a key in hardware takes its module too: PKCS11_MODULE=... of make (--pkcs11-module)")
+        if not pathlib.Path(options.key).is_file():
+            raise SystemExit(f"{options.key}: no such file")
     if options.key and not options.password_file:
         check_password(options)
     if options.certificate and not (options.timestamp or options.authority_certificate):

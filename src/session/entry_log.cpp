@@ -10,8 +10,7 @@ void logEntry(const char* scope) {
     logToFile(scope, "Entering the function");
 }
 
-// quirk: untold-exits. The numbered line tells which check it was; the log file ends with the
-// entry.
+// quirk: untold-exits. The numbered line tells which check it was.
 DWORD refuseWith(DWORD status, std::string_view line) {
     logDebug(line);
     return status;

@@ -822,15 +822,7 @@ void otherAtrs(Calls& calls) {
                 card.openKey(container);
                 card.reader.clearExchanges();
                 Bytes hash(32, 0x11);
-                CARD_SIGNING_INFO info{};
-                info.dwVersion = 1;
-                info.bContainerIndex = container;
-                info.dwKeySpec = card.isEcKey(container) ? AT_ECDSA_P256
-                                 : container == 0        ? AT_KEYEXCHANGE
-                                                         : AT_SIGNATURE;
-                info.aiHashAlg = card.isEcKey(container) ? 0 : 0x800C;
-                info.pbData = hash.data();
-                info.cbData = static_cast<DWORD>(hash.size());
+                CARD_SIGNING_INFO info = card.signingInfo(container, hash);
                 const DWORD status = calls.data.pfnCardSignData(&record, &info);
                 calls.free(info.pbSignedData);
                 tellCommands();

@@ -239,7 +239,6 @@ std::string seenOfPins(int cardType) {
                 "CardAuthenticateEx: " + what + ", " + std::to_string(pin.size()) + " digits", [&] {
                     files.commands = 0;
                     calls.card.reader.clearExchanges();
-                    // Each digit of a PIN that is no PIN costs a try: the right one is next.
                     const DWORD status = calls.card.authenticate(1, pin);
                     calls.tell("commands", static_cast<DWORD>(files.commands));
                     return status;

@@ -16,7 +16,9 @@ using KelmoraID::testing::platformCalls;
 Desktop::Desktop()
     : library_(dlopen((programFolder() + "/CodeEntryLibrary.dll").c_str(), RTLD_NOW)) {
     if (library_ == nullptr) return;
-    script = reinterpret_cast<CodeEntryScript* (*)()>(dlsym(library_, "codeEntryScript"))();
+    const auto find = reinterpret_cast<CodeEntryScript* (*)()>(dlsym(library_, "codeEntryScript"));
+    if (find == nullptr) return;
+    script = find();
     *script = {};
     writeSetting(Setting::companionStartCommand, programFolder() + "\\Companion.exe");
     platformCalls().GetForegroundWindow = [] {

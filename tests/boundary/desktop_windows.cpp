@@ -8,6 +8,7 @@ Desktop::Desktop() : library_(LoadLibraryA((programFolder() + "\\CodeEntryLibrar
     if (library_ == nullptr) return;
     const auto find = reinterpret_cast<CodeEntryScript* (*)()>(reinterpret_cast<void (*)()>(
         GetProcAddress(static_cast<HMODULE>(library_), "codeEntryScript")));
+    if (find == nullptr) return;
     script = find();
     *script = {};
     writeSetting(Setting::companionStartCommand, programFolder() + "\\Companion.exe");

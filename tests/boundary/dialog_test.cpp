@@ -1,5 +1,5 @@
-// The companion application's dialog, with a real library behind it. Only where there is a desktop:
-// without one the logon screen is assumed, and the platform prompts.
+// The companion application's dialog, with a real library behind it. Natively the window in front
+// is scripted (desktop.h).
 #include <algorithm>
 #include <cstring>
 

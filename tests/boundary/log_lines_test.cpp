@@ -46,13 +46,14 @@ std::string localText(std::time_t time) {
     return formatted(*std::localtime(&time));
 }
 
-// With the fraction in nine digits, the clock's own.
+// With the fraction in as many digits as the clock has.
 std::string utcText(system_clock::time_point time) {
     using namespace std::chrono;
     const std::time_t seconds = system_clock::to_time_t(floor<std::chrono::seconds>(time));
-    const auto fraction = nanoseconds(time.time_since_epoch()).count() % 1'000'000'000;
-    std::array<char, 16> digits{};
-    std::snprintf(digits.data(), digits.size(), ".%09lld", static_cast<long long>(fraction));
+    constexpr int width = hh_mm_ss<system_clock::duration>::fractional_width;
+    const auto fraction = (time - floor<std::chrono::seconds>(time)).count();
+    std::array<char, 32> digits{};
+    std::snprintf(digits.data(), digits.size(), ".%0*lld", width, static_cast<long long>(fraction));
     return formatted(*std::gmtime(&seconds)) + digits.data();
 }
 

@@ -20,7 +20,7 @@ using Calls = std::vector<Call>;
 
 /// What the caller has of it.
 enum class Gives {
-    asGood,     ///< what the good run gave
+    asGood,     ///< what the journey's rule says, or without one what the good run gave
     nothing,    ///< its fields and buffers are as they came
     ahead,      ///< what is written ahead of the rest
     otherwise,  ///< what stands beside

@@ -31,8 +31,8 @@ public:
     static int liveBuffers() { return buffers_; }
     /// The size that was last asked for.
     static std::size_t lastSize() { return lastSize_; }
-    /// From now on the sizes asked for are kept, those of failed allocations too, until they are
-    /// taken. For a program of one thread.
+    /// From now on the sizes asked for are kept, those of failed allocations too; takeSizes empties
+    /// the list. For a program of one thread.
     static void noteSizes() {
         isNoted_ = true;
         sizes_.clear();

@@ -1,6 +1,8 @@
 // The memory of thrown exceptions, in place of what GCC's library has for it: that takes 71 KiB of
 // heap when the DLL is loaded, for exceptions that are thrown when there is no memory. Here such a
 // reserve is part of the image, whose pages nobody touches until then.
+// Nothing in the DLL may use std::exception_ptr: its memory comes from the library's file that this
+// one replaces, and both cannot be linked.
 #include <exception>
 
 #ifdef __GLIBCXX__
@@ -38,7 +40,7 @@ struct CountedHeader {
     ExceptionHeader header;
 };
 
-// One exception each. The largest that is thrown here is a std::system_error, of four words.
+// One exception each. The largest that is thrown here is a TransmitError, of five words.
 struct alignas(_Unwind_Exception) ReservedBlock {
     unsigned char bytes[sizeof(CountedHeader) + 96];
 };
