@@ -66,7 +66,8 @@ stack_guard() {
     tools/run_in_wine.sh "$1" hostname >/dev/null || return
     for bytes in 0 8 9 200; do
         code=0
-        said=$(tools/run_in_wine.sh "$1" "build/windows-$1/overrun.exe" "$bytes" | tr -d '\r') || code=$?
+        tools/run_in_wine.sh "$1" "build/windows-$1/overrun.exe" "$bytes" >build/test-logs/overrun.txt || code=$?
+        said=$(tr -d '\r' <build/test-logs/overrun.txt)
         case $bytes:$code:$said in
         0:0: | "8:0:went on" | 9:9: | 200:9:) echo "ok - $1 stack guard: $bytes bytes" ;;
         *) echo "not ok - $1 stack guard: $bytes bytes: $code $said" ;;

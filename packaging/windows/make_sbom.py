@@ -42,7 +42,7 @@ COMPONENTS = {
         r"crypt32|bcrypt|winhttp|winscard|wintrust|ws2_32|api-ms-win-crt-.*)"),
     "winpthreads": Component("MIT AND BSD-3-Clause", "mingw-w64", "mingw-w64-common", r"libpthread|libwinpthread"),
 }
-OUR_OWN = (r"lib(kelmora_driver|cardhost_parts|doctor|virtual_reader|virtual_card|recording)|\w+\.cpp\.obj|"
+OUR_OWN = (r"lib(kelmora_driver|cardhost_parts|doctor|virtual_reader|virtual_card|recording)|(\w+\.cpp|unity_\d+_cxx\.cxx)\.obj|"
            r"version\.rc\.res|<linker-defined>|<absolute>|<common>")
 
 
