@@ -112,6 +112,8 @@ void lookAtTheRecord(PlatformSide& card, Outcome& outcome) {
     if (outcome.status != 0) {
         CARD_DATA before = recordBefore;
         before.pvVendorSpecific = card.data.pvVendorSpecific;
+        // As bytes: nothing of it may have been touched.
+        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
         if (std::memcmp(&before, &card.data, sizeof(before)) != 0) {
             appendField(outcome.given, card.data);
         }
@@ -842,7 +844,9 @@ const std::vector<Journey> journeys = {
      agree,
      ruleOfAgreement,
      {},
-     lookAtTheSecret},
+     lookAtTheSecret,
+     nullptr,
+     1},
     {"CardDeriveKey",
      "",
      hasEcKey,

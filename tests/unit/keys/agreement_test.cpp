@@ -249,9 +249,9 @@ TEST(CardConstructDHAgreement, WritesTheReservedPointerInItsLine) {
     EXPECT_EQ(
         keys.log.file(),
         lines(scope, {entered,
-                      "Entering the function, with parameters, bContainerIndex:'0x00000000', "
-                      "cbReserved:'0x00000010', dwFlags:'0x00000000', dwPublicKey:'0x00000008', "
-                      "dwVersion:'0x00000002'",
+                      ("Entering the function, with parameters, bContainerIndex:'0x00000000', "
+                       "cbReserved:'0x00000010', dwFlags:'0x00000000', dwPublicKey:'0x00000008', "
+                       "dwVersion:'0x00000002'"),
                       "with parameters, pbPublicKey:'0 1 2 3 4 5 6 7 ', ",
                       "with parameters, pbReserved:'0x00001234'",
                       exited("0x00000000", ". Added DH secret agreement to index '1'.")}));
