@@ -54,14 +54,9 @@ void CardTransactionHandler::SendApduCommand(ApduResult& result) {
     // A card that still says 61xx then is left at that: its status word stands, and is no success.
     for (int sent = 0; result.bytesWaiting() != 0 && sent < mostGetResponses; ++sent) {
         const DWORD announced = result.bytesWaiting() + statusWordLength;
-        const std::span<const BYTE> reply =
-            exchange(result, apduCommands::getResponse(result.SW2).encode(), announced, buffer);
-        // Without new status bytes there is nothing to go on from: the record stays as it stands. A
-        // failed call brings none, whatever length it leaves.
-        const bool failed = result.transportErrorCode != 0;
-        if (failed && reply.size() >= statusWordLength) return;
-        result.applyReply(reply);
-        if (reply.size() < statusWordLength) return;
+        // quirk: get-response-again. Where no status bytes come, the 61xx before stands and asks.
+        const ByteVector getResponse = apduCommands::getResponse(result.SW2).encode();
+        result.applyReply(exchange(result, getResponse, announced, buffer));
     }
 }
 

@@ -12,19 +12,16 @@ namespace {
 using Magic = std::array<BYTE, 4>;
 
 struct UseInBlobs {
-    KeyUse use;
     ALG_ID rsaAlgorithm;
     Magic eccMagic;
 };
 
 // quirk: magic-of-p384. It goes with every curve.
-constexpr std::array<UseInBlobs, 2> usesInBlobs{{
-    {KeyUse::exchange, CALG_RSA_KEYX, {'E', 'C', 'K', '3'}},
-    {KeyUse::signature, CALG_RSA_SIGN, {'E', 'C', 'S', '3'}},
-}};
+constexpr UseInBlobs exchangeInBlobs{CALG_RSA_KEYX, {'E', 'C', 'K', '3'}};
+constexpr UseInBlobs signatureInBlobs{CALG_RSA_SIGN, {'E', 'C', 'S', '3'}};
 
 constexpr const UseInBlobs& inBlobs(KeyUse use) {
-    return usesInBlobs[use == KeyUse::exchange ? 0 : 1];
+    return use == KeyUse::exchange ? exchangeInBlobs : signatureInBlobs;
 }
 
 constexpr std::size_t eccHeaderLength = sizeof(BCRYPT_ECCKEY_BLOB);

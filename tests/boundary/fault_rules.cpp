@@ -30,9 +30,11 @@ void put(Step& step, const Exchange& exchange, const Fault* fault) {
     if (fault != nullptr && fault->kind == Fault::Kind::ClaimedLength) {
         bytes.resize(std::min<std::size_t>(fault->value, longestReply));
     }
+    // A reply to a GET RESPONSE that was too long for its room leaves its length alone.
+    const bool isTooLong = exchange.code == status::insufficientBuffer;
+    if (isTooLong) bytes.assign(std::min(bytes.size(), longestReply), 0);
     step.wasReset = exchange.code == status::resetCard;
-    step.answered = exchange.code == 0 && bytes.size() >= 2;
-    step.leftCode = exchange.code == status::insufficientBuffer ? exchange.code : 0;
+    step.answered = (exchange.code == 0 || isTooLong) && bytes.size() >= 2;
     if (!step.answered) return;
     step.statusWord = bytes[bytes.size() - 2] * 256u + bytes.back();
     step.lastData.assign(bytes.begin(), bytes.end() - 2);
@@ -66,7 +68,6 @@ DWORD statusOfSequence(std::span<const Step> good, std::span<const Step> run, Ju
 // The status of a signature command is that of its status word's row; a word without a row, or with
 // one that has no code of the platform's, is 0.
 DWORD statusByRow(const Step& step) {
-    if (step.leftCode != 0) return step.leftCode;
     if (!step.answered) return status::unexpected;
     if (step.statusWord >> 8 == 0x67) return status::invalidParameter;
     switch (step.statusWord) {

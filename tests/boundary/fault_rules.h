@@ -16,7 +16,6 @@ struct Step {
     Bytes command;
     bool answered = false;
     bool wasReset = false;  ///< told of a reset for the first time, and not tried again
-    DWORD leftCode = 0;     ///< of a GET RESPONSE whose reply was too long for its room
     unsigned statusWord = 0;
     Bytes data;      ///< of all replies
     Bytes lastData;  ///< of the last one

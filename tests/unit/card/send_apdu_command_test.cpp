@@ -182,35 +182,65 @@ TEST(SendApduCommand, CutsALengthBeyondTheBuffer) {
     EXPECT_EQ(log.output().back(), (LogLine{"DEBUG", "Bytes received: 4294967295"}));
 }
 
-TEST(SendApduCommand, EndsTheExchangeWhenAGetResponseFails) {
-    // A call that fails brings no status bytes, whatever its length names: zeros, or even a 61xx.
-    for (const char* left : {"0000", "6110", "EE 9000"}) {
+TEST(SendApduCommand, ParsesWhatAFailedGetResponseLeftInTheBuffer) {
+    struct Row {
+        const char* left;
+        unsigned statusWord;
+        LONG code;
+        const char* data;
+    };
+    for (const Row& row : {Row{"EE 9000", 0x9000, 0, "AA EE"}, Row{"0000", 0x0000, 0, "AA"},
+                           Row{"6A88", 0x6A88, SCARD_E_FILE_NOT_FOUND, "AA"}}) {
+        SCOPED_TRACE(row.left);
         ScriptedCard card;
-        card.expect(root, "AA 6101").expectFailure("00C0 0000 01", SCARD_W_REMOVED_CARD, left);
+        card.expect(root, "AA 6101").expectFailure("00C0 0000 01", SCARD_W_REMOVED_CARD, row.left);
         LogCapture log;
         const ApduResult result = sendRootSelection();
-        EXPECT_EQ(result.Sw1Sw2(), 0x6101);
-        EXPECT_EQ(result.transportErrorCode, SCARD_W_REMOVED_CARD);
-        EXPECT_EQ(result.responseData, bytes("AA"));
-        EXPECT_FALSE(result.success());
+        EXPECT_EQ(result.Sw1Sw2(), row.statusWord);
+        EXPECT_EQ(result.transportErrorCode, row.code);
+        EXPECT_EQ(result.responseData, bytes(row.data));
+        EXPECT_EQ(result.success(), row.statusWord == 0x9000);
         EXPECT_EQ(log.output(), LogLines{});
     }
 }
 
-TEST(SendApduCommand, EndsTheExchangeWhenAGetResponseBringsFewerThanTwoBytes) {
+TEST(SendApduCommand, GoesOnWithGetResponseWhereAFailedOneLeftA61xx) {
+    ScriptedCard card;
+    card.expect(root, "AA 6101")
+        .expectFailure("00C0 0000 01", SCARD_W_REMOVED_CARD, "BB 6102")
+        .expect("00C0 0000 02", "CC 9000");
+    const ApduResult result = sendRootSelection();
+    EXPECT_TRUE(result.success());
+    EXPECT_EQ(result.responseData, bytes("AABBCC"));
+}
+
+TEST(SendApduCommand, SendsGetResponseAgainWhereOneBringsFewerThanTwoBytes) {
     for (const LONG code : {LONG{0}, SCARD_W_REMOVED_CARD}) {
         for (const char* left : {"", "61"}) {
             ScriptedCard card;
-            card.expect(root, "AA 6101").expectFailure("00C0 0000 01", code, left);
+            card.expect(root, "AA 6101")
+                .expectFailure("00C0 0000 01", code, left)
+                .expect("00C0 0000 01", "BB 9000");
             LogCapture log;
             const ApduResult result = sendRootSelection();
-            EXPECT_EQ(result.Sw1Sw2(), 0x6101);
-            EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
-            EXPECT_EQ(result.responseData, bytes("AA"));
-            EXPECT_FALSE(result.success());
+            EXPECT_TRUE(result.success());
+            EXPECT_EQ(result.responseData, bytes("AABB"));
             EXPECT_EQ(log.output(), LogLines{shortReply});
         }
     }
+}
+
+TEST(SendApduCommand, GivesACardThatIsGoneUpAfter64GetResponses) {
+    ScriptedCard card;
+    card.expect(root, "AA 6101");
+    for (int sent = 0; sent < 64; ++sent) card.expectFailure("00C0 0000 01", SCARD_W_REMOVED_CARD);
+    LogCapture log;
+    const ApduResult result = sendRootSelection();
+    EXPECT_EQ(result.Sw1Sw2(), 0x6101);
+    EXPECT_EQ(result.transportErrorCode, SCARD_E_UNEXPECTED);
+    EXPECT_EQ(result.responseData, bytes("AA"));
+    EXPECT_FALSE(result.success());
+    EXPECT_EQ(log.output(), LogLines(64, shortReply));
 }
 
 // A card that never stops saying 61xx, with that many bytes of data each time.
