@@ -30,9 +30,9 @@ void put(Step& step, const Exchange& exchange, const Fault* fault) {
     if (fault != nullptr && fault->kind == Fault::Kind::ClaimedLength) {
         bytes.resize(std::min<std::size_t>(fault->value, longestReply));
     }
-    // A reply to a GET RESPONSE that was too long for its room leaves its length alone.
+    // A reply to a GET RESPONSE that was too long for its room leaves its length and no bytes.
     const bool isTooLong = exchange.code == status::insufficientBuffer;
-    if (isTooLong) bytes.assign(std::min(bytes.size(), longestReply), 0);
+    if (isTooLong) bytes = {0, 0};
     step.wasReset = exchange.code == status::resetCard;
     step.answered = (exchange.code == 0 || isTooLong) && bytes.size() >= 2;
     if (!step.answered) return;
