@@ -21,10 +21,6 @@ BYTE ins(const Step& step) {
 bool has(const Step& step, unsigned statusWord) {
     return step.answered && step.statusWord == statusWord;
 }
-bool isGood(const Step& step) {
-    return has(step, 0x9000);
-}
-
 void put(Step& step, const Exchange& exchange, const Fault* fault) {
     Bytes bytes = exchange.reply;
     if (fault != nullptr && fault->kind == Fault::Kind::ClaimedLength) {
@@ -411,6 +407,10 @@ private:
 };
 
 }  // namespace
+
+bool isGood(const Step& step) {
+    return has(step, 0x9000);
+}
 
 Steps stepsOf(const std::vector<Exchange>& exchanges, std::size_t n, const Fault& fault,
               bool reconnects) {

@@ -22,6 +22,9 @@ struct Step {
 };
 using Steps = std::vector<Step>;
 
+/// Answered with 9000.
+bool isGood(const Step& step);
+
 /// @param n  the number, from 1, of the exchange that the fault struck; 0 for none
 /// @param reconnects  whether the reader comes back after a reset
 Steps stepsOf(const std::vector<virtual_card::Exchange>& exchanges, std::size_t n = 0,

@@ -553,7 +553,7 @@ Outcome ruleOfSignature(const PlatformSide& card, const GoodRun& good, const Ste
     Outcome outcome{boundary::statusOfSignature(good.steps, run), {}, {}};
     if (run.size() != good.steps.size()) return outcome;
     const boundary::Step& last = run.back();
-    if (!last.answered || last.statusWord != 0x9000) return outcome;
+    if (!isGood(last)) return outcome;
     appendField(outcome.given, static_cast<DWORD>(last.data.size()));
     const Bytes signature = card.isEcKey(container) ? last.data : boundary::reversed(last.data);
     append(outcome.given, signature.data(), signature.size());
