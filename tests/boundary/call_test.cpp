@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "calls.h"
+#include "support/statuses.h"
 
 namespace boundary {
 namespace {
@@ -738,6 +739,7 @@ void answersOfTheCard(Calls& calls) {
                          {virtual_card::Fault::Kind::StatusWord, word});
             }
             answered(n, "256 bytes", {virtual_card::Fault::Kind::LongData, 0x42});
+            answered(n, "nothing", {virtual_card::Fault::Kind::TransportError, status::lostData});
         }
         card.reader.clearExchanges();
     };
@@ -759,7 +761,9 @@ void answersOfTheCard(Calls& calls) {
     for (BYTE container = 0; container < card.containers(); ++container) {
         each(
             "CardSignData: container " + number(container),
-            {0x6982, 0x6985, 0x6A88, 0x6D00, 0x6100, 0x9000}, [&] { card.openKey(container); },
+            {0x6982, 0x6700, 0x67FF, 0x6985, 0x6986, 0x6A84, 0x6A86, 0x6A88, 0x6C10, 0x6D00, 0x6100,
+             0x9000},
+            [&] { card.openKey(container); },
             [&] {
                 const Answer answer = card.signMessage(container, "a message");
                 calls.tell("size", static_cast<DWORD>(answer.bytes.size()));
@@ -799,8 +803,14 @@ void otherAtrs(Calls& calls) {
         calls.tell("sent", text);
     };
     const Bytes own = card.publicKey(0);
-    for (const int type : allCardTypes()) {
-        Bytes other = virtual_card::VirtualReader(*virtual_card::findGeneration(type)).card().atr();
+    std::vector<int> types = allCardTypes();
+    constexpr int none = 0;
+    types.push_back(none);
+    for (const int type : types) {
+        Bytes other{0x3B, 0x00};
+        if (type != none) {
+            other = virtual_card::VirtualReader(*virtual_card::findGeneration(type)).card().atr();
+        }
         CARD_DATA record = calls.data;
         record.pbAtr = other.data();
         record.cbAtr = static_cast<DWORD>(other.size());

@@ -42,12 +42,12 @@ public:
     std::function<Bytes(std::size_t)> parameters = [](std::size_t size) {
         return Bytes{0x62, 0x04, 0x80, 0x02, BYTE(size >> 8), BYTE(size)};
     };
-    int commands = 0;
+    std::vector<Bytes> commands;
 
 private:
     std::int32_t transmit(std::uint32_t protocol, const Bytes& command, std::uint8_t* reply,
                           std::uint32_t* replyLength) {
-        ++commands;
+        commands.push_back(command);
         const bool isSelect = command[1] == 0xA4 && command[3] == 0x04 && command.size() > 6;
         const bool isFile = isSelect && (command[2] == 0x02 || command[2] == 0x09);
         if (command[1] == 0xA4) selected_ = isFile ? lastIdentifier(command) : 0;
@@ -99,6 +99,12 @@ Bytes lengthOf(std::size_t size, BYTE form) {
     }
 }
 
+Bytes element(BYTE tag, const Bytes& value) {
+    Bytes result{tag, 0x82, BYTE(value.size() >> 8), BYTE(value.size())};
+    result.insert(result.end(), value.begin(), value.end());
+    return result;
+}
+
 // The same elements with lengths of another form, in what they hold as well.
 Bytes recoded(const Bytes& bytes, BYTE form) {
     Bytes result;
@@ -142,6 +148,10 @@ void inEachForm(const Bytes& file,
     Bytes other = file;
     other.push_back(0);
     use("with a byte behind it", other);
+    other.assign({0x13, 0x82, 0x01, 0x2C});
+    other.resize(4 + 0x12C);
+    other.insert(other.end(), file.begin(), file.end());
+    use("with another element ahead of it", other);
     for (std::size_t size = 1; size <= 4; ++size) {
         if (size > file.size()) break;
         const auto count = static_cast<std::ptrdiff_t>(size);
@@ -163,9 +173,9 @@ std::string seenOfAcquisitions(int cardType) {
     OtherFiles files(calls.card);
     const auto acquire = [&](const std::string& what) {
         calls.call("CardAcquireContext: " + what, [&] {
-            files.commands = 0;
+            files.commands.clear();
             const DWORD status = calls.card.acquire();
-            calls.tell("commands", static_cast<DWORD>(files.commands));
+            calls.tell("commands", static_cast<DWORD>(files.commands.size()));
             if (status == 0) {
                 const Bytes identifier = calls.card.readFile(nullptr, "cardid").bytes;
                 calls.tellBytes("cardid", identifier.data(), identifier.size());
@@ -237,10 +247,10 @@ std::string seenOfPins(int cardType) {
         for (const std::string pin : {"123", "123456789012"}) {
             calls.call(
                 "CardAuthenticateEx: " + what + ", " + std::to_string(pin.size()) + " digits", [&] {
-                    files.commands = 0;
+                    files.commands.clear();
                     calls.card.reader.clearExchanges();
                     const DWORD status = calls.card.authenticate(1, pin);
-                    calls.tell("commands", static_cast<DWORD>(files.commands));
+                    calls.tell("commands", static_cast<DWORD>(files.commands.size()));
                     return status;
                 });
         }
@@ -266,6 +276,28 @@ TEST(CardFiles, InOtherFormsAreTakenExactlyAsItIsKept) {
 
 TEST(CardFiles, WithTheLimitsOfAPinAreTakenExactlyAsItIsKept) {
     expectAsKept("files-card-type-5-pin.txt", seenOfPins(5));
+}
+
+// A file may name another by any path: the directory's goes out whole up to 255 bytes, which is the
+// most that a length byte tells, and not at all beyond.
+TEST(CardFiles, AreSelectedByPathsOfUpTo255Bytes) {
+    for (const std::size_t length : {std::size_t{254}, std::size_t{255}, std::size_t{256}}) {
+        SCOPED_TRACE(length);
+        PlatformSide card(5);
+        OtherFiles files(card);
+        Bytes path(length, 0x44);
+        Bytes wanted{0x00, 0xA4, 0x09, 0x04};
+        if (length <= 255) {
+            wanted.push_back(static_cast<BYTE>(length));
+            wanted.insert(wanted.end(), path.begin(), path.end());
+        }
+        wanted.push_back(0x00);
+        path.insert(path.end(), {0x43, 0x31});
+        files.given = {{0x5031, element(0xA4, element(0x30, element(0x04, path)))}};
+        card.acquire();
+        EXPECT_NE(std::ranges::find(files.commands, wanted), files.commands.end());
+        card.release();
+    }
 }
 
 }  // namespace

@@ -187,5 +187,29 @@ TEST(FaultsAtTheAcquisition, ACardPulledOutInTheMiddleOfAChainEndsIt) {
     EXPECT_EQ(card.acquire(), status::unexpected);
 }
 
+TEST_P(Faults, AReplyThatIsStatedAByteTooLongHasNoStatusWord) {
+    // Whatever the buffer ends with: here it would be 9000 with the one byte behind it.
+    PlatformSide card(GetParam());
+    card.acquireOrFail();
+    CardSeam seam = *card.reader.seam();
+    seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
+                       const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
+                       std::uint32_t* replyLength) {
+        const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
+        const std::uint32_t room = *replyLength;
+        const std::int32_t code =
+            inner.transmit(self, handle, protocol, command, length, reply, replyLength);
+        constexpr std::uint8_t verifyIns = 0x20;
+        if (command[1] != verifyIns) return code;
+        std::fill_n(reply, room, std::uint8_t{0x90});
+        *replyLength = room + 1;
+        return code;
+    };
+    putBehindTheSeam(&seam);
+    EXPECT_EQ(card.authenticate(1, card.pin(virtual_card::PinRole::Authentication)),
+              status::unexpected);
+    putBehindTheSeam(card.reader.seam());
+}
+
 }  // namespace
 }  // namespace boundary
