@@ -27,7 +27,7 @@ usage() {
 run_fuzzer() {
     program=$1 prefix=$2
     shift 2
-    "$program" -timeout=60 -detect_leaks=0 -dict=tests/fuzz/dictionary.txt -print_final_stats=1 \
+    "$program" -timeout=300 -report_slow_units=60 -detect_leaks=0 -dict=tests/fuzz/dictionary.txt -print_final_stats=1 \
         -artifact_prefix="$prefix" "$@"
 }
 

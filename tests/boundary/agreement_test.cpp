@@ -7,6 +7,7 @@
 namespace boundary {
 namespace {
 
+using KelmoraID::testing::exited;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -214,14 +215,12 @@ TEST_P(Agreement, ReachesTheFirstHandlerWhenTheCardWantsItsPinAfterAll) {
     EXPECT_EQ(agree(other->blob()), status::securityViolation);
     EXPECT_EQ(log.file().back(),
               (LogLine{"CardConstructDHAgreement",
-                       "Exiting the function, with status code: '0x8010006a' (security "
-                       "violation)"}));
+                       exited(status::securityViolation, " (security violation)")}));
     expectNoneKept(other->blob());
 }
 
 TEST_P(Agreement, ReachesTheSecondHandlerByAThrownPointerAndByAThrownObject) {
-    const LogLine other_{"CardConstructDHAgreement",
-                         "Exiting the function, with status code: '0x8010001f' (other)"};
+    const LogLine other_{"CardConstructDHAgreement", exited(status::unexpected, " (other)")};
     for (const std::size_t n : {3u, 4u}) {
         DriverLog log;
         card.reader.failTransmit(n, {virtual_card::Fault::Kind::StatusWord, 0x6A80});
@@ -236,8 +235,7 @@ TEST_P(Agreement, WithoutDataFromTheCardIsAFailure) {
     card.reader.failTransmit(4, {virtual_card::Fault::Kind::StatusWord, 0x9000});
     EXPECT_EQ(agree(other->blob()), status::unexpected);
     EXPECT_EQ(log.file().back(),
-              (LogLine{"CardConstructDHAgreement",
-                       "Exiting the function, with status code: '0x8010001f' (failure)"}));
+              (LogLine{"CardConstructDHAgreement", exited(status::unexpected, " (failure)")}));
     expectNoneKept(other->blob());
 }
 
@@ -300,8 +298,7 @@ TEST_P(Agreement, LooksAtTheContextHandleLate) {
     EXPECT_EQ(derive(index, nullptr).status, status::invalidParameter);
     EXPECT_FALSE(card.reader.exchanges().empty()) << "after the card has been spoken to";
     EXPECT_EQ(log.file().back(),
-              (LogLine{"CardDeriveKey",
-                       "Exiting the function, with status code: '0x80100004'. isNoCardMode"}));
+              (LogLine{"CardDeriveKey", exited(status::invalidParameter, ". isNoCardMode")}));
     card.reader.clearExchanges();
     EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), status::invalidParameter);
     EXPECT_FALSE(card.reader.exchanges().empty());
@@ -320,8 +317,7 @@ TEST_P(Agreement, ServesManyDerivationsUntilItIsDestroyed) {
     DriverLog log;
     EXPECT_EQ(derive(index, nullptr).status, status::invalidParameter);
     EXPECT_EQ(log.file().back(),
-              (LogLine{"CardDeriveKey",
-                       "Exiting the function, with status code: '0x80100004'. CMR_447"}));
+              (LogLine{"CardDeriveKey", exited(status::invalidParameter, ". CMR_447")}));
 }
 
 TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
@@ -331,8 +327,7 @@ TEST_P(Agreement, AnAllocationThatFailsIsStatusEight) {
     DriverLog log;
     EXPECT_EQ(derive(index, nullptr).status, status::notEnoughMemory);
     EXPECT_EQ(log.file().back(),
-              (LogLine{"CardDeriveKey",
-                       "Exiting the function, with status code: '0x00000008'. No memory."}));
+              (LogLine{"CardDeriveKey", exited(status::notEnoughMemory, ". No memory.")}));
 }
 
 TEST(AgreementOnP256, SendsThePointIn66BytesOnCardType5AndIn65OnCardType6) {

@@ -5,6 +5,7 @@
 namespace boundary {
 namespace {
 
+using KelmoraID::testing::exited;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -55,10 +56,7 @@ protected:
     void expectRefusal(DWORD status, const std::string& suffix) {
         log.clear();
         EXPECT_EQ(decrypt(), status);
-        char text[64];
-        std::snprintf(text, sizeof(text), "Exiting the function, with status code: '0x%08x'",
-                      static_cast<unsigned>(status));
-        EXPECT_EQ(log.file().back(), line(text + suffix));
+        EXPECT_EQ(log.file().back(), line(exited(status, suffix)));
         EXPECT_EQ(buffer, block) << "the block stays as it came";
     }
     DriverLog log;
@@ -192,8 +190,7 @@ TEST(DecryptionOfTheSigningKey, IsMeasuredByTheKeyOfTheFirstContainer) {
     card.acquireOrFail();
     card.openKey(1);
     EXPECT_EQ(card.decrypt(1, Bytes(128, 1)).status, status::unexpected);
-    EXPECT_EQ(log.file().back(),
-              line("Exiting the function, with status code: '0x8010001f' (empty data vector)"));
+    EXPECT_EQ(log.file().back(), line(exited(status::unexpected, " (empty data vector)")));
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "Decipher failed. Message length shorther than expected."}}));
     EXPECT_EQ(card.decrypt(1, Bytes(31, 1)).status, status::insufficientBuffer);

@@ -31,30 +31,18 @@ bool isRead(const Bytes& command) {
     return command.size() == 5 && command[0] == 0x00 && command[1] == 0xB0;
 }
 
-template <typename Fits>
-std::vector<int> cardTypes(const Fits& fits) {
-    std::vector<int> types;
-    for (const auto& generation : virtual_card::generations()) {
-        if (fits(generation.keys)) types.push_back(generation.cardType);
-    }
-    return types;
-}
-
 }  // namespace
 
-std::vector<int> allCardTypes() {
-    return cardTypes([](const auto&) { return true; });
-}
-
 std::vector<int> rsaCardTypes() {
-    return cardTypes([](const auto& keys) {
-        return std::any_of(keys.begin(), keys.end(),
+    return cardTypes([](const auto& generation) {
+        return std::any_of(generation.keys.begin(), generation.keys.end(),
                            [](const auto& key) { return virtual_card::isRsa(key.kind); });
     });
 }
 
 std::vector<int> ecCardTypes() {
-    return cardTypes([](const auto& keys) { return !virtual_card::isRsa(keys.front().kind); });
+    return cardTypes(
+        [](const auto& generation) { return !virtual_card::isRsa(generation.keys.front().kind); });
 }
 
 PlatformSide::PlatformSide(int cardType)

@@ -11,17 +11,17 @@
 
 #include "driver_under_test.h"
 #include "platform/wide_text.h"
+#include "support/card_types.h"
 #include "support/log_capture.h"
 #include "virtual_card/winscard/virtual_reader.h"
 
 namespace boundary {
 
+using ::allCardTypes;
 using virtual_card::Bytes;
 using virtual_card::fromHex;
 using virtual_card::toHex;
 
-/// The types of the virtual cards that there are.
-std::vector<int> allCardTypes();
 /// Those with an RSA key.
 std::vector<int> rsaCardTypes();
 /// Those whose key of container 0, the only one that agrees, is an EC key.

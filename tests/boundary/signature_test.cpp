@@ -7,6 +7,7 @@
 namespace boundary {
 namespace {
 
+using KelmoraID::testing::exited;
 using KelmoraID::testing::LogLine;
 using KelmoraID::testing::LogLines;
 
@@ -300,9 +301,7 @@ TEST(SignatureOfRsa, RefusedByAnUnknownStatusWordReportsSuccessWithoutASignature
     EXPECT_EQ(card.data.pfnCardSignData(&card.data, &info), 0u);
     EXPECT_EQ(info.pbSignedData, nullptr);
     EXPECT_EQ(info.cbSignedData, 77u);
-    EXPECT_EQ(log.file().back(),
-              (LogLine{"CardSignData",
-                       "Exiting the function, with status code: '0x00000000' from APDU"}));
+    EXPECT_EQ(log.file().back(), (LogLine{"CardSignData", exited(status::success, " from APDU")}));
 }
 
 TEST(SignatureOfRsa, ThatIsLongerThanOneReplyIsGatheredWhole) {

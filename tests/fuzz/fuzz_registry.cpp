@@ -36,9 +36,12 @@ extern "C" LSTATUS WINAPI RegGetValueW(HKEY, LPCWSTR lpSubKey, LPCWSTR lpValue, 
         case 1:
             *pcbData = answers->word();
             break;
-        case 2:
-            *pcbData = answers->number();
+        case 2: {
+            // From 1 MiB on it is more than is ever read: a length between would cost seconds.
+            const DWORD length = answers->number();
+            *pcbData = length < 0x100000 ? length : length | 0x80000000;
             break;
+        }
         default:  // The length stays as it was told.
             break;
     }

@@ -1,5 +1,8 @@
 #include "support/fineid_script.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 
 #include "support/delete_context.h"
@@ -75,13 +78,7 @@ ByteVector operator+(const ByteVector& left, const ByteVector& right) {
 }
 
 std::string hexOf(const ByteVector& value) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const BYTE byte : value) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
+    return fmt::format("{:02X}", fmt::join(value, ""));
 }
 
 ByteVector ciaInfo(const FineidContent& content) {

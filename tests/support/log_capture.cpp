@@ -89,11 +89,14 @@ LogLines lines(const std::string& scope, std::initializer_list<std::string> mess
     return result;
 }
 
-std::string exited(const std::string& status, const std::string& suffix) {
-    return "Exiting the function, with status code: '" + status + "'" + suffix;
+std::string exited(std::uint32_t status, const std::string& suffix) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "Exiting the function, with status code: '0x%08x'",
+                  static_cast<unsigned>(status));
+    return text + suffix;
 }
 
-LogLine exitLine(const std::string& scope, const std::string& status) {
+LogLine exitLine(const std::string& scope, std::uint32_t status) {
     return {scope, exited(status)};
 }
 

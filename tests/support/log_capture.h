@@ -1,6 +1,7 @@
 // What a test sees of the two log channels, as whole lines.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <iosfwd>
 #include <string>
@@ -20,9 +21,9 @@ using LogLines = std::vector<LogLine>;
 
 /// Lines under one scope.
 LogLines lines(const std::string& scope, std::initializer_list<std::string> messages);
-/// The text of an exit line, with the status as it is printed ("0x80100004"), and the line.
-std::string exited(const std::string& status, const std::string& suffix = "");
-LogLine exitLine(const std::string& scope, const std::string& status);
+/// The text of an exit line, and the line.
+std::string exited(std::uint32_t status, const std::string& suffix = "");
+LogLine exitLine(const std::string& scope, std::uint32_t status);
 
 /// Catches both channels from construction on. The log file is the one of tests/support/test_paths,
 /// in a folder of this process; it is emptied first. Every line's time stamp is checked for its

@@ -8,6 +8,8 @@ namespace status {
 
 inline constexpr DWORD success = 0;
 inline constexpr DWORD notEnoughMemory = 8;
+inline constexpr DWORD wrongParameter =
+    87;  ///< of the operating system; of PC/SC: invalidParameter
 inline constexpr DWORD revisionMismatch = 0x51A;
 inline constexpr DWORD invalidHandle = 0x80100003;
 inline constexpr DWORD invalidParameter = 0x80100004;
@@ -38,6 +40,7 @@ struct Row {
 inline constexpr Row numbers[] = {
     {success, static_cast<DWORD>(SCARD_S_SUCCESS)},
     {notEnoughMemory, static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY)},
+    {wrongParameter, static_cast<DWORD>(ERROR_INVALID_PARAMETER)},
     {revisionMismatch, static_cast<DWORD>(ERROR_REVISION_MISMATCH)},
     {invalidHandle, static_cast<DWORD>(SCARD_E_INVALID_HANDLE)},
     {invalidParameter, static_cast<DWORD>(SCARD_E_INVALID_PARAMETER)},

@@ -35,14 +35,14 @@ TEST(PinReferences, AreThoseOfTheGenerationForEveryPinId) {
 }
 
 TEST(PinReferences, AreTheSameForTheAdministratorAndTheUnblockPinOnEveryCard) {
-    for (const CardType cardType : allCardTypes) {
+    for (const CardType cardType : everyCardType()) {
         EXPECT_EQ(pinReferenceOf(PinId::administrator, cardType),
                   pinReferenceOf(PinId::unblock, cardType));
     }
 }
 
 TEST(PinReferences, HaveNoValueOutsideThePinIds1To4) {
-    for (const CardType cardType : allCardTypes) {
+    for (const CardType cardType : everyCardType()) {
         for (const std::uint32_t pinId : {0u, 5u, 0x80000001u, 0xFFFFFFFFu}) {
             EXPECT_EQ(pinReferenceOf(pinIdOf(pinId), cardType), std::nullopt);
         }
@@ -59,7 +59,7 @@ TEST(IsValidPinId, IsTrueFrom1To4) {
 
 TEST(PinReference, SendsNothingWithoutSelection) {
     const PlatformCallsGuard guard;
-    for (const CardType cardType : allCardTypes) {
+    for (const CardType cardType : everyCardType()) {
         const ScriptedCard card;
         CardOperations operations(ScriptedCard::handle, cardType);
         for (std::uint32_t pinId = 0; pinId < 6; ++pinId) {
@@ -72,7 +72,7 @@ TEST(PinReference, SendsNothingWithoutSelection) {
 
 TEST(PinReference, SelectsTheRootForAllPinsButTheSignaturePin) {
     const PlatformCallsGuard guard;
-    for (const CardType cardType : allCardTypes) {
+    for (const CardType cardType : everyCardType()) {
         for (const PinId pinId : {PinId::user, PinId::administrator, PinId::unblock}) {
             ScriptedCard card;
             card.expect(selectRootCommand, "9000");
@@ -84,7 +84,7 @@ TEST(PinReference, SelectsTheRootForAllPinsButTheSignaturePin) {
 
 TEST(PinReference, SelectsEsignForTheSignaturePin) {
     const PlatformCallsGuard guard;
-    for (const CardType cardType : allCardTypes) {
+    for (const CardType cardType : everyCardType()) {
         ScriptedCard card;
         card.expect(selectRootCommand, "9000");
         card.expect(

@@ -93,14 +93,14 @@ TEST_F(CardReadFileTest, LogsParametersAndExit) {
                         {"CardReadFile",
                          "function parameters, pszDirectoryName:'NULL', pszFileName:'cardcf' "
                          "dwFlags:'0'"},
-                        exitLine("CardReadFile", "0x00000000")}));
+                        exitLine("CardReadFile", status::success)}));
     read(two, "mscp", "kxc00");
     EXPECT_EQ(log.file(),
               (LogLines{{"CardReadFile", "Entering the function"},
                         {"CardReadFile",
                          "function parameters, pszDirectoryName:'mscp', pszFileName:'kxc00' "
                          "dwFlags:'0'"},
-                        exitLine("CardReadFile", "0x00000000")}));
+                        exitLine("CardReadFile", status::success)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -126,15 +126,15 @@ TEST_F(CardReadFileTest, RefusesBadArgumentsWithoutAFurtherLine) {
 TEST_F(CardReadFileTest, RefusesAnotherDirectoryThanMscp) {
     for (const char* directory : {"other", "", "mscp ", "mscpmscpmscp"}) {
         EXPECT_EQ(read(two, directory, "kxc00").status, status::directoryNotFound) << directory;
-        EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100023"));
+        EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::directoryNotFound));
     }
 }
 
 TEST_F(CardReadFileTest, RefusesUnknownNamesInBothDirectories) {
     EXPECT_EQ(read(two, nullptr, "nothing").status, status::fileNotFound);
-    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::fileNotFound));
     EXPECT_EQ(read(two, "mscp", "kxc01").status, status::fileNotFound);
-    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::fileNotFound));
 }
 
 TEST_F(CardReadFileTest, HasTheCertificatesInMscpOnlyAndCardidInTheRootOnly) {
@@ -145,7 +145,7 @@ TEST_F(CardReadFileTest, HasTheCertificatesInMscpOnlyAndCardidInTheRootOnly) {
 
 TEST_F(CardReadFileTest, HasKsc02OnlyWithASecondSigningKey) {
     EXPECT_EQ(read(two, "mscp", "ksc02").status, status::fileNotFound);
-    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x80100024"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::fileNotFound));
 }
 
 TEST_F(CardReadFileTest, FailsForMsrootsWithoutALine) {
@@ -163,7 +163,7 @@ TEST_F(CardReadFileTest, LeavesTheSizeAfterAFailedAllocation) {
     EXPECT_EQ(CardReadFile(two.data(), nullptr, name("cardid"), 0, &data, &size), 8);
     EXPECT_EQ(size, 16);
     EXPECT_EQ(data, nullptr);
-    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x00000008"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::notEnoughMemory));
 }
 
 TEST_F(CardReadFileTest, LeavesTheBufferOfAnEmptyMapWithTheCaller) {
@@ -174,7 +174,7 @@ TEST_F(CardReadFileTest, LeavesTheBufferOfAnEmptyMapWithTheCaller) {
               status::unexpected);
     EXPECT_EQ(size, 0);
     EXPECT_EQ(PlatformRecord::liveAllocations(), 1);
-    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", "0x8010001f"));
+    EXPECT_EQ(log.file().back(), exitLine("CardReadFile", status::unexpected));
     two.data()->pfnCspFree(data);
 }
 

@@ -80,8 +80,8 @@ void agree(KeysFixture& keys, BYTE expectedIndex, const std::string& secret) {
     EXPECT_EQ(CardConstructDHAgreement(keys.data, &request.info), 0u);
     EXPECT_EQ(request.info.bSecretAgreementIndex, expectedIndex);
     EXPECT_EQ(keys.log.file().back().message,
-              exited("0x00000000", ". Added DH secret agreement to index '" +
-                                       std::to_string(expectedIndex) + "'."));
+              exited(status::success, ". Added DH secret agreement to index '" +
+                                          std::to_string(expectedIndex) + "'."));
 }
 
 void destroy(KeysFixture& keys, BYTE index) {
@@ -203,7 +203,7 @@ TEST(CardConstructDHAgreement, SendsThePointIn65BytesOnCardType6) {
     EXPECT_EQ(keys.log.file(),
               lines(scope,
                     {entered, parameters(request.info), publicKeyLine(request.blob), reservedIsNull,
-                     exited("0x00000000", ". Added DH secret agreement to index '1'.")}));
+                     exited(status::success, ". Added DH secret agreement to index '1'.")}));
     EXPECT_EQ(keys.log.output(), LogLines{});
     EXPECT_EQ(request.info.bSecretAgreementIndex, 1);
     EXPECT_EQ(keys.context.secretAgreements, (Agreements{{1, bytes("0A 0B")}}));
@@ -254,7 +254,7 @@ TEST(CardConstructDHAgreement, WritesTheReservedPointerInItsLine) {
                        "dwVersion:'0x00000002'"),
                       "with parameters, pbPublicKey:'0 1 2 3 4 5 6 7 ', ",
                       "with parameters, pbReserved:'0x00001234'",
-                      exited("0x00000000", ". Added DH secret agreement to index '1'.")}));
+                      exited(status::success, ". Added DH secret agreement to index '1'.")}));
 }
 
 TEST(CardConstructDHAgreement, TakesTheSecretByGetResponse) {
@@ -272,7 +272,7 @@ TEST(CardConstructDHAgreement, FailsWhenTheCardGivesNothing) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "9000");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (failure)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (failure)"));
     EXPECT_EQ(keys.log.output(),
               (LogLines{{"DEBUG", "Decipher failed. No decrypted data returned by card."}}));
 }
@@ -283,7 +283,7 @@ TEST(CardConstructDHAgreement, ReportsTheCards6982AsASecurityViolation) {
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "6982");
     expectFailure(keys, request, status::securityViolation,
-                  exited("0x8010006a", " (security violation)"));
+                  exited(status::securityViolation, " (security violation)"));
 }
 
 TEST(CardConstructDHAgreement, ReportsAnObjectOfAnotherFamilyAsOther) {
@@ -291,7 +291,7 @@ TEST(CardConstructDHAgreement, ReportsAnObjectOfAnotherFamilyAsOther) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04")), "6A80");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (other)"));
 }
 
 TEST(CardConstructDHAgreement, ReportsAPointerAsOther) {
@@ -299,7 +299,7 @@ TEST(CardConstructDHAgreement, ReportsAPointerAsOther) {
     Request request;
     keys.expectPinQuery();
     keys.card.expect(mse91, "6A88");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (other)"));
 }
 
 TEST(CardConstructDHAgreement, HandsALogicErrorToTheFirstHandlerAndAPointerToOneToTheSecond) {
@@ -319,11 +319,11 @@ TEST(CardConstructDHAgreement, HandsALogicErrorToTheFirstHandlerAndAPointerToOne
     };
     fault = [] { throw std::out_of_range("planted"); };
     expectFailure(keys, request, status::securityViolation,
-                  exited("0x8010006a", " (security violation)"));
+                  exited(status::securityViolation, " (security violation)"));
     fault = [&] { throw &planted; };
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (other)"));
     fault = [] { throw std::bad_alloc(); };
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (other)"));
     EXPECT_EQ(sent, 9);
 }
 
@@ -332,7 +332,7 @@ TEST(CardConstructDHAgreement, SendsNoPointThatOneCommandCannotCarry) {
     Request request(255);
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (other)"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected, " (other)"));
     Request longest(254);
     keys.expectPinQuery();
     keys.card.expect(mse91, "9000").expect(decipher(point("04", 254)), "0A 9000");

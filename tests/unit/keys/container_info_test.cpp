@@ -63,7 +63,8 @@ TEST(CardGetContainerInfo, RefusesContainer2WithoutSecondSigningKey) {
     CONTAINER_INFO info{};
     info.dwVersion = 2;  // The index is looked at first.
     EXPECT_EQ(CardGetContainerInfo(keys.data, 2, 0, &info), status::noKeyContainer);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(2, 0, 2), exited("0x80100030")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(2, 0, 2), exited(status::noKeyContainer)}));
     EXPECT_EQ(info.dwVersion, 2u);
 }
 
@@ -71,7 +72,8 @@ TEST(CardGetContainerInfo, RefusesContainer3WithSecondSigningKey) {
     KeysFixture keys(CardType::type5, TestKey::p256);
     CONTAINER_INFO info{};
     EXPECT_EQ(CardGetContainerInfo(keys.data, 3, 0, &info), status::noKeyContainer);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(3, 0, 0), exited("0x80100030")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(3, 0, 0), exited(status::noKeyContainer)}));
 }
 
 TEST(CardGetContainerInfo, RefusesVersion2WithoutExitLineAndLeavesTheRecord) {
@@ -109,7 +111,8 @@ TEST(CardGetContainerInfo, GivesTheExchangeKeyOfContainer0AsAnEccBlob) {
     BYTE stale = 0;
     CONTAINER_INFO info{0, 7, 8, &stale, 9, &stale};
     EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), 0u);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(0, 0, 0), exited("0x00000000")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(0, 0, 0), exited(status::success)}));
     EXPECT_EQ(keys.log.output(), LogLines{});
     EXPECT_EQ(info.dwVersion, 1u);
     EXPECT_EQ(info.dwReserved, 0u);
@@ -163,7 +166,7 @@ TEST(CardGetContainerInfo, GivesRsaKeysWithTheAlgorithmOfTheirUse) {
         CONTAINER_INFO info{};
         EXPECT_EQ(CardGetContainerInfo(keys.data, row.index, 0, &info), 0u);
         EXPECT_EQ(keys.log.file(),
-                  lines(scope, {entered, parameters(row.index, 0, 0), exited("0x00000000")}));
+                  lines(scope, {entered, parameters(row.index, 0, 0), exited(status::success)}));
         const bool exchange = row.index == 0;
         EXPECT_EQ(exchange ? info.pbSigPublicKey : info.pbKeyExPublicKey, nullptr);
         EXPECT_EQ(exchange ? info.cbSigPublicKey : info.cbKeyExPublicKey, 0u);
@@ -218,7 +221,8 @@ TEST(CardGetContainerInfo, ReportsAnEccKeyWithoutMemoryWithItsLengthInPlace) {
     testing::PlatformRecord::failAllocation(1);
     CONTAINER_INFO info{};
     EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::notEnoughMemory);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(0, 0, 0), exited("0x00000008")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(0, 0, 0), exited(status::notEnoughMemory)}));
     EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
     EXPECT_EQ(info.cbKeyExPublicKey, 72u);
 }
@@ -228,7 +232,8 @@ TEST(CardGetContainerInfo, ReportsAnRsaKeyWithoutMemoryWithALengthOf0) {
     testing::PlatformRecord::failAllocation(1);
     CONTAINER_INFO info{};
     EXPECT_EQ(CardGetContainerInfo(keys.data, 1, 0, &info), status::notEnoughMemory);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(1, 0, 0), exited("0x00000008")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(1, 0, 0), exited(status::notEnoughMemory)}));
     EXPECT_EQ(info.pbSigPublicKey, nullptr);
     EXPECT_EQ(info.cbSigPublicKey, 0u);
 }
@@ -240,7 +245,7 @@ TEST(CardGetContainerInfo, GivesNoKeyThatThePlatformDoesNotDecode) {
         CONTAINER_INFO info{};
         EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::unexpected);
         EXPECT_EQ(keys.log.file(),
-                  lines(scope, {entered, parameters(0, 0, 0), exited("0x8010001f")}));
+                  lines(scope, {entered, parameters(0, 0, 0), exited(status::unexpected)}));
         EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
         EXPECT_EQ(info.cbKeyExPublicKey, 0u);
         EXPECT_EQ(testing::PlatformRecord::liveAllocations(), 0);
@@ -267,7 +272,8 @@ TEST(CardGetContainerInfo, GivesNoEccKeyThatHasNoByte) {
     const ChangedKey empty(keys.context.authCert, 0);
     CONTAINER_INFO info{};
     EXPECT_EQ(CardGetContainerInfo(keys.data, 0, 0, &info), status::unexpected);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, parameters(0, 0, 0), exited("0x8010001f")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, parameters(0, 0, 0), exited(status::unexpected)}));
     EXPECT_EQ(info.pbKeyExPublicKey, nullptr);
     EXPECT_EQ(info.cbKeyExPublicKey, 0u);
 }

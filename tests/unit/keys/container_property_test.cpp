@@ -42,7 +42,7 @@ constexpr LPCWSTR ecdhKey = WIDE_TEXT("Associated ECDH Key");
 TEST(CardGetContainerProperty, RefusesANullRecord) {
     KeysFixture keys(CardType::type3);
     EXPECT_EQ(Request{pinIdentifier}.run(nullptr), status::invalidParameter);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited("0x80100004")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited(status::invalidParameter)}));
     EXPECT_EQ(keys.log.output(), error("CMR_389: pCardData is NULL."));
 }
 
@@ -50,7 +50,7 @@ TEST(CardGetContainerProperty, RefusesWithoutACardContextWithTheExitLineAlone) {
     KeysFixture keys(CardType::type3);
     keys.data->hSCardCtx = 0;
     EXPECT_EQ(Request{nullptr}.run(keys.data), status::invalidParameter);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited("0x80100004")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {entered, exited(status::invalidParameter)}));
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
 
@@ -74,7 +74,7 @@ TEST(CardGetContainerProperty, RefusesAnIndexAtTheEndOfTheListBeforeItLooksAtThe
     KeysFixture keys(CardType::type3);
     EXPECT_EQ((Request{WIDE_TEXT("Unknown"), 2}.run(keys.data)), status::noKeyContainer);
     EXPECT_EQ(keys.log.file(), lines(scope, {entered, "with parameters wszProperty: 'Unknown'",
-                                             exited("0x80100030")}));
+                                             exited(status::noKeyContainer)}));
     EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));
 }
 
@@ -87,9 +87,9 @@ TEST(CardGetContainerProperty, RefusesAnUnknownName) {
     }
     EXPECT_EQ(Request{WIDE_TEXT("\u00E4")}.run(keys.data), status::invalidParameter);
     const LogLines file = keys.log.file();
-    EXPECT_EQ(
-        LogLines(file.end() - 3, file.end()),
-        lines(scope, {entered, "with parameters wszProperty: '\xC3\xA4'", exited("0x80100004")}));
+    EXPECT_EQ(LogLines(file.end() - 3, file.end()),
+              lines(scope, {entered, "with parameters wszProperty: '\xC3\xA4'",
+                            exited(status::invalidParameter)}));
 }
 
 TEST(CardGetContainerProperty, ChecksFlagsSizeAndLengthInThisOrderForEachProperty) {
@@ -105,15 +105,18 @@ TEST(CardGetContainerProperty, ChecksFlagsSizeAndLengthInThisOrderForEachPropert
         const DWORD tooSmall = row.size - 1;
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, tooSmall, nullptr, 1),
                   status::invalidParameter);
-        EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100004")}));
+        EXPECT_EQ(keys.log.file(),
+                  lines(scope, {entered, row.parameters, exited(status::invalidParameter)}));
         EXPECT_EQ(keys.log.output(), error("CMR_393: dwFlags is invalid."));
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, tooSmall, nullptr, 0),
                   status::insufficientBuffer);
-        EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100008")}));
+        EXPECT_EQ(keys.log.file(),
+                  lines(scope, {entered, row.parameters, exited(status::insufficientBuffer)}));
         EXPECT_EQ(keys.log.output(), error("CMR_395: cbData is too small."));
         EXPECT_EQ(CardGetContainerProperty(keys.data, 0, row.name, buffer, row.size, nullptr, 0),
                   status::invalidParameter);
-        EXPECT_EQ(keys.log.file(), lines(scope, {entered, row.parameters, exited("0x80100004")}));
+        EXPECT_EQ(keys.log.file(),
+                  lines(scope, {entered, row.parameters, exited(status::invalidParameter)}));
         EXPECT_EQ(keys.log.output(), error("CMR_396: pdwDataLen is NULL."));
         EXPECT_EQ(testing::platformCalls().counts["CryptDecodeObject"], 0) << "no key is read";
     }
@@ -131,8 +134,8 @@ TEST(CardGetContainerProperty, FillsContainerInfoInABufferOfTheRecordsSize) {
                         {"CardGetContainerInfo", entered},
                         {"CardGetContainerInfo",
                          "with parameters, bContainerIndex:'1' dwFlags:'0', dwVersion:'0'"},
-                        {"CardGetContainerInfo", exited("0x00000000")},
-                        {scope, exited("0x00000000")}}));
+                        {"CardGetContainerInfo", exited(status::success)},
+                        {scope, exited(status::success)}}));
     EXPECT_EQ(keys.log.output(), LogLines{});
     CONTAINER_INFO info;
     std::memcpy(&info, request.buffer.data(), sizeof(info));
@@ -167,7 +170,7 @@ TEST(CardGetContainerProperty, PassesOnTheStatusOfContainerInfo) {
                         {"CardGetContainerInfo", entered},
                         {"CardGetContainerInfo",
                          "with parameters, bContainerIndex:'0' dwFlags:'0', dwVersion:'2'"},
-                        {scope, exited("0x0000051a")}}));
+                        {scope, exited(status::revisionMismatch)}}));
     EXPECT_EQ(request.length, 77u);
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
@@ -185,7 +188,7 @@ TEST(CardGetContainerProperty, NamesThePinOfEachContainer) {
         EXPECT_EQ(request.run(keys.data), 0u);
         EXPECT_EQ(request.buffer, (ByteVector{row.pin, 0, 0, 0, 0xEE}));
         EXPECT_EQ(request.length, 4u);
-        EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited("0x00000000")}));
+        EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited(status::success)}));
         EXPECT_EQ(keys.log.output(), LogLines{});
     }
 }
@@ -194,7 +197,8 @@ TEST(CardGetContainerProperty, NamesNoPinOfAContainerThatIsNotValid) {
     KeysFixture keys(CardType::type3);
     keys.context.containers[1].bFlags = CONTAINER_MAP_DEFAULT_CONTAINER;
     EXPECT_EQ((Request{pinIdentifier, 1}.run(keys.data)), status::noKeyContainer);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited("0x80100030")}));
+    EXPECT_EQ(keys.log.file(),
+              lines(scope, {entered, pinParameters, exited(status::noKeyContainer)}));
     EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));
 }
 
@@ -204,8 +208,8 @@ TEST(CardGetContainerProperty, ExpectsNoThirdContainerWithoutSecondSigningKeyNor
     EXPECT_EQ((Request{pinIdentifier, 3}.run(keys.data)), status::unexpected);
     keys.context.hasSecondSignCert = false;
     EXPECT_EQ((Request{pinIdentifier, 2}.run(keys.data)), status::unexpected);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited("0x8010001f"), entered,
-                                             pinParameters, exited("0x8010001f")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {entered, pinParameters, exited(status::unexpected),
+                                             entered, pinParameters, exited(status::unexpected)}));
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
 
@@ -216,7 +220,8 @@ TEST(CardGetContainerProperty, HasNoAssociatedEcdhKeyForAnyContainer) {
         request.size = 1;
         EXPECT_EQ(request.run(keys.data), status::noKeyContainer);
         EXPECT_EQ(request.length, 77u);
-        EXPECT_EQ(keys.log.file(), lines(scope, {entered, ecdhParameters, exited("0x80100030")}));
+        EXPECT_EQ(keys.log.file(),
+                  lines(scope, {entered, ecdhParameters, exited(status::noKeyContainer)}));
         EXPECT_EQ(keys.log.output(), error("CMR_390: bContainerIndex is invalid."));
     }
 }

@@ -64,8 +64,8 @@ TEST(CardRSADecrypt, RefusesNullPointersWithTheExitLineAlone) {
     Request request;
     EXPECT_EQ(CardRSADecrypt(nullptr, &request.info), status::invalidParameter);
     EXPECT_EQ(CardRSADecrypt(keys.data, nullptr), status::invalidParameter);
-    EXPECT_EQ(keys.log.file(), lines(scope, {exited("0x80100004", " (CMR_413/414)."),
-                                             exited("0x80100004", " (CMR_413/414).")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {exited(status::invalidParameter, " (CMR_413/414)."),
+                                             exited(status::invalidParameter, " (CMR_413/414).")}));
 }
 
 TEST(CardRSADecrypt, MarksARecordOfVersion0AsVersion1AndRefusesIt) {
@@ -74,8 +74,8 @@ TEST(CardRSADecrypt, MarksARecordOfVersion0AsVersion1AndRefusesIt) {
     request.info.dwVersion = 0;
     EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), status::revisionMismatch);
     EXPECT_EQ(request.info.dwVersion, 1u);
-    EXPECT_EQ(keys.log.file(),
-              lines(scope, {entered(request.info), exited("0x0000051a", " (CMR_415).")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {entered(request.info),
+                                             exited(status::revisionMismatch, " (CMR_415).")}));
 }
 
 TEST(CardRSADecrypt, RefusesVersion1OfAVersion7CardAndVersion3OfAny) {
@@ -83,12 +83,14 @@ TEST(CardRSADecrypt, RefusesVersion1OfAVersion7CardAndVersion3OfAny) {
     for (const DWORD version : {1u, 3u}) {
         Request request(9, 9);
         request.info.dwVersion = version;
-        expectFailure(keys, request, status::revisionMismatch, exited("0x0000051a", " (CMR_415)."));
+        expectFailure(keys, request, status::revisionMismatch,
+                      exited(status::revisionMismatch, " (CMR_415)."));
     }
     keys.data->dwVersion = 6;
     Request request(9, 9);
     request.info.dwVersion = 3;
-    expectFailure(keys, request, status::revisionMismatch, exited("0x0000051a", " (CMR_415)."));
+    expectFailure(keys, request, status::revisionMismatch,
+                  exited(status::revisionMismatch, " (CMR_415)."));
 }
 
 TEST(CardRSADecrypt, TakesVersion1OfACardOfAnotherVersion) {
@@ -102,7 +104,8 @@ TEST(CardRSADecrypt, TakesVersion1OfACardOfAnotherVersion) {
 TEST(CardRSADecrypt, RefusesAContainerBeyondTheList) {
     KeysFixture keys(CardType::type3);
     Request request(2, 9);
-    expectFailure(keys, request, status::noKeyContainer, exited("0x80100030", " (CMR_416)."));
+    expectFailure(keys, request, status::noKeyContainer,
+                  exited(status::noKeyContainer, " (CMR_416)."));
 }
 
 TEST(CardRSADecrypt, RefusesKeySpecificationsOtherThan1And2) {
@@ -111,7 +114,7 @@ TEST(CardRSADecrypt, RefusesKeySpecificationsOtherThan1And2) {
         Request request(0, keySpec);
         request.info.pbData = nullptr;
         expectFailure(keys, request, status::invalidParameter,
-                      exited("0x80100004", " (CMR_417 case 1)."));
+                      exited(status::invalidParameter, " (CMR_417 case 1)."));
     }
 }
 
@@ -122,17 +125,18 @@ TEST(CardRSADecrypt, RefusesAKeySpecificationThatDoesNotFitTheContainer) {
         Request request(container, keySpec);
         request.info.pbData = nullptr;
         expectFailure(keys, request, status::invalidParameter,
-                      exited("0x80100004", " (CMR_417 case 2)."));
+                      exited(status::invalidParameter, " (CMR_417 case 2)."));
     }
 }
 
 TEST(CardRSADecrypt, RefusesContainer2WithoutSecondSigningKeyByTheListOrByThePair) {
     KeysFixture keys(CardType::type3);
     Request request(2, 2);
-    expectFailure(keys, request, status::noKeyContainer, exited("0x80100030", " (CMR_416)."));
+    expectFailure(keys, request, status::noKeyContainer,
+                  exited(status::noKeyContainer, " (CMR_416)."));
     keys.context.containers.push_back(keys.context.containers[1]);
     expectFailure(keys, request, status::invalidParameter,
-                  exited("0x80100004", " (CMR_417 case 2)."));
+                  exited(status::invalidParameter, " (CMR_417 case 2)."));
 }
 
 TEST(CardRSADecrypt, RefusesNoBlock) {
@@ -140,14 +144,15 @@ TEST(CardRSADecrypt, RefusesNoBlock) {
     Request request;
     request.info.pbData = nullptr;
     request.info.cbData = 0;
-    expectFailure(keys, request, status::invalidParameter, exited("0x80100004", " (CMR_418)."));
+    expectFailure(keys, request, status::invalidParameter,
+                  exited(status::invalidParameter, " (CMR_418)."));
 }
 
 TEST(CardRSADecrypt, ComparesTheBlockWithTheKeyOfContainer0AlsoForAnother) {
     KeysFixture keys(CardType::type3, TestKey::rsa2048, TestKey::rsa1024);
     Request request(1, 2, 255);
     expectFailure(keys, request, status::insufficientBuffer,
-                  exited("0x80100008", " (not enough data)."));
+                  exited(status::insufficientBuffer, " (not enough data)."));
     EXPECT_EQ(keys.card.statusCalls(), 0);
 }
 
@@ -157,15 +162,16 @@ TEST(CardRSADecrypt, RefusesAllPaddingsButPkcs1BeforeAnyCommand) {
         Request request;
         request.info.dwPaddingType = type;
         request.info.pPaddingInfo = &request;
-        expectFailure(keys, request, 0x57, exited("0x00000057", ". None padding not implemented."));
+        expectFailure(keys, request, 0x57,
+                      exited(status::wrongParameter, ". None padding not implemented."));
     }
     Request oaep;
     oaep.info.dwPaddingType = 8;
     oaep.info.pPaddingInfo = &oaep;
     expectFailure(keys, oaep, status::unexpected,
-                  exited("0x8010001f", ". OAEP padding not implemented."));
+                  exited(status::unexpected, ". OAEP padding not implemented."));
     oaep.info.pPaddingInfo = nullptr;
-    expectFailure(keys, oaep, 0x57, exited("0x00000057", " (pPaddingInfo)."));
+    expectFailure(keys, oaep, 0x57, exited(status::wrongParameter, " (pPaddingInfo)."));
     EXPECT_EQ(keys.log.output(), LogLines{});
 }
 
@@ -178,7 +184,7 @@ TEST(CardRSADecrypt, ShowsTheCardTheBlockReversedAndGivesTheMessageReversed) {
         .expect("00 2A 80 86 02 01 00 FF", "A1 A2 A3 9000");
     const std::string entry = entered(request.info);
     EXPECT_EQ(CardRSADecrypt(keys.data, &request.info), 0u);
-    EXPECT_EQ(keys.log.file(), lines(scope, {entry, exited("0x00000000")}));
+    EXPECT_EQ(keys.log.file(), lines(scope, {entry, exited(status::success)}));
     EXPECT_EQ(keys.log.output(), LogLines{});
     EXPECT_EQ(request.info.cbData, 3u);
     // Behind the message the end of the old block stays.
@@ -218,7 +224,8 @@ TEST(CardRSADecrypt, FailsForA128ByteBlockOfA1024BitKey) {
     KeysFixture keys(CardType::type3, TestKey::rsa1024);
     Request request(0, 1, 128);
     keys.card.expect(mse81, "9000");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, request, status::unexpected,
+                  exited(status::unexpected, " (empty data vector)"));
     EXPECT_EQ(keys.log.output(),
               (LogLines{{"DEBUG", "Decipher failed. Message length shorther than expected."}}));
 }
@@ -229,45 +236,47 @@ TEST(CardRSADecrypt, FailsWhenTheCardGivesNothing) {
     keys.card.expect(mse81, "9000")
         .expect(firstBlock(reversed(request.block)), "9000")
         .expect("00 2A 80 86 02 01 00 FF", "9000");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, request, status::unexpected,
+                  exited(status::unexpected, " (empty data vector)"));
 }
 
 TEST(CardRSADecrypt, TakesTheLengthOfTheBlockAs16Bits) {
     KeysFixture keys(CardType::type3);
     Request wrapped(0, 1, 65536 + 100);
     keys.card.expect(mse81, "9000");
-    expectFailure(keys, wrapped, status::unexpected, exited("0x8010001f", " (empty data vector)"));
+    expectFailure(keys, wrapped, status::unexpected,
+                  exited(status::unexpected, " (empty data vector)"));
     Request longer(0, 1, 65536 + 256);
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(longer.block)), "9000");
-    expectFailure(keys, longer, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, longer, status::unexpected, exited(status::unexpected));
 }
 
 TEST(CardRSADecrypt, SendsNoLastBlockThatOneCommandCannotCarry) {
     KeysFixture keys(CardType::type3);
     Request request(0, 1, 510);
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "9000");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
 }
 
 TEST(CardRSADecrypt, ReportsAClosedPinAsASecurityViolation) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "6982");
-    expectFailure(keys, request, status::securityViolation, exited("0x8010006a"));
+    expectFailure(keys, request, status::securityViolation, exited(status::securityViolation));
 }
 
 TEST(CardRSADecrypt, ReportsAnObjectOfAnotherFamilyAsUnexpected) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "9000").expect(firstBlock(reversed(request.block)), "6A80");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
 }
 
 TEST(CardRSADecrypt, ReportsAPointerAsUnexpected) {
     KeysFixture keys(CardType::type3);
     Request request;
     keys.card.expect(mse81, "6A88");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
 }
 
 TEST(CardRSADecrypt, ReportsAFailedTransmissionAsUnexpected) {
@@ -280,21 +289,21 @@ TEST(CardRSADecrypt, ReportsAFailedTransmissionAsUnexpected) {
     const LogLines file = keys.log.file();
     ASSERT_EQ(file.size(), 3u);
     EXPECT_EQ(file[1].scope, "Transmit");
-    EXPECT_EQ(file[2], (testing::LogLine{scope, exited("0x8010001f")}));
+    EXPECT_EQ(file[2], (testing::LogLine{scope, exited(status::unexpected)}));
 }
 
 TEST(CardRSADecrypt, HandsALogicErrorToTheFirstHandlerAndAPointerToOneToTheSecond) {
     KeysFixture keys(CardType::type3);
     Request request;
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw std::out_of_range("planted"); };
-    expectFailure(keys, request, status::securityViolation, exited("0x8010006a"));
+    expectFailure(keys, request, status::securityViolation, exited(status::securityViolation));
     std::logic_error planted("planted");
     platformCalls().SCardTransmit = [&](auto&&...) -> LONG { throw &planted; };
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw std::bad_alloc(); };
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
     platformCalls().SCardTransmit = [](auto&&...) -> LONG { throw 7; };
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
 }
 
 TEST(CardRSADecrypt, WorksWithoutACardContext) {
@@ -302,7 +311,7 @@ TEST(CardRSADecrypt, WorksWithoutACardContext) {
     keys.data->hSCardCtx = 0;
     Request request;
     keys.card.expect(mse81, "6A88");
-    expectFailure(keys, request, status::unexpected, exited("0x8010001f"));
+    expectFailure(keys, request, status::unexpected, exited(status::unexpected));
 }
 
 }  // namespace

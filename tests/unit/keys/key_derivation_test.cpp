@@ -128,7 +128,7 @@ TEST(CardDeriveKey, WritesTheRequestBeforeItChecksTheVersion) {
                        "dwFlags:'0x80000001', dwVersion:'0x0000000" +
                            std::to_string(version) + "', dwKeyLen:'256'",
                        "pwszAlgId exists: AES.", "pwszKDF exists: OTHER.",
-                       exited("0x0000051a", ". CMR_443")});
+                       exited(status::revisionMismatch, ". CMR_443")});
     }
 }
 
@@ -137,7 +137,7 @@ TEST(CardDeriveKey, RefusesNoKdf) {
     Request request;
     request.info.pwszKDF = nullptr;
     expectRefusal(card, request, status::invalidParameter,
-                  {entered, parameters, exited("0x80100004", ". CMR_444")});
+                  {entered, parameters, exited(status::invalidParameter, ". CMR_444")});
 }
 
 TEST(CardDeriveKey, RefusesAllFlagsButTwoBeforeTheKdf) {
@@ -149,7 +149,7 @@ TEST(CardDeriveKey, RefusesAllFlagsButTwoBeforeTheKdf) {
         request.kdfName = WIDE_TEXT("hash");
         request.info.dwFlags = flag;
         EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
-        EXPECT_EQ(card.log.file().back().message, exited("0x80100004", ". CMR_445"));
+        EXPECT_EQ(card.log.file().back().message, exited(status::invalidParameter, ". CMR_445"));
     }
 }
 
@@ -162,7 +162,7 @@ TEST(CardDeriveKey, KnowsNoKdfButHash) {
         request.info.pwszKDF = request.kdfName.data();
         request.info.bSecretAgreementIndex = 9;
         EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
-        EXPECT_EQ(card.log.file().back().message, exited("0x80100004", ". CMR_446"));
+        EXPECT_EQ(card.log.file().back().message, exited(status::invalidParameter, ". CMR_446"));
     }
 }
 
@@ -175,7 +175,7 @@ TEST(CardDeriveKey, RefusesAnUnknownIndexBeforeTheParameterList) {
                   {entered,
                    "with parameters, bSecretAgreementIndex:'0x00000002', dwFlags:'0x00000000', "
                    "dwVersion:'0x00000002', dwKeyLen:'0'",
-                   kdf, exited("0x80100004", ". CMR_447")});
+                   kdf, exited(status::invalidParameter, ". CMR_447")});
 }
 
 TEST(CardDeriveKey, RefusesASecretThatWasDestroyed) {
@@ -185,8 +185,8 @@ TEST(CardDeriveKey, RefusesASecretThatWasDestroyed) {
     card.log.clear();
     Request request;
     EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
-    EXPECT_EQ(card.log.file(),
-              lines(scope, {entered, parameters, kdf, exited("0x80100004", ". CMR_447")}));
+    EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf,
+                                             exited(status::invalidParameter, ". CMR_447")}));
 }
 
 TEST(CardDeriveKey, HashesTheBareSecretBySha1WithoutAParameterList) {
@@ -196,7 +196,8 @@ TEST(CardDeriveKey, HashesTheBareSecretBySha1WithoutAParameterList) {
     EXPECT_EQ(request.info.cbDerivedKey, 20u);
     EXPECT_EQ(PlatformRecord::takeAllocatedSizes(), std::vector<std::size_t>{20});
     EXPECT_EQ(request.info.hKey, 0xEEEEu);
-    EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf, exited("0x00000000", ".")}));
+    EXPECT_EQ(card.log.file(),
+              lines(scope, {entered, parameters, kdf, exited(status::success, ".")}));
     EXPECT_EQ(card.log.output(), LogLines{});
     EXPECT_EQ(card.bcryptCalls(),
               (std::vector<std::string>{"OpenAlgorithmProvider", "GetProperty", "CreateHash",
@@ -227,7 +228,7 @@ TEST(CardDeriveKey, HashesBySha1WithAnEmptyListWhateverItsPointer) {
     request.info.pParameterList = &request.list;
     EXPECT_EQ(request.derive(card), bytes(sha1OfAbc));
     EXPECT_EQ(card.log.file(),
-              lines(scope, {entered, parameters, kdf, listExists, exited("0x00000000", ".")}));
+              lines(scope, {entered, parameters, kdf, listExists, exited(status::success, ".")}));
 }
 
 TEST(CardDeriveKey, KnowsFourHashes) {
@@ -252,7 +253,7 @@ TEST(CardDeriveKey, KnowsFourHashes) {
         EXPECT_EQ(request.derive(card), bytes(row.key));
         EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf, listExists,
                                                  "Found a KDF buffer with type: 0.", row.line,
-                                                 exited("0x00000000", ".")}));
+                                                 exited(status::success, ".")}));
     }
 }
 
@@ -293,7 +294,7 @@ TEST(CardDeriveKey, HashesThePrependsTheSecretAndTheAppends) {
     EXPECT_EQ(card.log.file(),
               lines(scope, {entered, parameters, kdf, listExists,
                             "Found a KDF buffer with type: 1.", "Found a KDF buffer with type: 1.",
-                            "Found a KDF buffer with type: 2.", exited("0x00000000", ".")}));
+                            "Found a KDF buffer with type: 2.", exited(status::success, ".")}));
 }
 
 TEST(CardDeriveKey, TakesPrependsAndAppendsInAnyOrderWithTheHash) {
@@ -316,7 +317,7 @@ TEST(CardDeriveKey, RefusesHashNamesOutsideTheFourExactly) {
         request.add(9, "not reached");
         expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 0.",
-                       exited("0x80100004", ". Invalid hash algorithm.")});
+                       exited(status::invalidParameter, ". Invalid hash algorithm.")});
     }
 }
 
@@ -326,7 +327,7 @@ TEST(CardDeriveKey, RefusesAHashNameThatIsNotThere) {
     request.add(KDF_HASH_ALGORITHM, nullptr, 14);
     expectRefusal(card, request, status::invalidParameter,
                   {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 0.",
-                   exited("0x80100004", ". Invalid hash algorithm.")});
+                   exited(status::invalidParameter, ". Invalid hash algorithm.")});
 }
 
 TEST(CardDeriveKey, ReadsAHashNameNoFurtherThanItsBuffer) {
@@ -366,7 +367,7 @@ TEST(CardDeriveKey, RefusesAnUnknownBufferTypeAtOnceWithoutALineForIt) {
         request.addHash(WIDE_TEXT("sha1"));
         expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists, "Found a KDF buffer with type: 1.",
-                       exited("0x80100004", ". CMR_448")});
+                       exited(status::invalidParameter, ". CMR_448")});
     }
 }
 
@@ -378,14 +379,15 @@ TEST(CardDeriveKey, RefusesBytesAndBuffersThatAreNotThere) {
         expectRefusal(card, request, status::invalidParameter,
                       {entered, parameters, kdf, listExists,
                        "Found a KDF buffer with type: " + std::to_string(type) + ".",
-                       exited("0x80100004", ". CMR_448")});
+                       exited(status::invalidParameter, ". CMR_448")});
     }
     Derivation card;
     Request request;
     request.list.cBuffers = 1;
     request.info.pParameterList = &request.list;
-    expectRefusal(card, request, status::invalidParameter,
-                  {entered, parameters, kdf, listExists, exited("0x80100004", ". CMR_448")});
+    expectRefusal(
+        card, request, status::invalidParameter,
+        {entered, parameters, kdf, listExists, exited(status::invalidParameter, ". CMR_448")});
 }
 
 TEST(CardDeriveKey, RefusesWithoutALineWhileThePinIsClosed) {
@@ -406,8 +408,8 @@ TEST(CardDeriveKey, LooksForTheCardContextOnlyAfterItHasSpokenToTheCard) {
     card.data->hSCardCtx = 0;
     card.expectPinQuery();
     EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::invalidParameter);
-    EXPECT_EQ(card.log.file(),
-              lines(scope, {entered, parameters, kdf, exited("0x80100004", ". isNoCardMode")}));
+    EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf,
+                                             exited(status::invalidParameter, ". isNoCardMode")}));
     EXPECT_EQ(card.card.exchanges().size(), 2u);
     EXPECT_EQ(card.bcryptCalls(), noBcrypt);
 }
@@ -428,7 +430,7 @@ TEST(CardDeriveKey, GivesTheLengthAloneWhenAskedForTheSizeAndWritesItsLineBefore
         beforeClosing,
         lines(scope, {entered, sizeOnlyParameters, kdf, listExists,
                       "Found a KDF buffer with type: 0.", "Hash algorithm from buffer: SHA384.",
-                      exited("0x00000000", ". cbDeriveKey set (CARD_BUFFER_SIZE_ONLY): 48.")}));
+                      exited(status::success, ". cbDeriveKey set (CARD_BUFFER_SIZE_ONLY): 48.")}));
     EXPECT_EQ(card.log.file(), LogLines{});
     EXPECT_EQ(request.info.cbDerivedKey, 48u);
     EXPECT_EQ(request.info.pbDerivedKey, &request.untouched);
@@ -504,8 +506,8 @@ TEST(CardDeriveKey, ClosesWhatItOpenedWhenAHashCallFailsAndThenWritesItsLine) {
             EXPECT_EQ(beforeClosing, lines(scope, {entered, parameters, kdf}));
             file.insert(file.begin(), beforeClosing.begin(), beforeClosing.end());
         }
-        EXPECT_EQ(file,
-                  lines(scope, {entered, parameters, kdf, exited("0x8010001f", failure.suffix)}));
+        EXPECT_EQ(file, lines(scope, {entered, parameters, kdf,
+                                      exited(status::unexpected, failure.suffix)}));
         EXPECT_EQ(card.bcryptCalls(), failure.calls);
         EXPECT_EQ(request.info.cbDerivedKey, failure.lengthAfter);
         EXPECT_EQ(request.info.pbDerivedKey, &request.untouched);
@@ -518,8 +520,8 @@ TEST(CardDeriveKey, ReportsMissingMemoryWithEverythingClosed) {
     card.expectPinQuery();
     PlatformRecord::failAllocation(1);
     EXPECT_EQ(CardDeriveKey(card.data, &request.info), status::notEnoughMemory);
-    EXPECT_EQ(card.log.file(),
-              lines(scope, {entered, parameters, kdf, exited("0x00000008", ". No memory.")}));
+    EXPECT_EQ(card.log.file(), lines(scope, {entered, parameters, kdf,
+                                             exited(status::notEnoughMemory, ". No memory.")}));
     EXPECT_EQ(request.info.pbDerivedKey, nullptr);
     EXPECT_EQ(card.bcryptCalls().back(), "CloseAlgorithmProvider");
 }

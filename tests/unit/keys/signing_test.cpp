@@ -124,7 +124,7 @@ TEST(CardSignData, RefusesNullPointersWithTheExitLineAlone) {
     CARD_SIGNING_INFO info{};
     EXPECT_EQ(CardSignData(nullptr, &info), status::invalidParameter);
     EXPECT_EQ(CardSignData(keys.data, nullptr), status::invalidParameter);
-    const std::string line = exited("0x80100004", ", pInfo or pCardData");
+    const std::string line = exited(status::invalidParameter, ", pInfo or pCardData");
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, line}, {scope, line}}));
 }
 
@@ -133,7 +133,8 @@ TEST(CardSignData, RefusesWithoutACardContextBeforeTheEntryLine) {
     keys.data->hSCardCtx = 0;
     Request request(0, 1, 32);
     EXPECT_EQ(request.run(keys), status::invalidParameter);
-    EXPECT_EQ(keys.log.file(), (LogLines{{scope, exited("0x80100004", ", NoCardMode")}}));
+    EXPECT_EQ(keys.log.file(),
+              (LogLines{{scope, exited(status::invalidParameter, ", NoCardMode")}}));
 }
 
 TEST(CardSignData, WritesTheWholeRequestInTheEntryLine) {
@@ -149,7 +150,7 @@ TEST(CardSignData, WritesTheWholeRequestInTheEntryLine) {
                          "Entering the function, with parameters, bContainerIndex:'1' "
                          "dwSigningFlags:'0x4000000f', dwVersion:'3', dwKeySpec:'2' \n "
                          "dwPaddingType:'0x000000ab', pPaddingInfo:'0x0', aiHashAlg:'32780' "},
-                        {scope, exited("0x0000051a", ", dwVersion")}}));
+                        {scope, exited(status::revisionMismatch, ", dwVersion")}}));
 }
 
 TEST(CardSignData, RefusesVersions0And3) {
@@ -158,7 +159,8 @@ TEST(CardSignData, RefusesVersions0And3) {
         Request request(9, 9, 32);
         request.info.dwVersion = version;
         request.info.dwSigningFlags = 0x10;
-        expectRefusal(keys, request, status::revisionMismatch, exited("0x0000051a", ", dwVersion"));
+        expectRefusal(keys, request, status::revisionMismatch,
+                      exited(status::revisionMismatch, ", dwVersion"));
     }
 }
 
@@ -170,7 +172,7 @@ TEST(CardSignData, RefusesEachForbiddenFlag) {
         Request request(9, 9, 32);
         request.info.dwSigningFlags = flag;
         expectRefusal(keys, request, status::invalidParameter,
-                      exited("0x80100004", ", dwSigningFlags"));
+                      exited(status::invalidParameter, ", dwSigningFlags"));
     }
 }
 
@@ -191,17 +193,19 @@ TEST(CardSignData, RefusesContainer2WithoutSecondSigningKeyAndContainer3) {
         KeysFixture keys(cardType);
         Request request(container, 2, 32);
         request.info.aiHashAlg = CALG_SHA_256;
-        expectRefusal(keys, request, status::noKeyContainer, exited("0x80100030"));
+        expectRefusal(keys, request, status::noKeyContainer, exited(status::noKeyContainer));
     }
 }
 
 TEST(CardSignData, TellsTheKindOfKeyByTheContainersOwnCertificate) {
     KeysFixture keys(CardType::type4, TestKey::rsa2048, TestKey::p384);
     Request rsa(0, 3, 32);
-    expectRefusal(keys, rsa, status::invalidParameter, exited("0x80100004", ", dwKeySpec RSA"));
+    expectRefusal(keys, rsa, status::invalidParameter,
+                  exited(status::invalidParameter, ", dwKeySpec RSA"));
     for (const BYTE container : {BYTE{1}, BYTE{2}}) {
         Request ecc(container, 2, 32);
-        expectRefusal(keys, ecc, status::invalidParameter, exited("0x80100004", ", dwKeySpec ECC"));
+        expectRefusal(keys, ecc, status::invalidParameter,
+                      exited(status::invalidParameter, ", dwKeySpec ECC"));
     }
 }
 
@@ -211,13 +215,13 @@ TEST(CardSignData, RefusesAKeySpecificationOfTheOtherKind) {
         Request request(0, keySpec, 32);
         request.info.aiHashAlg = CALG_SHA_256;
         expectRefusal(keys, request, status::invalidParameter,
-                      exited("0x80100004", ", dwKeySpec RSA"));
+                      exited(status::invalidParameter, ", dwKeySpec RSA"));
     }
     for (const DWORD keySpec : {0u, 1u, 2u, 9u}) {
         KeysFixture keys(CardType::type8, TestKey::p256);
         Request request(0, keySpec, 32);
         expectRefusal(keys, request, status::invalidParameter,
-                      exited("0x80100004", ", dwKeySpec ECC"));
+                      exited(status::invalidParameter, ", dwKeySpec ECC"));
     }
 }
 
@@ -241,7 +245,7 @@ TEST(CardSignData, AnswersTheSizeInBytesForRsaAndInBitsForEccAndClearsTheInputPo
         request.info.dwSigningFlags = bufferSizeOnly;
         const std::string entry = entered(request.info);
         EXPECT_EQ(request.run(keys), 0u);
-        EXPECT_EQ(keys.log.file(), (LogLines{{scope, entry}, {scope, exited("0x00000000")}}));
+        EXPECT_EQ(keys.log.file(), (LogLines{{scope, entry}, {scope, exited(status::success)}}));
         EXPECT_EQ(keys.log.output(), (LogLines{{"DEBUG", "CardSignData: CARD_BUFFER_SIZE_ONLY"}}));
         EXPECT_EQ(request.info.cbSignedData, row.size);
         EXPECT_EQ(request.info.pbData, nullptr);
@@ -253,11 +257,12 @@ TEST(CardSignData, RefusesNoData) {
     KeysFixture keys(CardType::type3);
     Request none(0, 1, 32);
     none.info.pbData = nullptr;
-    expectRefusal(keys, none, status::invalidParameter, exited("0x80100004", ", pbData or cbData"));
+    expectRefusal(keys, none, status::invalidParameter,
+                  exited(status::invalidParameter, ", pbData or cbData"));
     Request empty(0, 1, 32);
     empty.info.cbData = 0;
     expectRefusal(keys, empty, status::invalidParameter,
-                  exited("0x80100004", ", pbData or cbData"));
+                  exited(status::invalidParameter, ", pbData or cbData"));
 }
 
 TEST(CardSignData, SignsByAlgorithmIdAndGivesALittleEndianSignatureOfTheKeysSize) {
@@ -271,7 +276,7 @@ TEST(CardSignData, SignsByAlgorithmIdAndGivesALittleEndianSignatureOfTheKeysSize
     EXPECT_EQ(PlatformRecord::takeAllocatedSizes(), std::vector<std::size_t>{256});
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
-                                         {scope, exited("0x00000000")}}));
+                                         {scope, exited(status::success)}}));
     EXPECT_EQ(keys.log.output(), rsaByAlgId);
     EXPECT_EQ(keys.card.statusCalls(), 1);
     EXPECT_EQ(request.info.pbData, request.data.data());
@@ -282,7 +287,7 @@ TEST(CardSignData, WritesTheDataAsSpacedHexadecimalText) {
     Request request(1, 2, 3);
     EXPECT_EQ(dataLine(request.data), "cbData:'3' pbData:'00 01 02',");
     expectRefusal(keys, request, status::invalidParameter,
-                  exited("0x80100004", ", no hash algorithm"), true);
+                  exited(status::invalidParameter, ", no hash algorithm"), true);
 }
 
 TEST(CardSignData, CallsUnknownNamesUnrecommendedUnderAnotherEntryPointsTag) {
@@ -290,7 +295,8 @@ TEST(CardSignData, CallsUnknownNamesUnrecommendedUnderAnotherEntryPointsTag) {
     Request request(1, 2, 32);
     request.pad(pss, WIDE_TEXT("sha256"));
     expectRefusal(keys, request, status::unsupportedFeature,
-                  exited("0x80100022", ", unrecommended algorithm"), true, {}, "CardReadFile");
+                  exited(status::unsupportedFeature, ", unrecommended algorithm"), true, {},
+                  "CardReadFile");
 }
 
 TEST(CardSignData, LetsTheAlgorithmIdWinOverPssPaddingInformationOnBothCounts) {
@@ -350,14 +356,15 @@ TEST(CardSignData, RefusesAWrongAlgorithmIdOfAnEccKeyBeforeTheLength) {
     Request request(0, 3, 33);
     request.info.aiHashAlg = 0x8003;
     expectRefusal(keys, request, status::unsupportedFeature,
-                  exited("0x80100022", " invalid hash algorithm (hashAldId)"), true, rsaByAlgId);
+                  exited(status::unsupportedFeature, " invalid hash algorithm (hashAldId)"), true,
+                  rsaByAlgId);
 }
 
 TEST(CardSignData, RefusesALengthOfAnEccHashThatIsNone) {
     KeysFixture keys(CardType::type8, TestKey::p256);
     Request request(0, 3, 33);
     expectRefusal(keys, request, status::invalidParameter,
-                  exited("0x80100004", " invalid hash algorihm ECC"), true, eccBranch);
+                  exited(status::invalidParameter, " invalid hash algorihm ECC"), true, eccBranch);
 }
 
 TEST(CardSignData, NamesTheKeyByTheCardTheKindAndTheContainer) {
@@ -410,9 +417,10 @@ TEST(CardSignData, ReportsAClosedPinAsASecurityViolation) {
     expectSignature(keys, request.data, "6982");
     EXPECT_EQ(request.run(keys), status::securityViolation);
     EXPECT_TRUE(request.hasNoSignature());
-    EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
-                                         {scope, dataLine(request.data)},
-                                         {scope, exited("0x8010006a", " from APDU")}}));
+    EXPECT_EQ(keys.log.file(),
+              (LogLines{{scope, entered(request.info)},
+                        {scope, dataLine(request.data)},
+                        {scope, exited(status::securityViolation, " from APDU")}}));
 }
 
 TEST(CardSignData, ReportsSuccessWithoutASignatureForARefusalWithoutPlatformCode) {
@@ -425,7 +433,7 @@ TEST(CardSignData, ReportsSuccessWithoutASignatureForARefusalWithoutPlatformCode
     EXPECT_TRUE(request.hasNoSignature());
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
-                                         {scope, exited("0x00000000", " from APDU")}}));
+                                         {scope, exited(status::success, " from APDU")}}));
 }
 
 TEST(CardSignData, ReportsARefusedEnvironmentByItsPlatformCode) {
@@ -444,7 +452,7 @@ TEST(CardSignData, ReportsAFailedTransmission) {
     keys.card.expectFailure("00 22 41 B6 06 84 01 82 80 01 42 00", SCARD_W_REMOVED_CARD);
     EXPECT_EQ(request.run(keys), status::unexpected);
     EXPECT_TRUE(request.hasNoSignature());
-    EXPECT_EQ(keys.log.file().back().message, exited("0x8010001f", " from APDU"));
+    EXPECT_EQ(keys.log.file().back().message, exited(status::unexpected, " from APDU"));
 }
 
 TEST(CardSignData, ReportsMissingMemoryWithThePlainExitLine) {
@@ -458,7 +466,7 @@ TEST(CardSignData, ReportsMissingMemoryWithThePlainExitLine) {
     EXPECT_TRUE(request.hasNoSignature());
     EXPECT_EQ(keys.log.file(), (LogLines{{scope, entered(request.info)},
                                          {scope, dataLine(request.data)},
-                                         {scope, exited("0x00000008")}}));
+                                         {scope, exited(status::notEnoughMemory)}}));
 }
 
 TEST(CardSignData, SendsTheLast20BytesOfTheSsl3FormByAlgorithmIdToo) {

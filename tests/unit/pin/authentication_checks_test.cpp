@@ -34,7 +34,7 @@ TEST_F(AuthenticationChecks, GoOnWithoutALineForEitherKindOfPin) {
 TEST_F(AuthenticationChecks, AnEmptyPinNeedsNoVerification) {
     EXPECT_EQ(check(EmptyPinType, 0xFFFFFFFF, false, false, 1), 0u);
     EXPECT_EQ(log.output(), LogLines{});
-    EXPECT_EQ(log.file(), LogLines{authenticationExit("0x00000000")});
+    EXPECT_EQ(log.file(), LogLines{authenticationExit(status::success)});
 }
 
 TEST_F(AuthenticationChecks, RefuseSilentUseOfAnExternalPinWithoutAnExitLine) {
@@ -52,7 +52,7 @@ TEST_F(AuthenticationChecks, RefuseANullPinThatIsNotExternal) {
     EXPECT_EQ(
         log.output(),
         (LogLines{{"DEBUG", "CMR_73: pbPinData is NULL and PIN type is not external or empty."}}));
-    EXPECT_EQ(log.file(), LogLines{authenticationExit("0x80100004")});
+    EXPECT_EQ(log.file(), LogLines{authenticationExit(status::invalidParameter)});
 }
 
 TEST_F(AuthenticationChecks, AllowASessionPinWithAnExternalPinOnly) {
@@ -62,8 +62,8 @@ TEST_F(AuthenticationChecks, AllowASessionPinWithAnExternalPinOnly) {
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_66: Session PIN generation is not supported."}}));
     EXPECT_EQ(check(AlphaNumericPinType, 0x10000040), status::unsupportedFeature);
-    EXPECT_EQ(log.file(),
-              (LogLines{authenticationExit("0x80100022"), authenticationExit("0x80100022")}));
+    EXPECT_EQ(log.file(), (LogLines{authenticationExit(status::unsupportedFeature),
+                                    authenticationExit(status::unsupportedFeature)}));
 }
 
 TEST_F(AuthenticationChecks, RefuseASessionPinWithoutBothPointers) {
@@ -73,7 +73,7 @@ TEST_F(AuthenticationChecks, RefuseASessionPinWithoutBothPointers) {
               (LogLines{{"CardAuthenticateEx",
                          "CMR_76: Generating a session PIN and ppbSessionPin or pcbSessionPin is "
                          "NULL."},
-                        authenticationExit("0x80100004")}));
+                        authenticationExit(status::invalidParameter)}));
 }
 
 TEST_F(AuthenticationChecks, RefuseSessionPinValidation) {
@@ -83,7 +83,7 @@ TEST_F(AuthenticationChecks, RefuseSessionPinValidation) {
         EXPECT_EQ(
             log.file(),
             (LogLines{{"CardAuthenticateEx", "CMR_67: Session PIN validation is not supported."},
-                      authenticationExit("0x80100022")}));
+                      authenticationExit(status::unsupportedFeature)}));
     }
 }
 
@@ -92,7 +92,7 @@ TEST_F(AuthenticationChecks, RefuseAnyOtherFlags) {
         for (const SECRET_TYPE pinType : {ExternalPinType, AlphaNumericPinType}) {
             EXPECT_EQ(check(pinType, flags), status::invalidParameter);
             EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_74: dwFlags is invalid."}}));
-            EXPECT_EQ(log.file(), LogLines{authenticationExit("0x80100004")});
+            EXPECT_EQ(log.file(), LogLines{authenticationExit(status::invalidParameter)});
         }
     }
 }
@@ -100,7 +100,7 @@ TEST_F(AuthenticationChecks, RefuseAnyOtherFlags) {
 TEST_F(AuthenticationChecks, RefuseSecureEntryLast) {
     EXPECT_EQ(check(ExternalPinType, 0, true, true, 1), status::unexpected);
     EXPECT_EQ(log.output(), LogLines{});
-    EXPECT_EQ(log.file(), LogLines{authenticationExit("0x8010001f")});
+    EXPECT_EQ(log.file(), LogLines{authenticationExit(status::unexpected)});
     EXPECT_EQ(check(AlphaNumericPinType, 0, true, true, 3), status::unexpected);
     EXPECT_EQ(check(AlphaNumericPinType, 0, true, true, 2), std::nullopt);
     EXPECT_EQ(check(AlphaNumericPinType, 1, true, true, 1), status::invalidParameter);

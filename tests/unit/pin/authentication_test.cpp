@@ -25,7 +25,7 @@ LogLines withProperty(const LogLine& entry, const LogLines& rest) {
     LogLines lines{entry,
                    {"CardGetProperty", "Entering the function"},
                    {"CardGetProperty", "with parameters wszProperty: 'PIN Information'"},
-                   {"CardGetProperty", "Exiting the function, with status code: '0x00000000'"}};
+                   {"CardGetProperty", exited(status::success)}};
     lines.insert(lines.end(), rest.begin(), rest.end());
     return lines;
 }
@@ -62,7 +62,7 @@ TEST_F(Authentication, ARightPinLeavesTheAttemptsUntouched) {
     EXPECT_EQ(authenticate(1), 0u);
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(card.statusCalls(), 1);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {authenticationExit("0x00000000")}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {authenticationExit(status::success)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -124,7 +124,8 @@ TEST_F(Authentication, RefusesARecordWithoutAContextBeforeAnyCall) {
     acquired.data.hSCardCtx = 0;
     EXPECT_EQ(authenticate(1), status::invalidParameter);
     EXPECT_EQ(card.statusCalls(), 0);
-    EXPECT_EQ(log.file(), (LogLines{entryLine("1", "0"), authenticationExit("0x80100004")}));
+    EXPECT_EQ(log.file(),
+              (LogLines{entryLine("1", "0"), authenticationExit(status::invalidParameter)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -147,15 +148,16 @@ TEST_F(Authentication, EndsAsUnexpectedWhenTheKindOfPinCannotBeTold) {
               (LogLines{entryLine("1", "0"),
                         {"CardGetProperty", "Entering the function"},
                         {"CardGetProperty", "with parameters wszProperty: 'PIN Information'"},
-                        {"CardGetProperty", "Exiting the function, with status code: '0x00000008'"},
-                        authenticationExit("0x8010001f")}));
+                        {"CardGetProperty", exited(status::notEnoughMemory)},
+                        authenticationExit(status::unexpected)}));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_21: Out-of-memory (PFN_CSP_ALLOC)."}}));
 }
 
 TEST_F(Authentication, RefusesANullPinFromThePlatform) {
     EXPECT_EQ(CardAuthenticateEx(&acquired.data, 1, 0, nullptr, 6, nullptr, nullptr, &attempts),
               status::invalidParameter);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "0"), {authenticationExit("0x80100004")}));
+    EXPECT_EQ(log.file(),
+              withProperty(entryLine("1", "0"), {authenticationExit(status::invalidParameter)}));
     EXPECT_EQ(
         log.output(),
         (LogLines{{"DEBUG", "CMR_73: pbPinData is NULL and PIN type is not external or empty."}}));
@@ -163,29 +165,30 @@ TEST_F(Authentication, RefusesANullPinFromThePlatform) {
 
 TEST_F(Authentication, RefusesSessionPinsFromThePlatformsPrompt) {
     EXPECT_EQ(authenticate(1, 0x10000000), status::unsupportedFeature);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "268435456"), {authenticationExit("0x80100022")}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "268435456"),
+                                       {authenticationExit(status::unsupportedFeature)}));
     EXPECT_EQ(log.output(),
               (LogLines{{"DEBUG", "CMR_66: Session PIN generation is not supported."}}));
     EXPECT_EQ(authenticate(1, 0x20000000), status::unsupportedFeature);
     EXPECT_EQ(log.file(),
               withProperty(entryLine("1", "536870912"),
                            {authenticationLine("CMR_67: Session PIN validation is not supported."),
-                            authenticationExit("0x80100022")}));
+                            authenticationExit(status::unsupportedFeature)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(Authentication, RefusesBothSessionFlagsTogether) {
     EXPECT_EQ(authenticate(1, 0x30000000), status::invalidParameter);
-    EXPECT_EQ(log.file(),
-              withProperty(entryLine("1", "805306368"), {authenticationExit("0x80100004")}));
+    EXPECT_EQ(log.file(), withProperty(entryLine("1", "805306368"),
+                                       {authenticationExit(status::invalidParameter)}));
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_74: dwFlags is invalid."}}));
 }
 
 TEST_F(Authentication, AcceptsASilentContextWithThePlatformsPinLikeNoFlags) {
     expectVerify("9000");
     EXPECT_EQ(authenticate(1, 0x40), 0u);
-    EXPECT_EQ(log.file(), withProperty(entryLine("1", "64"), {authenticationExit("0x00000000")}));
+    EXPECT_EQ(log.file(),
+              withProperty(entryLine("1", "64"), {authenticationExit(status::success)}));
 }
 
 TEST_F(Authentication, APinBelowTheMinimumIsAWrongPinWithNoVerifySent) {
@@ -349,7 +352,7 @@ TEST_F(AuthenticatePin, TakesAdminForPinId2) {
     card.expect(selectRootCommand, "9000").expect("00 20 00 12 06 313233343536", "9000");
     EXPECT_EQ(authenticateAs(WIDE_TEXT("admin")), 0u);
     EXPECT_EQ(log.file(),
-              withEntry(withProperty(entryLine("2", "0"), {authenticationExit("0x00000000")})));
+              withEntry(withProperty(entryLine("2", "0"), {authenticationExit(status::success)})));
 }
 
 TEST_F(AuthenticatePin, RefusesAnyOtherTextByTheInvalidPinId) {

@@ -60,7 +60,7 @@ protected:
                                           pinId + "' dwFlags:'" + flags + "'"),
                        {"CardGetProperty", "Entering the function"},
                        {"CardGetProperty", "with parameters wszProperty: 'PIN Information'"},
-                       {"CardGetProperty", "Exiting the function, with status code: '0x00000000'"}};
+                       {"CardGetProperty", exited(status::success)}};
         lines.insert(lines.end(), rest.begin(), rest.end());
         return lines;
     }
@@ -77,7 +77,7 @@ TEST_F(DialogLoop, TakesTheRightPinAtTheFirstCall) {
     EXPECT_EQ(attempts, untouched);
     EXPECT_EQ(dialog.prompts, (std::vector<PromptCall>{prompt(0, 5, zeros)}));
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
-    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit(status::success)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -144,7 +144,7 @@ TEST_F(DialogLoop, CancelledAtTheFirstCallIsAWrongPinWithNothingSent) {
         EXPECT_EQ(attempts, untouched);
         EXPECT_TRUE(card.exchanges().empty());
         EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
-        EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
+        EXPECT_EQ(log.file(), fileLines({authenticationExit(status::wrongPin)}));
         EXPECT_EQ(log.output(), LogLines{});
     }
 }
@@ -167,7 +167,7 @@ TEST_F(DialogLoop, ShowsTheAttemptsAfterAWrongPinAndKeepsThemAfterAnInvalidLengt
     EXPECT_EQ(log.output(), (LogLines{{"DEBUG", "CMR_80: PIN attempts remaining: 2."},
                                       {"DEBUG", "lambda attemptVerifyPin: Error."},
                                       {"DEBUG", "PIN length was invalid. Try again."}}));
-    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit(status::success)}));
 }
 
 TEST_F(DialogLoop, ShowsFiveAttemptsAfterAnInvalidLengthAtFirst) {
@@ -177,7 +177,7 @@ TEST_F(DialogLoop, ShowsFiveAttemptsAfterAnInvalidLengthAtFirst) {
     EXPECT_EQ(dialog.prompts,
               (std::vector<PromptCall>{prompt(0, 5, zeros), prompt(1, 5, buffer("12"))}));
     EXPECT_EQ(attempts, untouched);
-    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit(status::wrongPin)}));
 }
 
 TEST_F(DialogLoop, TakesAnAnswer6700ForAnInvalidLength) {
@@ -195,7 +195,7 @@ TEST_F(DialogLoop, CancelledAfterAWrongPinKeepsTheAttemptsTold) {
     expectQuery("63C2");
     EXPECT_EQ(authenticate(), status::wrongPin);
     EXPECT_EQ(attempts, 2u);
-    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x8010006b")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit(status::wrongPin)}));
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
 }
 
@@ -312,9 +312,9 @@ TEST_F(DialogLoop, EndsAsUnexpectedWhenTheLibraryNoLongerLoads) {
     dialog.loadsUntilFailure = 1;
     EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(dialog.calls, withTest({load}));
-    EXPECT_EQ(log.file(),
-              fileLines({authenticationLine("Unable to load DLL: CodeEntryLibrary"),
-                         authenticationLine("Error code: 126"), authenticationExit("0x8010001f")}));
+    EXPECT_EQ(log.file(), fileLines({authenticationLine("Unable to load DLL: CodeEntryLibrary"),
+                                     authenticationLine("Error code: 126"),
+                                     authenticationExit(status::unexpected)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -323,7 +323,7 @@ TEST_F(DialogLoop, EndsAsUnexpectedWithoutTheFunction) {
     EXPECT_EQ(authenticate(), status::unexpected);
     EXPECT_EQ(dialog.calls, withTest({load, find, "free"}));
     EXPECT_EQ(log.file(), fileLines({authenticationLine("Unable to find the function in the DLL!"),
-                                     authenticationExit("0x8010001f")}));
+                                     authenticationExit(status::unexpected)}));
 }
 
 TEST_F(DialogLoop, EndsAsUnexpectedWithoutAPathAndTriesNoLoad) {
@@ -334,10 +334,10 @@ TEST_F(DialogLoop, EndsAsUnexpectedWithoutAPathAndTriesNoLoad) {
     EXPECT_EQ(runPinDialog(pinId, &attempts, acquired.context, operations, attempt),
               status::unexpected);
     EXPECT_EQ(dialog.calls, Calls{});
-    EXPECT_EQ(log.file(),
-              (LogLines{authenticationLine("Error: The codeEntryLibPath was not set."),
-                        authenticationLine("Unable to load DLL: CodeEntryLibrary"),
-                        authenticationLine("Error code: 126"), authenticationExit("0x8010001f")}));
+    EXPECT_EQ(log.file(), (LogLines{authenticationLine("Error: The codeEntryLibPath was not set."),
+                                    authenticationLine("Unable to load DLL: CodeEntryLibrary"),
+                                    authenticationLine("Error code: 126"),
+                                    authenticationExit(status::unexpected)}));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -377,7 +377,7 @@ TEST_F(DialogLoop, GeneratesNoSessionPinThoughItIsAskedForOne) {
               0u);
     EXPECT_EQ(sessionPin, nullptr);
     EXPECT_EQ(sessionPinSize, untouched);
-    EXPECT_EQ(log.file(), fileLines({authenticationExit("0x00000000")}, "268435456"));
+    EXPECT_EQ(log.file(), fileLines({authenticationExit(status::success)}, "268435456"));
 }
 
 TEST_F(DialogLoop, IsNotShownForASessionPinWithoutItsPointers) {

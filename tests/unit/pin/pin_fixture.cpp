@@ -26,7 +26,7 @@ LogLine authenticationLine(const std::string& message) {
     return {"CardAuthenticateEx", message};
 }
 
-LogLine authenticationExit(const std::string& status) {
+LogLine authenticationExit(DWORD status) {
     return exitLine("CardAuthenticateEx", status);
 }
 

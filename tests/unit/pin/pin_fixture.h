@@ -7,20 +7,25 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "card/card_operations.h"
-#include "profiles/card_type.h"
+#include "profiles/card_profiles.h"
 #include "session/card_context.h"
 #include "support/fineid_script.h"
 #include "support/log_capture.h"
 #include "support/platform_calls.h"
 #include "support/scripted_card.h"
+#include "support/statuses.h"
 
 namespace KelmoraID::testing {
 
-inline constexpr CardType allCardTypes[] = {CardType::unknown, CardType::noAtr, CardType::type3,
-                                            CardType::type4,   CardType::type5, CardType::type6,
-                                            CardType::type7,   CardType::type8};
+/// The supported cards' types, and those of a card that is none of them.
+inline std::vector<CardType> everyCardType() {
+    std::vector<CardType> types{CardType::unknown, CardType::noAtr};
+    for (const CardProfile& card : supportedCards()) types.push_back(card.type);
+    return types;
+}
 
 // The commands of the selections, whole.
 inline constexpr const char* selectApplication = "00 A4 04 0C 0C A0000000 63504B43532D3135";
@@ -42,8 +47,9 @@ struct AcquiredPinCard {
 
 // The lines of CardAuthenticateEx: any one, its exit line, and that of a refused PIN.
 LogLine authenticationLine(const std::string& message);
-LogLine authenticationExit(const std::string& status);
-inline const LogLine refusedPinExit = authenticationLine(exited("0x8010006b") + " or '0x8010006c'");
+LogLine authenticationExit(DWORD status);
+inline const LogLine refusedPinExit =
+    authenticationLine(exited(status::wrongPin) + " or '0x8010006c'");
 
 /// Adds the walk through the directories that gives a PIN's limits: the application, the object
 /// directory and the authentication object directory, with one entry for each pair (minimum,

@@ -41,7 +41,7 @@ protected:
     }
 
     // The file's lines of a call that ends with that status and an exit line.
-    static LogLines lines(const std::string& name, const std::string& status) {
+    static LogLines lines(const std::string& name, DWORD status) {
         return {{"CardGetProperty", "Entering the function"},
                 {"CardGetProperty", "with parameters wszProperty: '" + name + "'"},
                 exitLine("CardGetProperty", status)};
@@ -51,7 +51,7 @@ protected:
         log.clear();
         EXPECT_EQ(get(property, dwFlags).status, status::invalidParameter);
         EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_329: dwFlags is invalid."}}));
-        EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", "0x80100004"));
+        EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", status::invalidParameter));
     }
 
     PlatformCallsGuard hooks;
@@ -63,7 +63,7 @@ TEST_F(CardGetPropertyTest, FreeSpaceHasNoContainersUnlikeTheEntryPoint) {
     const Got got = get(WIDE_TEXT("Free Space"), 0);
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(hexOf(got.answer), "01000000000000000000000000000000");
-    EXPECT_EQ(log.file(), lines("Free Space", "0x00000000"));
+    EXPECT_EQ(log.file(), lines("Free Space", status::success));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -80,12 +80,12 @@ TEST_F(CardGetPropertyTest, KeySizesComeFromCardQueryKeySizes) {
 
 TEST_F(CardGetPropertyTest, KeySizesLogTheCallThatFillsThem) {
     EXPECT_EQ(get(WIDE_TEXT("Key Sizes"), 8).status, 0);
-    LogLines expected = lines("Key Sizes", "0x00000000");
+    LogLines expected = lines("Key Sizes", status::success);
     expected.insert(expected.begin() + 2,
                     {{"CardQueryKeySizes",
                       "Entering the function, with parameters, dwKeySpec:'8' dwFlags:'0', "
                       "dwVersion:'1'"},
-                     exitLine("CardQueryKeySizes", "0x00000000")});
+                     exitLine("CardQueryKeySizes", status::success)});
     EXPECT_EQ(log.file(), expected);
     EXPECT_EQ(log.output(), LogLines{});
 }
@@ -100,8 +100,8 @@ TEST_F(CardGetPropertyTest, KeySizesWithFlagsNineCallCardQueryKeySizesFirst) {
     const LogLines file = log.file();
     ASSERT_EQ(file.size(), 5u);
     EXPECT_EQ(file[2].scope, "CardQueryKeySizes");
-    EXPECT_EQ(file[3], exitLine("CardQueryKeySizes", "0x80100004"));
-    EXPECT_EQ(file[4], exitLine("CardGetProperty", "0x80100004"));
+    EXPECT_EQ(file[3], exitLine("CardQueryKeySizes", status::invalidParameter));
+    EXPECT_EQ(file[4], exitLine("CardGetProperty", status::invalidParameter));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_329: dwFlags is invalid."}}));
 }
 
@@ -121,19 +121,19 @@ TEST_F(CardGetPropertyTest, CardIdentifierIsTheContentOfCardid) {
     const LogLines file = log.file();
     ASSERT_EQ(file.size(), 6u);
     EXPECT_EQ(file[2], (LogLine{"CardReadFile", "Entering the function"}));
-    EXPECT_EQ(file[5], exitLine("CardGetProperty", "0x00000000"));
+    EXPECT_EQ(file[5], exitLine("CardGetProperty", status::success));
 }
 
 TEST_F(CardGetPropertyTest, CardIdentifierFailsWithTheStatusOfCardReadFile) {
     PlatformRecord::failAllocation(1);
     EXPECT_EQ(get(WIDE_TEXT("Card Identifier"), 0).status, 8);
-    EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", "0x00000008"));
+    EXPECT_EQ(log.file().back(), exitLine("CardGetProperty", status::notEnoughMemory));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
 TEST_F(CardGetPropertyTest, CardSerialNumberIsRefusedWithTheExitLine) {
     EXPECT_EQ(get(WIDE_TEXT("Card Serial Number"), 77).status, status::unsupportedFeature);
-    EXPECT_EQ(log.file(), lines("Card Serial Number", "0x80100022"));
+    EXPECT_EQ(log.file(), lines("Card Serial Number", status::unsupportedFeature));
 }
 
 TEST_F(CardGetPropertyTest, ThreePropertiesAreRefusedWithoutTheExitLine) {
@@ -142,7 +142,7 @@ TEST_F(CardGetPropertyTest, ThreePropertiesAreRefusedWithoutTheExitLine) {
           std::pair{WIDE_TEXT("PIN Strength Change"), "PIN Strength Change"},
           std::pair{WIDE_TEXT("PIN Strength Unblock"), "PIN Strength Unblock"}}) {
         EXPECT_EQ(get(property, 77).status, status::unsupportedFeature) << name;
-        LogLines expected = lines(name, "");
+        LogLines expected = lines(name, status::unsupportedFeature);
         expected.pop_back();
         EXPECT_EQ(log.file(), expected);
         EXPECT_EQ(log.output(), LogLines{});
@@ -277,7 +277,7 @@ TEST_F(CardGetPropertyTest, NamesAreComparedExactly) {
 TEST_F(CardGetPropertyTest, RefusesANullNameWithoutTheParameterLine) {
     EXPECT_EQ(get(nullptr, 0).status, status::invalidParameter);
     EXPECT_EQ(log.file(), (LogLines{{"CardGetProperty", "Entering the function"},
-                                    exitLine("CardGetProperty", "0x80100004")}));
+                                    exitLine("CardGetProperty", status::invalidParameter)}));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_325: wszProperty is invalid."}}));
 }
 
@@ -285,14 +285,14 @@ TEST_F(CardGetPropertyTest, RefusesANullRecordAfterTheParameterLine) {
     DWORD length = 0;
     EXPECT_EQ(CardGetProperty(nullptr, WIDE_TEXT("PIN List"), nullptr, 0, &length, 0),
               status::invalidParameter);
-    EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
+    EXPECT_EQ(log.file(), lines("PIN List", status::invalidParameter));
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_324: pCardData is NULL."}}));
 }
 
 TEST_F(CardGetPropertyTest, RefusesWithoutAContextHandle) {
     card.data()->hSCardCtx = 0;
     EXPECT_EQ(get(WIDE_TEXT("PIN List"), 0).status, status::invalidParameter);
-    EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
+    EXPECT_EQ(log.file(), lines("PIN List", status::invalidParameter));
     EXPECT_EQ(log.output(), LogLines{});
 }
 
@@ -300,7 +300,7 @@ TEST_F(CardGetPropertyTest, AnAllocationThatFailsHasALineAndStatusEight) {
     PlatformRecord::failAllocation(1);
     EXPECT_EQ(get(WIDE_TEXT("PIN List"), 0).status, 8);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_21: Out-of-memory (PFN_CSP_ALLOC)."}}));
-    EXPECT_EQ(log.file(), lines("PIN List", "0x00000008"));
+    EXPECT_EQ(log.file(), lines("PIN List", status::notEnoughMemory));
 }
 
 TEST_F(CardGetPropertyTest, ThereIsNoSizeQuery) {
@@ -309,7 +309,7 @@ TEST_F(CardGetPropertyTest, ThereIsNoSizeQuery) {
               status::invalidParameter);
     EXPECT_EQ(length, 77);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_326: pbData is NULL."}}));
-    EXPECT_EQ(log.file(), lines("PIN List", "0x80100004"));
+    EXPECT_EQ(log.file(), lines("PIN List", status::invalidParameter));
     EXPECT_EQ(PlatformRecord::liveAllocations(), 0);
 }
 
@@ -324,7 +324,7 @@ TEST_F(CardGetPropertyTest, ABufferThatIsTooSmallIsRefusedBeforeANullLength) {
     EXPECT_EQ(CardGetProperty(card.data(), WIDE_TEXT("PIN List"), buffer, 3, nullptr, 0),
               status::insufficientBuffer);
     EXPECT_EQ(log.output(), (LogLines{{"ERROR", "CMR_327: cbData is too small."}}));
-    EXPECT_EQ(log.file(), lines("PIN List", "0x80100008"));
+    EXPECT_EQ(log.file(), lines("PIN List", status::insufficientBuffer));
 }
 
 TEST_F(CardGetPropertyTest, ANullLengthIsRefusedAfterTheBuffer) {

@@ -30,9 +30,7 @@ protected:
                                        "', dwFlags:'" + std::to_string(flags) + "', cbDataLen:'" +
                                        std::to_string(length) + "'"};
     }
-    static LogLine exit() {
-        return {"CardSetProperty", "Exiting the function, with status code: '0x00000000'"};
-    }
+    static LogLine exit() { return {"CardSetProperty", exited(status::success)}; }
     PlatformCallsGuard hooks;
     LogCapture log;
     AcquiredCard card{CardType::type3};

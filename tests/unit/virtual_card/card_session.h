@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/card_types.h"
 #include "virtual_card/virtual_card.h"
 
 namespace virtual_card {
@@ -52,12 +53,5 @@ public:
 
 /// A command with data, and Le where one is given.
 Bytes commandOf(std::string_view header, ByteView data, std::optional<std::uint8_t> le = {});
-
-/// Every card type, for value-parameterised tests.
-inline std::vector<int> allCardTypes() {
-    std::vector<int> types;
-    for (const Generation& row : generations()) types.push_back(row.cardType);
-    return types;
-}
 
 }  // namespace virtual_card
