@@ -343,6 +343,25 @@ void containers(Calls& calls) {
         calls.free(info.pbKeyExPublicKey);
         return status;
     });
+    for (BYTE container = 0; container < 3; ++container) {
+        for (const DWORD version : {0u, 1u, 2u}) {
+            calls.call("CardGetContainerProperty: Container Info of version " + number(version) +
+                           ", container " + number(container),
+                       [&] {
+                           CONTAINER_INFO info{};
+                           info.dwVersion = version;
+                           DWORD size = 77;
+                           const DWORD status = calls.data.pfnCardGetContainerProperty(
+                               &calls.data, container, WIDE_TEXT("Container Info"),
+                               reinterpret_cast<PBYTE>(&info), sizeof(info), &size, 0);
+                           calls.tell("signature key", info.cbSigPublicKey);
+                           calls.tell("exchange key", info.cbKeyExPublicKey);
+                           calls.free(info.pbSigPublicKey);
+                           calls.free(info.pbKeyExPublicKey);
+                           return status;
+                       });
+        }
+    }
     calls.call("CardGetContainerInfo: no record to fill",
                [&] { return calls.data.pfnCardGetContainerInfo(&calls.data, 0, 0, nullptr); });
     const auto inform = [&](const std::string& what, BYTE container, DWORD flags, DWORD version) {
@@ -959,6 +978,11 @@ std::string seen(int cardType, bool hasLogFile = true) {
     refusals(calls);
     calls.call("CardDeleteContext: no record",
                [&] { return calls.data.pfnCardDeleteContext(nullptr); });
+    calls.call("CardDeleteContext: no context in the record", [&] {
+        CARD_DATA record = calls.data;
+        record.pvVendorSpecific = nullptr;
+        return calls.data.pfnCardDeleteContext(&record);
+    });
     calls.call("CardDeleteContext", [&] {
         calls.card.release();
         return DWORD{0};

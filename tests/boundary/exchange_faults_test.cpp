@@ -211,5 +211,35 @@ TEST_P(Faults, AReplyThatIsStatedAByteTooLongHasNoStatusWord) {
     putBehindTheSeam(card.reader.seam());
 }
 
+// The room that the driver has for a reply: by command records 510 bytes, and for what waits that
+// and its status word; by command objects 258.
+TEST_P(Faults, RepliesHaveTheRoomThatTheyAreGiven) {
+    static std::uint32_t waiting;
+    static bool isByRecord;
+    PlatformSide card(GetParam());
+    CardSeam seam = *card.reader.seam();
+    seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
+                       const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
+                       std::uint32_t* replyLength) {
+        const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
+        constexpr std::uint8_t getResponseIns = 0xC0;
+        const bool isRest = command[1] == getResponseIns;
+        EXPECT_EQ(*replyLength, !isByRecord ? 258u : isRest ? waiting + 2 : 510u);
+        const std::int32_t code =
+            inner.transmit(self, handle, protocol, command, length, reply, replyLength);
+        if (*replyLength >= 2) waiting = reply[*replyLength - 1];
+        if (waiting == 0) waiting = 256;
+        return code;
+    };
+    isByRecord = true;
+    putBehindTheSeam(&seam);
+    ASSERT_EQ(card.acquire(), 0u);
+    if (virtual_card::findGeneration(GetParam())->knowsGetData) {
+        isByRecord = false;
+        EXPECT_EQ(card.authenticate(1, card.pin(virtual_card::PinRole::Authentication)), 0u);
+    }
+    putBehindTheSeam(card.reader.seam());
+}
+
 }  // namespace
 }  // namespace boundary
