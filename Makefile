@@ -20,8 +20,8 @@ help:
 	@echo '                   it too'
 	@echo 'make demo          a logon with each card generation; ./demo.sh installs first'
 	@echo 'make lint          the checks of the source only'
-	@echo 'make tidy          clang-tidy over all sources, and not only over what has'
-	@echo '                   changed'
+	@echo "make tidy          clang-tidy and GCC's analyser over all sources, and not only"
+	@echo '                   over what has changed'
 	@echo 'make format        clang-format over all sources'
 	@echo 'make fuzz          the fuzzers, a minute each'
 	@echo 'make faults        every fault at every place, natively: over 50,000 runs'

@@ -1,4 +1,4 @@
-"""Plants faults and sees that GCC's analyser finds them as check_analyser.py starts it, and what it does then."""
+"""Plants faults and sees that check_analyser.py finds them with GCC's analyser, and what it makes of them."""
 import pathlib
 import sys
 import tempfile
@@ -88,26 +88,33 @@ class PlantedFaults(Folder):
 
 
 class Outcomes(Folder):
-    def look(self):
+    def look(self, changed=None):
         header = self.folder / "precompiled_from.h"
         header.write_text("")
-        return check_analyser.look({self.path: self.command}, self.folder / "kept", header)
+        return check_analyser.look({self.path: self.command}, self.folder / "kept", header, changed)
 
     def test_are_kept_until_a_file_or_what_it_includes_or_its_options_change(self):
         self.path.write_text('#include "a.h"\n' + CLEAN)
         (self.folder / "a.h").write_text("")
-        self.assertEqual(self.look(), ([], 1))
-        self.assertEqual(self.look(), ([], 0))
+        self.assertEqual(self.look(), ([], 1, []))
+        self.assertEqual(self.look(), ([], 0, []))
         (self.folder / "a.h").write_text(USE_AFTER_DELETE)
         for analysed in (1, 0):
-            (alarm,), count = self.look()
+            (alarm,), count, _ = self.look()
             self.assertEqual((alarm.file, alarm.line, alarm.text, count),
                              (str(self.folder / "a.h"), 4, "const int value = *held;", analysed))
             self.assertIn("deleted here", alarm.shown)
         self.path.write_text(CLEAN)
-        self.assertEqual(self.look(), ([], 1))
+        self.assertEqual(self.look(), ([], 1, []))
         self.command += ["-DOTHER"]
-        self.assertEqual(self.look(), ([], 1))
+        self.assertEqual(self.look(), ([], 1, []))
+
+    def test_a_file_without_an_outcome_waits_until_it_or_what_it_includes_has_changed(self):
+        self.path.write_text('#include "a.h"\n' + CLEAN)
+        (self.folder / "a.h").write_text("")
+        self.assertEqual(self.look({self.folder / "b.h"}), ([], 0, [str(self.path)]))
+        self.assertEqual(self.look({self.folder / "a.h"}), ([], 1, []))
+        self.assertEqual(self.look(set()), ([], 0, []))
 
 
 class Lists(unittest.TestCase):
@@ -126,7 +133,15 @@ class Lists(unittest.TestCase):
         self.assertEqual(len(check_analyser.wrong([self.ALARM], [self.entry("malloc-leak: *")])), 2)
 
     def test_an_entry_that_is_not_raised_any_more_is_found(self):
-        self.assertEqual(len(check_analyser.wrong([], [self.entry("double-free: *")])), 1)
+        entries = [self.entry("double-free: *")]
+        self.assertEqual(len(check_analyser.wrong([], entries)), 1)
+        self.assertEqual(len(check_analyser.wrong([], entries, ["src/apdu/set.cpp"])), 1)
+        self.assertEqual(check_analyser.wrong([], entries, [self.ALARM.file]), [])
+
+    def test_an_entry_of_a_header_waits_for_all_files(self):
+        entry = self.entry("*")._replace(file="src/apdu/apdu_command.h", text="struct ApduCommand {")
+        self.assertEqual(len(check_analyser.wrong([], [entry])), 1)
+        self.assertEqual(check_analyser.wrong([], [entry], ["src/apdu/set.cpp"]), [])
 
 
 if __name__ == "__main__":

@@ -83,6 +83,12 @@ def changed_files():
     return {ROOT / name for name in names.splitlines()}
 
 
+def rules(path):
+    """What says by which rules a file is checked: a rule that has changed counts for every such file."""
+    return {folder / ".clang-tidy" for folder in path.parents
+            if folder.is_relative_to(ROOT) and (folder / ".clang-tidy").exists()}
+
+
 def without_precompiled_header(command):
     words, kept = iter(shlex.split(command)), []
     for word in words:
@@ -112,8 +118,7 @@ def tidy(build, everything):
     changed = changed_files()
     waiting = []
     for path, entry in sorted(commands.items()):
-        # A rule that has changed counts for every file.
-        files = {ROOT / ".clang-tidy"}
+        files = rules(path)
         included(path, files)
         key = clean / key_of(entry["command"], files)
         if (everything or not changed.isdisjoint(files)) and not key.exists():

@@ -1,5 +1,6 @@
 """Plants faults in a source file and sees that the tools behind check_sources.py find them."""
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -37,6 +38,27 @@ class PlantedFaults(unittest.TestCase):
         form = ("clang-format-14", "--dry-run", "--Werror", f"--style=file:{ROOT / '.clang-format'}")
         self.assertEqual(self.findings(CLEAN, *form), 0)
         self.assertNotEqual(self.findings(CLEAN.replace("    return", "  return"), *form), 0)
+
+
+    def test_memory_that_is_used_after_it_is_given_back_in_the_product_s_own_code(self):
+        folder = self.path.parent
+        (folder / "src").mkdir()
+        for rules in (".clang-tidy", "src/.clang-tidy"):
+            shutil.copy(ROOT / rules, folder / rules)
+        read = "int readBack(const int* held) {\n    delete held;\n    return *held;\n}\n"
+        tidy = ("clang-tidy-14", "--quiet")
+        self.assertEqual(self.findings(read, *tidy), 0)
+        self.path = folder / "src" / "a.cpp"
+        self.assertNotEqual(self.findings(read, *tidy), 0)
+        self.assertEqual(self.findings(CLEAN, *tidy), 0)
+        self.assertNotEqual(self.findings(CLEAN.replace("goodName", "Bad_Name"), *tidy), 0)
+
+
+class Rules(unittest.TestCase):
+    def test_are_those_of_each_folder_on_the_way_to_a_file(self):
+        self.assertEqual(check_sources.rules(ROOT / "src/apdu/set.cpp"),
+                         {ROOT / ".clang-tidy", ROOT / "src/.clang-tidy"})
+        self.assertEqual(check_sources.rules(ROOT / "tests/a.cpp"), {ROOT / ".clang-tidy"})
 
 
 class Commands(unittest.TestCase):
