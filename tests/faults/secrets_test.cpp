@@ -1,6 +1,7 @@
 // Where secrets go: no line of a log, no output and no caller's buffer holds a PIN, and the
 // driver's own memory holds what SECURITY.md says when it is given back, and nothing else.
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <iterator>
 
@@ -23,14 +24,29 @@ bool beginsWith(const Bytes& bytes, const Bytes& head) {
     return bytes.size() >= head.size() && std::equal(head.begin(), head.end(), bytes.begin());
 }
 
+// Whether a PIN stands there by itself: between other digits it is part of an address in a line of
+// the log.
+bool holdsPin(const Bytes& block, const Bytes& pin) {
+    const auto isDigit = [&](auto at) { return std::isxdigit(*at) != 0; };
+    for (auto at = block.begin();; ++at) {
+        at = std::search(at, block.end(), pin.begin(), pin.end());
+        if (at == block.end()) return false;
+        const auto end = at + static_cast<std::ptrdiff_t>(pin.size());
+        if ((at == block.begin() || !isDigit(at - 1)) && (end == block.end() || !isDigit(end))) {
+            return true;
+        }
+    }
+}
+
 // The blocks that the driver gives back with a secret in them, as they were.
 class GivenBack {
 public:
-    explicit GivenBack(Bytes secret) : secret_(std::move(secret)) {
-        onGivenBack = [this](const void* block, std::size_t size) {
+    explicit GivenBack(Bytes secret, bool (*isIn)(const Bytes&, const Bytes&) = holds)
+        : secret_(std::move(secret)) {
+        onGivenBack = [this, isIn](const void* block, std::size_t size) {
             const auto* first = static_cast<const std::uint8_t*>(block);
             Bytes bytes(first, first + size);
-            if (holds(bytes, secret_)) blocks.push_back(std::move(bytes));
+            if (isIn(bytes, secret_)) blocks.push_back(std::move(bytes));
         };
     }
     ~GivenBack() { onGivenBack = nullptr; }
@@ -96,36 +112,71 @@ Copies copiesIn(const std::vector<Bytes>& blocks, const Bytes& pin) {
     return copies;
 }
 
+// One of the PINs of a journey, up to the end of the context; the answer to an exchange is lost.
+struct Watched {
+    DWORD status = 0;
+    Copies copies;
+    std::size_t exchanges = 0;
+};
+Watched watch(int cardType, const Journey& journey, const EnteredPin& pin, std::size_t lost = 0) {
+    KelmoraID::testing::platformCalls() = {};
+    hookCertificates();
+    hookSurroundings(journey);
+    PlatformSide card(cardType);
+    journey.prepare(card);
+    if (lost != 0)
+        card.reader.failTransmit(lost, {Fault::Kind::TransportError, status::removedCard});
+    const Bytes text = bytesOf(textOf(card, pin));
+    const GivenBack given(text, holdsPin);
+    const std::size_t before = card.reader.exchanges().size();
+    Watched watched;
+    watched.status = journey.act(card).status;
+    watched.exchanges = card.reader.exchanges().size() - before;
+    card.release();
+    watched.copies = copiesIn(given.blocks, text);
+    return watched;
+}
+
+// By either call and by the dialog, right and wrong, of both PINs.
+template <typename Work>
+void eachJourneyWithAPin(Work work) {
+    int count = 0;
+    for (const Journey& journey : journeys) {
+        if (journey.pins.empty()) continue;
+        SCOPED_TRACE(journey.entryPoint + std::string(", ") + journey.variant);
+        work(journey);
+        ++count;
+    }
+    EXPECT_GE(count, 8);
+}
+
 TEST_P(Secrets, OfAPinTheCommandsCopyIsWipedAndTheRequestsAreNot) {
-    PlatformSide card(GetParam());
-    card.acquireOrFail();
-    const GivenBack given(bytesOf(wrongPin));
-    EXPECT_EQ(card.authenticate(1, wrongPin), status::wrongPin);
-    const Copies copies = copiesIn(given.blocks, bytesOf(wrongPin));
-    // The request's own copy, and, where it is padded, the buffer that became too small; the copy
-    // of the VERIFY object would be one more.
-    EXPECT_EQ(copies.plain, 1);
-    EXPECT_EQ(copies.padded, isPadded(card) ? 1 : 0);
-    EXPECT_EQ(copies.encoded, 1);
-    EXPECT_EQ(copies.others, 0);
+    const bool padded = isPadded(PlatformSide(GetParam()));
+    eachJourneyWithAPin([&](const Journey& journey) {
+        for (const EnteredPin& pin : journey.pins) {
+            const Copies copies = watch(GetParam(), journey, pin).copies;
+            // The request's own copy, and, where it is padded, the buffer that became too small;
+            // the copy of the VERIFY object would be one more.
+            EXPECT_EQ(copies.plain, 1);
+            EXPECT_EQ(copies.padded, padded ? 1 : 0);
+            EXPECT_EQ(copies.encoded, 1);
+            EXPECT_EQ(copies.others, 0);
+        }
+    });
 }
 
 TEST_P(Secrets, OfAPinTheCommandsCopyIsNotWipedWhereTheReaderGivesNoResponse) {
-    PlatformSide card(GetParam());
-    card.acquireOrFail();
-    EXPECT_EQ(card.authenticate(1, card.pin(PinRole::Authentication)), 0u);
-    const auto& exchanges = card.reader.exchanges();
-    const std::size_t before = exchanges.size();
-    card.authenticate(1, wrongPin);
-    // The VERIFY is the last of them: the same again, and its answer is lost.
-    const std::size_t verify = exchanges.size() - before;
-    card.reader.failTransmit(verify, {Fault::Kind::TransportError, status::removedCard});
-    const GivenBack given(bytesOf(wrongPin));
-    EXPECT_EQ(card.authenticate(1, wrongPin), status::unexpected);
-    const Copies copies = copiesIn(given.blocks, bytesOf(wrongPin));
-    EXPECT_EQ(copies.plain, isPadded(card) ? 1 : 2);
-    EXPECT_EQ(copies.padded, isPadded(card) ? 2 : 0);
-    EXPECT_EQ(copies.others, 0);
+    const bool padded = isPadded(PlatformSide(GetParam()));
+    eachJourneyWithAPin([&](const Journey& journey) {
+        // The last exchange is the VERIFY of the last PIN.
+        const EnteredPin& pin = journey.pins.back();
+        const std::size_t verify = watch(GetParam(), journey, pin).exchanges;
+        const Watched lost = watch(GetParam(), journey, pin, verify);
+        EXPECT_EQ(lost.status, status::unexpected);
+        EXPECT_EQ(lost.copies.plain, padded ? 1 : 2);
+        EXPECT_EQ(lost.copies.padded, padded ? 2 : 0);
+        EXPECT_EQ(lost.copies.others, 0);
+    });
 }
 
 // The buffer may be out of its scope, and is still on the stack.
@@ -170,37 +221,57 @@ TEST_P(Secrets, OfThePinsFromTheDialogTheBufferIsNeitherClearedNorWiped) {
     EXPECT_EQ(leftInTheBuffer, expected);
 }
 
+// All that a caller can ask for beside what an entry point is there to give.
+std::vector<Bytes> outputsOf(PlatformSide& card) {
+    std::vector<Bytes> outputs;
+    for (const DWORD flags : {0u, 1u, 4u}) {
+        for (const LPCWSTR name :
+             {WIDE_TEXT("PIN Information"), WIDE_TEXT("Card Identifier"), WIDE_TEXT("Key Sizes"),
+              WIDE_TEXT("Capabilities"), WIDE_TEXT("Free Space"), WIDE_TEXT("PIN List"),
+              WIDE_TEXT("PIN Context String"), WIDE_TEXT("Authenticated State")}) {
+            outputs.push_back(card.property(name, flags).bytes);
+        }
+    }
+    for (const char* file : {"cardid", "cardcf", "cardapps"}) {
+        outputs.push_back(card.readFile(nullptr, file).bytes);
+    }
+    outputs.push_back(card.readFile("mscp", "cmapfile").bytes);
+    for (BYTE container = 0; container < card.containers(); ++container) {
+        outputs.push_back(card.certificate(container));
+        outputs.push_back(card.publicKey(container));
+        outputs.push_back(card.containerProperty(container, WIDE_TEXT("PIN Identifier")).bytes);
+        outputs.push_back(card.signMessage(container, "a message").bytes);
+    }
+    return outputs;
+}
+
+// Neither in the byte order of the card nor in that of the platform.
+void expectNowhere(const Bytes& secret, Log& log, const std::vector<Bytes>& outputs) {
+    const std::string text = log.text();
+    EXPECT_FALSE(text.empty());
+    for (const Bytes& form : {secret, boundary::reversed(secret)}) {
+        expectNotIn(text, form);
+        for (const Bytes& output : outputs) EXPECT_FALSE(holds(output, form));
+    }
+}
+
 TEST_P(Secrets, OfAPinNothingIsInALogOrAnOutput) {
     Log log;
     PlatformSide card(GetParam());
     card.acquireOrFail();
-    std::vector<Bytes> outputs;
-    const auto look = [&] {
-        outputs.push_back(card.property(WIDE_TEXT("PIN Information"), 1).bytes);
-        outputs.push_back(card.property(WIDE_TEXT("PIN Information"), 4).bytes);
-        outputs.push_back(card.readFile("mscp", "cmapfile").bytes);
-        outputs.push_back(card.readFile(nullptr, "cardcf").bytes);
-        outputs.push_back(card.containerProperty(0, WIDE_TEXT("PIN Identifier")).bytes);
-    };
     DWORD attempts = 0;
     EXPECT_EQ(card.authenticate(1, wrongPin, &attempts), status::wrongPin);
-    look();
+    std::vector<Bytes> outputs = outputsOf(card);
     // Each place where the reader can fail has lines of its own.
     for (std::size_t n = 1; n <= 4; ++n) {
         card.reader.failTransmit(n, {Fault::Kind::TransportError, status::lostData});
         card.authenticate(1, wrongPin);
         card.reader.clearFaults();
     }
-    look();
     card.reader.resetCard();
     card.reconnect();
-    for (BYTE container = 0; container < card.containers(); ++container) {
-        outputs.push_back(card.signMessage(container, "a message").bytes);
-    }
-    for (const Bytes& output : outputs) EXPECT_FALSE(holds(output, bytesOf(wrongPin)));
-    const std::string text = log.text();
-    EXPECT_NE(text.find("CardAuthenticateEx"), std::string::npos) << "nothing was logged";
-    expectNotIn(text, bytesOf(wrongPin));
+    std::ranges::move(outputsOf(card), std::back_inserter(outputs));
+    expectNowhere(bytesOf(wrongPin), log, outputs);
 }
 
 TEST_P(Secrets, OfThePinThatIsRightNothingIsInALog) {
@@ -218,6 +289,44 @@ class SecretsOfEcCards : public Secrets {};
 INSTANTIATE_TEST_SUITE_P(EveryEcCard, SecretsOfEcCards,
                          ::testing::ValuesIn(boundary::ecCardTypes()));
 
+// Agrees with another party; what the caller's record and buffer hold then are outputs.
+BYTE agree(PlatformSide& card, boundary::OtherParty& other, std::vector<Bytes>& outputs) {
+    Bytes blob = other.blob();
+    CARD_DH_AGREEMENT_INFO info{};
+    info.dwVersion = 2;
+    info.dwPublicKey = static_cast<DWORD>(blob.size());
+    info.pbPublicKey = blob.data();
+    EXPECT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0u);
+    outputs.push_back(blob);
+    const auto* record = reinterpret_cast<const BYTE*>(&info);
+    outputs.emplace_back(record, record + sizeof(info));
+    return info.bSecretAgreementIndex;
+}
+
+// CardDeriveKey by a hash of the platform's, with a text ahead of the secret and one behind it.
+Bytes derive(PlatformSide& card, BYTE index, LPCWSTR hash, DWORD flags = 0) {
+    WideString name(hash);
+    WideString kdf(WIDE_TEXT("HASH"));
+    char ahead[] = "ahead";
+    char behind[] = "behind";
+    BCryptBuffer buffers[] = {
+        {static_cast<ULONG>((name.size() + 1) * sizeof(WCHAR)), KDF_HASH_ALGORITHM, name.data()},
+        {5, KDF_SECRET_PREPEND, ahead},
+        {6, KDF_SECRET_APPEND, behind}};
+    BCryptBufferDesc list{BCRYPTBUFFER_VERSION, 3, buffers};
+    CARD_DERIVE_KEY info{};
+    info.dwVersion = 2;
+    info.dwFlags = flags;
+    info.pwszKDF = kdf.data();
+    info.bSecretAgreementIndex = index;
+    info.pParameterList = &list;
+    EXPECT_EQ(card.data.pfnCardDeriveKey(&card.data, &info), 0u);
+    if (info.pbDerivedKey == nullptr) return {};
+    const Bytes key(info.pbDerivedKey, info.pbDerivedKey + info.cbDerivedKey);
+    card.data.pfnCspFree(info.pbDerivedKey);
+    return key;
+}
+
 TEST_P(SecretsOfEcCards, OfAnAgreementOnlyTheDerivedKeyIsGivenAndNothingIsWiped) {
     Log log;
     PlatformSide card(GetParam());
@@ -225,43 +334,48 @@ TEST_P(SecretsOfEcCards, OfAnAgreementOnlyTheDerivedKeyIsGivenAndNothingIsWiped)
     card.openKey(0);
     boundary::OtherParty other(card.certificate(0));
     const Bytes secret = other.secret();
-    Bytes blob = other.blob();
-    CARD_DH_AGREEMENT_INFO info{};
-    info.dwVersion = 2;
-    info.dwPublicKey = static_cast<DWORD>(blob.size());
-    info.pbPublicKey = blob.data();
+    const std::string text(secret.begin(), secret.end());
+    std::vector<Bytes> outputs;
+    BYTE index = 0;
     {
         // The reply as it arrived, what was taken out of it, and where the command kept it; the
         // context's own stays.
         const GivenBack secrets(secret);
-        ASSERT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0u);
+        index = agree(card, other, outputs);
         const auto isBare = [&](const Bytes& block) { return block == secret; };
         EXPECT_EQ(std::ranges::count_if(secrets.blocks, isBare), 3);
         EXPECT_EQ(secrets.blocks.size(), 4u);
     }
-    const Bytes key = boundary::hashOf("SHA-1", std::string(secret.begin(), secret.end()));
+    struct Row {
+        LPCWSTR name;
+        const char* hash;
+    };
+    std::vector<Bytes> keys;
+    for (const Row& row :
+         {Row{WIDE_TEXT("SHA1"), "SHA-1"}, Row{WIDE_TEXT("SHA256"), "SHA-256"},
+          Row{WIDE_TEXT("SHA384"), "SHA-384"}, Row{WIDE_TEXT("SHA512"), "SHA-512"}}) {
+        SCOPED_TRACE(row.hash);
+        keys.push_back(boundary::hashOf(row.hash, "ahead" + text + "behind"));
+        {
+            // The copy that is hashed; the agreement itself stays.
+            const GivenBack secrets(secret);
+            EXPECT_EQ(derive(card, index, row.name), keys.back());
+            EXPECT_EQ(secrets.blocks.size(), 1u);
+        }
+        const GivenBack derived(keys.back());
+        derive(card, index, row.name);
+        EXPECT_EQ(derived.blocks.size(), 1u);
+        EXPECT_EQ(derive(card, index, row.name, CARD_BUFFER_SIZE_ONLY), Bytes());
+        EXPECT_EQ(derived.blocks.size(), 1u) << "for the size nothing is derived";
+    }
+    std::ranges::move(outputsOf(card), std::back_inserter(outputs));
     {
         const GivenBack secrets(secret);
-        const Answer derived = card.derive(info.bSecretAgreementIndex);
-        EXPECT_EQ(derived.bytes, key);
-        EXPECT_FALSE(holds(derived.bytes, secret));
-        // The copy that is hashed; the agreement itself stays.
+        EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0), 0u);
         EXPECT_EQ(secrets.blocks.size(), 1u);
     }
-    {
-        const GivenBack keys(key);
-        card.derive(info.bSecretAgreementIndex);
-        EXPECT_EQ(keys.blocks.size(), 1u);
-    }
-    {
-        const GivenBack secrets(secret);
-        EXPECT_EQ(card.data.pfnCardDestroyDHAgreement(&card.data, info.bSecretAgreementIndex, 0),
-                  0u);
-        EXPECT_EQ(secrets.blocks.size(), 1u);
-    }
-    const std::string text = log.text();
-    expectNotIn(text, secret);
-    expectNotIn(text, key);
+    expectNowhere(secret, log, outputs);
+    for (const Bytes& key : keys) expectNowhere(key, log, outputs);
 }
 
 TEST_P(SecretsOfEcCards, AnAgreementThatIsNotDestroyedGoesWithTheContext) {
@@ -269,12 +383,8 @@ TEST_P(SecretsOfEcCards, AnAgreementThatIsNotDestroyedGoesWithTheContext) {
     card.acquireOrFail();
     card.openKey(0);
     boundary::OtherParty other(card.certificate(0));
-    Bytes blob = other.blob();
-    CARD_DH_AGREEMENT_INFO info{};
-    info.dwVersion = 2;
-    info.dwPublicKey = static_cast<DWORD>(blob.size());
-    info.pbPublicKey = blob.data();
-    ASSERT_EQ(card.data.pfnCardConstructDHAgreement(&card.data, &info), 0u);
+    std::vector<Bytes> outputs;
+    agree(card, other, outputs);
     const GivenBack secrets(other.secret());
     card.release();
     EXPECT_EQ(secrets.blocks.size(), 1u);
@@ -295,9 +405,11 @@ TEST_P(SecretsOfRsaCards, OfADecryptedMessageTheCallerHasOneAndTheCopiesAreNotWi
     const GivenBack given(bytesOf(message));
     const Answer answer = card.decrypt(container, block);
     ASSERT_EQ(answer.status, 0u);
-    EXPECT_TRUE(holds(boundary::reversed(answer.bytes), bytesOf(message)));
+    EXPECT_EQ(boundary::reversed(answer.bytes), bytesOf(message));
+    const std::vector<Bytes> outputs = outputsOf(card);
+    card.release();
     EXPECT_EQ(given.blocks.size(), 5u);
-    expectNotIn(log.text(), bytesOf(message));
+    expectNowhere(bytesOf(message), log, outputs);
 }
 
 }  // namespace
