@@ -30,6 +30,12 @@ bool isGood(const Step& step);
 Steps stepsOf(const std::vector<virtual_card::Exchange>& exchanges, std::size_t n = 0,
               const virtual_card::Fault& fault = {}, bool reconnects = true);
 
+/// How many errors have to be thrown as pointers, by what arrived for the commands of PINs, of
+/// decryption and of agreement: one for each that the card refuses, and one more where limits that
+/// are asked for by command were not to be had, whatever the cause. File reading and signatures
+/// throw none.
+int errorsAsPointers(const Steps& run);
+
 // Each holds a run against the commands that have to follow what arrived, or against the good
 // run's, reports a command that should not have gone out or should have, and gives the status that
 // the run has to have.

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 #include "driver_memory.h"
 #include "support/platform_calls.h"
@@ -41,9 +42,10 @@ bool hasThirdKey(const Generation& card) {
     return card.keys.size() > 2;
 }
 
+template <BYTE container>
 void openedForSignatures(PlatformSide& card) {
     card.acquireOrFail();
-    card.openKey(1);
+    card.openKey(container);
 }
 
 // The card's own public key as the other party's: the secret is the same each time.
@@ -361,15 +363,18 @@ constexpr EnteredPin wrongPin1{PinRole::Authentication, false};
 constexpr EnteredPin rightPin4{PinRole::Signature, true};
 constexpr EnteredPin wrongPin4{PinRole::Signature, false};
 
+PIN_ID pinIdOf(const EnteredPin& pin) {
+    return pin.role == PinRole::Authentication ? 1 : 4;
+}
+
 template <const EnteredPin& pin>
 Outcome enterPin(PlatformSide& card) {
     std::string text = textOf(card, pin);
     DWORD attempts = untouched;
     Outcome outcome;
     outcome.status = card.data.pfnCardAuthenticateEx(
-        &card.data, pin.role == PinRole::Authentication ? 1 : 4, 0,
-        reinterpret_cast<PBYTE>(text.data()), static_cast<DWORD>(text.size()), nullptr, nullptr,
-        &attempts);
+        &card.data, pinIdOf(pin), 0, reinterpret_cast<PBYTE>(text.data()),
+        static_cast<DWORD>(text.size()), nullptr, nullptr, &attempts);
     appendAttempts(outcome.given, attempts);
     return outcome;
 }
@@ -388,13 +393,13 @@ Outcome enterPinByTheOlderCall(PlatformSide& card) {
 
 // The user enters one after the other, and then gives up.
 std::vector<std::string> enteredInTheDialog;
-template <const EnteredPin&... pins>
+template <const EnteredPin& first, const EnteredPin&... more>
 Outcome enterPinInTheDialog(PlatformSide& card) {
-    enteredInTheDialog = {textOf(card, pins)...};
+    enteredInTheDialog = {textOf(card, first), textOf(card, more)...};
     DWORD attempts = untouched;
     Outcome outcome;
-    outcome.status =
-        card.data.pfnCardAuthenticateEx(&card.data, 1, 0, nullptr, 0, nullptr, nullptr, &attempts);
+    outcome.status = card.data.pfnCardAuthenticateEx(&card.data, pinIdOf(first), 0, nullptr, 0,
+                                                     nullptr, nullptr, &attempts);
     appendAttempts(outcome.given, attempts);
     outcome.prompts = givenHandles().prompts;
     return outcome;
@@ -424,11 +429,9 @@ Outcome sign(PlatformSide& card, BYTE container, bool pss) {
     }
     return outcome;
 }
-Outcome signForLogon(PlatformSide& card) {
-    return sign(card, 0, false);
-}
-Outcome signDocument(PlatformSide& card) {
-    return sign(card, 1, false);
+template <BYTE container>
+Outcome signUsually(PlatformSide& card) {
+    return sign(card, container, false);
 }
 Outcome signByPss(PlatformSide& card) {
     return sign(card, 0, true);
@@ -520,8 +523,31 @@ void lookWhetherItIsGone(PlatformSide& card, Outcome& outcome) {
     if (card.derive(secretIndex).status == status::invalidParameter) outcome.given.push_back(1);
 }
 
-Outcome deauthenticate(PlatformSide& card) {
-    return {card.data.pfnCardDeauthenticateEx(&card.data, 2, 0), {}, {}};
+// What is not offered: nothing but the record is handed over.
+template <typename Argument>
+Argument bareArgument(PlatformSide& card) {
+    if constexpr (std::is_same_v<Argument, PCARD_DATA>) {
+        return &card.data;
+    } else {
+        return Argument{};
+    }
+}
+template <auto member>
+struct Refused;
+template <typename... Arguments, DWORD (WINAPI* CARD_DATA::*member)(Arguments...)>
+struct Refused<member> {
+    static Outcome call(PlatformSide& card) {
+        const CARD_DATA before = card.data;
+        Outcome outcome{(card.data.*member)(bareArgument<Arguments>(card)...), {}, {}};
+        appendChanged(outcome.given, before, card.data);
+        return outcome;
+    }
+};
+template <auto member>
+Journey refused(const char* entryPoint, DWORD status) {
+    Journey journey{entryPoint, "", everyCard, acquired, Refused<member>::call};
+    journey.refusal = status;
+    return journey;
 }
 
 // --- What each has to end with, by what arrived from the card
@@ -795,6 +821,20 @@ const std::vector<Journey> journeys = {
      enterPinInTheDialog<wrongPin1, rightPin1>,
      ruleOfDialog<wrongPin1, rightPin1>,
      {wrongPin1, rightPin1}},
+    {"CardAuthenticateEx",
+     "dialog, PIN 4",
+     everyCard,
+     acquired,
+     enterPinInTheDialog<rightPin4>,
+     ruleOfDialog<rightPin4>,
+     {rightPin4}},
+    {"CardAuthenticateEx",
+     "dialog, wrong PIN 4 first",
+     everyCard,
+     acquired,
+     enterPinInTheDialog<wrongPin4, rightPin4>,
+     ruleOfDialog<wrongPin4, rightPin4>,
+     {wrongPin4, rightPin4}},
     {"CardAuthenticatePin",
      "",
      everyCard,
@@ -813,7 +853,7 @@ const std::vector<Journey> journeys = {
      "container 0",
      everyCard,
      opened,
-     signForLogon,
+     signUsually<0>,
      ruleOfSignature<0>,
      {},
      nullptr,
@@ -821,12 +861,21 @@ const std::vector<Journey> journeys = {
     {"CardSignData",
      "container 1",
      everyCard,
-     openedForSignatures,
-     signDocument,
+     openedForSignatures<1>,
+     signUsually<1>,
      ruleOfSignature<1>,
      {},
      nullptr,
      confirmUsual<1>},
+    {"CardSignData",
+     "container 2",
+     hasThirdKey,
+     openedForSignatures<2>,
+     signUsually<2>,
+     ruleOfSignature<2>,
+     {},
+     nullptr,
+     confirmUsual<2>},
     {"CardSignData",
      "PSS",
      logsOnWithRsaKey,
@@ -865,7 +914,35 @@ const std::vector<Journey> journeys = {
      ruleOfPinQuery,
      {},
      lookWhetherItIsGone},
-    {"CardDeauthenticateEx", "", everyCard, acquired, deauthenticate},
+#define REFUSED(name, status) refused<&CARD_DATA::pfn##name>(#name, status)
+    REFUSED(CardDeleteContainer, status::unsupportedFeature),
+    REFUSED(CardCreateContainer, status::unsupportedFeature),
+    REFUSED(CardGetChallenge, status::unsupportedFeature),
+    REFUSED(CardAuthenticateChallenge, status::unsupportedFeature),
+    REFUSED(CardUnblockPin, status::unsupportedFeature),
+    REFUSED(CardChangeAuthenticator, status::unsupportedFeature),
+    REFUSED(CardCreateDirectory, status::unsupportedFeature),
+    REFUSED(CardDeleteDirectory, status::unsupportedFeature),
+    REFUSED(CardCreateFile, status::unsupportedFeature),
+    REFUSED(CardWriteFile, status::unsupportedFeature),
+    REFUSED(CardDeleteFile, status::unsupportedFeature),
+    REFUSED(CspGetDHAgreement, status::unsupportedFeature),
+    REFUSED(CardGetChallengeEx, status::unsupportedFeature),
+    REFUSED(CardChangeAuthenticatorEx, status::unsupportedFeature),
+    REFUSED(CardDeauthenticateEx, status::unsupportedFeature),
+    REFUSED(CardSetContainerProperty, status::unsupportedFeature),
+    REFUSED(CardImportSessionKey, status::unsupportedFeature),
+    REFUSED(CardCreateContainerEx, status::unsupportedFeature),
+    REFUSED(CspUnpadData, status::unexpected),
+    REFUSED(MDImportSessionKey, status::unexpected),
+    REFUSED(MDEncryptData, status::unexpected),
+    REFUSED(CardGetSharedKeyHandle, status::unexpected),
+    REFUSED(CardGetAlgorithmProperty, status::unexpected),
+    REFUSED(CardGetKeyProperty, status::unexpected),
+    REFUSED(CardSetKeyProperty, status::unexpected),
+    REFUSED(CardDestroyKey, status::unexpected),
+    REFUSED(CardProcessEncryptedData, status::unexpected),
+#undef REFUSED
 };
 
 Surroundings surroundingsOf(const Journey& journey) {

@@ -49,6 +49,8 @@ struct Journey {
     void (*confirm)(PlatformSide& card, const Bytes& given) = nullptr;
     /// How many bytes of what is given, an index or a length, are written ahead of the rest.
     std::size_t writtenAhead = 0;
+    /// What an operation that is not offered ends with: it calls nothing and allocates nothing.
+    DWORD refusal = 0;
 };
 
 /// The digits of an entered PIN.

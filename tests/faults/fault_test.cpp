@@ -4,7 +4,8 @@
 // is given up (tests/support/thrown_pointers.h), and no PIN goes out more often than it was
 // entered.
 //
-// By default a sample that KELMORA_FAULTS=SEED[:ONE_IN] draws; KELMORA_FAULTS=all runs them all.
+// By default a sample that KELMORA_FAULTS=SEED[:ONE_IN] draws, and of each kind of place one run at
+// least of each journey with each card; KELMORA_FAULTS=all runs them all.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -20,6 +22,7 @@
 #include <stdexcept>
 
 #include "driver_memory.h"
+#include "driver_slots.h"
 #include "fault_journeys.h"
 #include "fault_outcomes.h"
 #include "platform/fixed_paths.h"
@@ -48,7 +51,7 @@ bool isPlanted(const char* what) {
 struct Choice {
     bool all = false;
     unsigned long seed = 1;
-    unsigned long oneIn = 150;
+    unsigned long oneIn = 400;
 };
 const Choice& choice() {
     static const Choice choice = [] {
@@ -63,11 +66,12 @@ const Choice& choice() {
     }();
     return choice;
 }
-bool isChosen() {
+// A number below that one.
+unsigned long draw(unsigned long below) {
     static unsigned long long state = choice().seed;
     // Knuth's generator (MMIX): the same runs for the same seed.
     state = state * 6364136223846793005ULL + 1442695040888963407ULL;
-    return choice().all || (state >> 33) % choice().oneIn == 0;
+    return static_cast<unsigned long>((state >> 33) % below);
 }
 
 enum class Kind { exchange, platformCall, callersMemory, memory };
@@ -122,50 +126,13 @@ LPVOID WINAPI notedAlloc(SIZE_T size) {
     return platformsAlloc(size);
 }
 
-// Errors that are thrown as pointers: freed here, since nobody else does.
+// Errors that are thrown as pointers: freed here, since nobody else does, and counted.
 std::runtime_error* thrown[64];
 int thrownCount = 0;
-void freeThrown() {
+int freeThrown() {
+    const int count = thrownCount;
     while (thrownCount > 0) delete thrown[--thrownCount];
-}
-
-// A slot of the table, through which the driver is entered.
-template <auto member>
-struct Slot;
-template <typename... Arguments, DWORD (WINAPI* CARD_DATA::*member)(Arguments...)>
-struct Slot<member> {
-    static inline DWORD(WINAPI* original)(Arguments...) = nullptr;
-    static DWORD WINAPI call(Arguments... arguments) {
-        const InsideDriver inside;
-        return original(arguments...);
-    }
-    static void put(CARD_DATA& data) {
-        if (data.*member == nullptr || data.*member == call) return;
-        original = data.*member;
-        data.*member = call;
-    }
-};
-
-void putSlots(CARD_DATA& data) {
-    Slot<&CARD_DATA::pfnCardDeleteContext>::put(data);
-    Slot<&CARD_DATA::pfnCardQueryCapabilities>::put(data);
-    Slot<&CARD_DATA::pfnCardGetContainerInfo>::put(data);
-    Slot<&CARD_DATA::pfnCardAuthenticatePin>::put(data);
-    Slot<&CARD_DATA::pfnCardReadFile>::put(data);
-    Slot<&CARD_DATA::pfnCardEnumFiles>::put(data);
-    Slot<&CARD_DATA::pfnCardGetFileInfo>::put(data);
-    Slot<&CARD_DATA::pfnCardQueryFreeSpace>::put(data);
-    Slot<&CARD_DATA::pfnCardQueryKeySizes>::put(data);
-    Slot<&CARD_DATA::pfnCardSignData>::put(data);
-    Slot<&CARD_DATA::pfnCardRSADecrypt>::put(data);
-    Slot<&CARD_DATA::pfnCardConstructDHAgreement>::put(data);
-    Slot<&CARD_DATA::pfnCardDeriveKey>::put(data);
-    Slot<&CARD_DATA::pfnCardDestroyDHAgreement>::put(data);
-    Slot<&CARD_DATA::pfnCardAuthenticateEx>::put(data);
-    Slot<&CARD_DATA::pfnCardDeauthenticateEx>::put(data);
-    Slot<&CARD_DATA::pfnCardGetContainerProperty>::put(data);
-    Slot<&CARD_DATA::pfnCardGetProperty>::put(data);
-    Slot<&CARD_DATA::pfnCardSetProperty>::put(data);
+    return count;
 }
 
 // --- One run
@@ -187,6 +154,7 @@ struct Done {
     long allocations = 0;
     std::map<std::string, int> counts;
     GivenHandles handles;
+    int errorsAsPointers = 0;
     std::map<PinRole, unsigned> triesLost;
     std::string log;  // where PINs are entered
 };
@@ -219,9 +187,22 @@ void plan(PlatformSide& card, const Planned& planned) {
     failDriverAllocation(planned.kind == Kind::memory ? static_cast<long>(planned.n) : 0);
 }
 
+int timesIn(const std::string& log, std::string_view line) {
+    int times = 0;
+    for (std::size_t at = log.find(line); at != log.npos; at = log.find(line, at + 1)) ++times;
+    return times;
+}
+
+// Whether a PIN that was entered could not be tried. Which allocation belongs to a try is told by
+// its line in the log alone.
+bool brokeOff(const Done& run, const Planned& planned) {
+    if (planned.kind == Kind::memory) return timesIn(run.log, "] Failed to verify PIN. Abort") == 1;
+    return run.outcome.status == status::unexpected;
+}
+
 // What was opened has been closed; of the failed call nothing was.
-void expectClosed(const Journey& journey, const Done& run, const std::string& failedCall,
-                  bool keepsSecondCertificate) {
+void expectClosed(const Journey& journey, const Done& run, const Planned& planned,
+                  const std::string& failedCall, bool keepsSecondCertificate) {
     const auto count = [&](const char* name) {
         const auto found = run.counts.find(name);
         return found == run.counts.end() ? 0 : found->second;
@@ -237,25 +218,25 @@ void expectClosed(const Journey& journey, const Done& run, const std::string& fa
     EXPECT_EQ(run.handles.certificates - count("CertFreeCertificateContext"),
               keepsSecondCertificate ? 1 : 0);
     // The dialog's library stays loaded where a PIN that it gave could not be tried.
-    const int loaded = run.handles.libraries - count("FreeLibrary");
-    const bool wasAborted =
-        !run.handles.prompts.empty() && run.outcome.status == status::unexpected;
-    EXPECT_TRUE(loaded == 0 || (loaded == 1 && wasAborted)) << loaded << journey.variant;
+    const bool staysLoaded = !run.handles.prompts.empty() && brokeOff(run, planned);
+    EXPECT_EQ(run.handles.libraries - count("FreeLibrary"), staysLoaded ? 1 : 0)
+        << "of the dialog's library, " << journey.variant;
 }
 
 bool hasPin(const Exchange& exchange) {
     return exchange.command.at(1) == 0x20 && exchange.command.size() > 5;
 }
 
-// How many PINs went out. The same command once more, to a card that was reset, is no second one.
-int pinsSent(const Done& run) {
+// How many PINs went out. The same command once more, to a card that was reset and has come back,
+// is no second one.
+int pinsSent(const Done& run, bool comesBack) {
     int sent = 0;
     bool mayRepeat = false;
     for (std::size_t at = 0; at < run.exchanges.size(); ++at) {
         const Exchange& exchange = run.exchanges[at];
         const bool repeats = mayRepeat && exchange.command == run.exchanges[at - 1].command;
         if (hasPin(exchange) && !repeats) ++sent;
-        mayRepeat = !repeats && exchange.code == status::resetCard;
+        mayRepeat = comesBack && !repeats && exchange.code == status::resetCard;
     }
     return sent;
 }
@@ -347,8 +328,10 @@ Done go(const Journey& journey, int cardType, const Planned& planned,
         std::map<PinRole, unsigned> tries;
         for (const PinRole role : roles) tries[role] = card.reader.card().triesLeft(role);
         const LogFromHere log;
+        freeThrown();
         plan(card, planned);
         run.outcome = journey.act(card);
+        run.errorsAsPointers = freeThrown();
         for (const PinRole role : roles) {
             run.triesLost[role] = tries[role] - card.reader.card().triesLeft(role);
         }
@@ -373,7 +356,7 @@ Done go(const Journey& journey, int cardType, const Planned& planned,
         const bool isThird = card.containers() > 2;
         if (!isAcquired && !card.acquired && card.data.pvVendorSpecific != nullptr) {
             // A context that was half filled stays in the record, and the table is not filled.
-            Slot<&CARD_DATA::pfnCardDeleteContext>::call(&card.data);
+            deleteHalfFilled(card.data);
         }
         // The certificate of a second signing key is given up wherever it was made.
         keepsSecondCertificate = isThird && givenHandles().certificates == 3;
@@ -388,7 +371,7 @@ Done go(const Journey& journey, int cardType, const Planned& planned,
     EXPECT_EQ(heldByDriver().blocks, 0u) << heldByDriver().bytes << " bytes stay behind";
     run.counts = platformCalls().counts;
     run.handles = givenHandles();
-    expectClosed(journey, run, failedCall, keepsSecondCertificate);
+    expectClosed(journey, run, planned, failedCall, keepsSecondCertificate);
     platformCalls() = {};
     return run;
 }
@@ -417,7 +400,7 @@ std::vector<Planned> faultsOfAnExchange() {
     add(Way::StatusWord, {0x6101, 0x6100}, Repeated::forEver);
     add(Way::ResetCard, {0});
     add(Way::ResetCard, {0}, Repeated::twice);
-    for (const DWORD code : {status::removedCard, status::noService}) {
+    for (const DWORD code : codesOf("SCardReconnect")) {
         list.push_back({Kind::exchange, 0, {Way::ResetCard, 0}, Repeated::reconnectFails, code});
     }
     add(Way::RemoveCard, {0});
@@ -426,6 +409,14 @@ std::vector<Planned> faultsOfAnExchange() {
     add(Way::LongData, {0x00, 0xFF});
     return list;
 }
+
+struct FaultyRun {
+    Planned planned;
+    std::string what;
+    std::string failedCall = {};
+    Expected expected{status::success, Gives::asGood};
+    bool marksProcess = false;
+};
 
 class EveryFault : public ::testing::TestWithParam<std::tuple<std::size_t, int>> {
 protected:
@@ -441,13 +432,11 @@ protected:
         if (isPlanted("output") && planned.n == 1) run.outcome.given.push_back(0);
         Outcome wanted{expected.status, expected.otherwise, {}};
         if (expected.status == status::success) wanted.status = good_.outcome.status;
+        const Steps steps = stepsOf(run, planned);
         const bool goesOn = expected.mayGoOn && run.outcome.status == good_.outcome.status;
         if (goesOn) {
             wanted = good_.outcome;
         } else if (expected.gives == Gives::asGood) {
-            const bool reconnects = planned.repeated != Repeated::reconnectFails;
-            const std::size_t struck = planned.kind == Kind::exchange ? planned.n : 0;
-            const Steps steps = boundary::stepsOf(run.exchanges, struck, planned.fault, reconnects);
             wanted =
                 journey().rule == nullptr ? good_.outcome : journey().rule(*card_, good_, steps);
         }
@@ -468,6 +457,25 @@ protected:
         }
         expectTriesKept(run, planned);
         expectPinsKept(run);
+        expectErrorsAsPointers(run, planned, steps);
+    }
+
+    static bool comesBack(const Planned& planned) {
+        return planned.repeated != Repeated::reconnectFails;
+    }
+    static Steps stepsOf(const Done& run, const Planned& planned) {
+        const std::size_t struck = planned.kind == Kind::exchange ? planned.n : 0;
+        return boundary::stepsOf(run.exchanges, struck, planned.fault, comesBack(planned));
+    }
+
+    // As many as what arrived makes. Where memory ran out it is one if limits were being asked for,
+    // which the log tells.
+    static void expectErrorsAsPointers(const Done& run, const Planned& planned,
+                                       const Steps& steps) {
+        const int expected = planned.kind == Kind::memory
+                                 ? timesIn(run.log, "] Pin length validation failed with")
+                                 : boundary::errorsAsPointers(steps);
+        EXPECT_EQ(run.errorsAsPointers, expected) << "errors thrown as pointers, and given up";
     }
 
     // No PIN is in a log, nor in what the caller gets.
@@ -522,7 +530,7 @@ protected:
                 : static_cast<int>(run.handles.prompts.empty()
                                        ? pins.size()
                                        : std::min(pins.size(), run.handles.prompts.size()));
-        EXPECT_LE(pinsSent(run), entered) << "a PIN went out too often";
+        EXPECT_LE(pinsSent(run, comesBack(planned)), entered) << "a PIN went out too often";
         for (const auto& [role, lost] : run.triesLost) {
             const auto isWrong = [role = role](const EnteredPin& pin) {
                 return pin.role == role && !pin.isRight;
@@ -538,11 +546,92 @@ protected:
     }
 
     DWORD goodStatus() const {
-        if (std::string(journey().entryPoint) == "CardDeauthenticateEx") {
-            return status::unsupportedFeature;
-        }
+        if (journey().refusal != 0) return journey().refusal;
         const auto& pins = journey().pins;
         return pins.empty() || pins.back().isRight ? status::success : status::wrongPin;
+    }
+
+    // --- The runs by kind of place
+
+    static std::vector<FaultyRun> runsAtExchanges(const Done& good) {
+        std::vector<FaultyRun> runs;
+        for (std::size_t n = 1; n <= good.exchanges.size(); ++n) {
+            for (Planned planned : faultsOfAnExchange()) {
+                planned.n = n;
+                std::ostringstream what;
+                what << "exchange " << n << ", fault " << int(planned.fault.kind) << " of 0x"
+                     << std::hex << planned.fault.value << ", repeated " << int(planned.repeated)
+                     << ", 0x" << planned.code;
+                runs.push_back({planned, what.str()});
+            }
+        }
+        return runs;
+    }
+
+    std::vector<FaultyRun> runsAtCalls(const Done& good) const {
+        std::vector<FaultyRun> runs;
+        std::size_t number = 0;
+        for (std::size_t at = 0; at < good.calls.size(); ++at) {
+            const std::string& name = good.calls[at].name;
+            if (name == "pfnCspAlloc") continue;
+            ++number;
+            if (name.starts_with("SCardTransmit")) continue;  // by exchanges
+            for (const DWORD code : codesOf(name)) {
+                std::ostringstream what;
+                what << name << ", call " << number << ", 0x" << std::hex << code;
+                runs.push_back({{Kind::platformCall, number, {}, Repeated::once, code},
+                                what.str(),
+                                name,
+                                afterPlatformCall(journey(), *card_, good_, good.calls, at, code)});
+            }
+        }
+        return runs;
+    }
+
+    std::vector<FaultyRun> runsAtCallersAllocations(const Done& good) const {
+        std::vector<FaultyRun> runs;
+        for (std::size_t at = 0; at < good.calls.size(); ++at) {
+            const std::string& name = good.calls[at].name;
+            if (name != "pfnCspAlloc") continue;
+            const std::size_t number = runs.size() + 1;
+            runs.push_back({{Kind::callersMemory, number},
+                            name + " " + std::to_string(number),
+                            name,
+                            afterCallersAllocation(journey(), good_, good.calls, at)});
+        }
+        return runs;
+    }
+
+    std::vector<FaultyRun> runsAtAllocations(const Done& good) const {
+        // From here on an exception marks the process: it pairs no card any more.
+        const auto pairing = std::ranges::find(good.calls, "CryptBinaryToStringA", &Call::name);
+        const bool pairs = pairing != good.calls.end();
+        std::vector<FaultyRun> runs;
+        for (long n = 1; n <= good.allocations; ++n) {
+            runs.push_back({{Kind::memory, static_cast<std::size_t>(n)},
+                            "operator new " + std::to_string(n),
+                            "",
+                            afterAllocation(journey(), good_, good.calls, n),
+                            pairs && n > pairing->allocationsBefore});
+        }
+        return runs;
+    }
+
+    // The runs of a kind that the choice takes.
+    void carryOut(const std::vector<FaultyRun>& runs) {
+        if (runs.empty()) return;
+        const std::size_t drawn = draw(runs.size());
+        for (std::size_t at = 0; at < runs.size() && !HasFailure(); ++at) {
+            const bool isDrawn = draw(choice().oneIn) == 0 || at == drawn;
+            if (!choice().all && !isDrawn) continue;
+            const FaultyRun& run = runs[at];
+            SCOPED_TRACE(run.what);
+            if (run.marksProcess) {
+                inProcessOfItsOwn(run.planned, run.expected);
+            } else {
+                check(run.planned, run.failedCall, run.expected);
+            }
+        }
     }
 
     void inProcessOfItsOwn(const Planned& planned, const Expected& expected) {
@@ -572,8 +661,14 @@ TEST_P(EveryFault, EndsAsTheRulesSay) {
     ASSERT_EQ(good_.outcome.status, goodStatus());
     expectTriesKept(good, {});
     expectPinsKept(good);
+    EXPECT_EQ(good.errorsAsPointers, 0);
+    if (journey().refusal != 0) {
+        EXPECT_TRUE(good.calls.empty()) << "a refused operation calls " << good.calls.front().name;
+        EXPECT_EQ(good.allocations, 0) << "of a refused operation";
+        EXPECT_TRUE(good.outcome.given.empty()) << "a refused operation changes the record";
+    }
     if (HasFailure()) return;
-    tally()[journey().entryPoint];
+    if (journey().refusal == 0) tally()[journey().entryPoint];
 
     ASSERT_EQ(journey().rule == nullptr, good.exchanges.empty()) << "exchanges need a rule";
     if (journey().rule != nullptr) {
@@ -581,61 +676,11 @@ TEST_P(EveryFault, EndsAsTheRulesSay) {
         ASSERT_EQ(good_.outcome.status, ruled.status);
         ASSERT_EQ(good_.outcome.given, ruled.given);
         ASSERT_EQ(good_.outcome.prompts, ruled.prompts);
-        for (std::size_t n = 1; n <= good.exchanges.size(); ++n) {
-            for (Planned planned : faultsOfAnExchange()) {
-                if (!isChosen()) continue;
-                planned.n = n;
-                SCOPED_TRACE(::testing::Message()
-                             << "exchange " << n << ", fault " << int(planned.fault.kind)
-                             << " of 0x" << std::hex << planned.fault.value << std::dec
-                             << ", repeated " << int(planned.repeated));
-                check(planned, "");
-                if (HasFailure()) return;
-            }
-        }
+        carryOut(runsAtExchanges(good));
     }
-
-    int platformCall = 0;
-    int callersAllocation = 0;
-    for (std::size_t at = 0; at < good.calls.size(); ++at) {
-        const std::string& name = good.calls[at].name;
-        if (name == "pfnCspAlloc") {
-            ++callersAllocation;
-            if (!isChosen()) continue;
-            SCOPED_TRACE(::testing::Message() << "pfnCspAlloc " << callersAllocation);
-            check({Kind::callersMemory, static_cast<std::size_t>(callersAllocation)}, name,
-                  afterCallersAllocation(journey(), good_, good.calls, at));
-        } else {
-            ++platformCall;
-            if (name.starts_with("SCardTransmit")) continue;  // gone through above
-            for (const DWORD code : codesOf(name)) {
-                if (!isChosen()) continue;
-                SCOPED_TRACE(::testing::Message()
-                             << name << ", call " << platformCall << ", 0x" << std::hex << code);
-                Planned planned{Kind::platformCall, static_cast<std::size_t>(platformCall)};
-                planned.code = code;
-                check(planned, name,
-                      afterPlatformCall(journey(), *card_, good_, good.calls, at, code));
-            }
-        }
-        if (HasFailure()) return;
-    }
-
-    // From here on an exception marks the process: it pairs no card any more.
-    const auto pairing = std::ranges::find(good.calls, "CryptBinaryToStringA", &Call::name);
-    const bool pairs = pairing != good.calls.end();
-    for (long n = 1; n <= good.allocations; ++n) {
-        if (!isChosen()) continue;
-        SCOPED_TRACE(::testing::Message() << "operator new " << n);
-        const Expected expected = afterAllocation(journey(), good_, good.calls, n);
-        const Planned planned{Kind::memory, static_cast<std::size_t>(n)};
-        if (pairs && n > pairing->allocationsBefore) {
-            inProcessOfItsOwn(planned, expected);
-        } else {
-            check(planned, "", expected);
-        }
-        if (HasFailure()) return;
-    }
+    carryOut(runsAtCalls(good));
+    carryOut(runsAtCallersAllocations(good));
+    carryOut(runsAtAllocations(good));
 }
 
 // Each journey with each card that it fits.
@@ -660,7 +705,8 @@ std::string nameOf(const ::testing::TestParamInfo<EveryFault::ParamType>& info) 
 INSTANTIATE_TEST_SUITE_P(Journeys, EveryFault, ::testing::ValuesIn(journeysOfCards()), nameOf);
 
 [[maybe_unused]] const bool isReady = [] {
-    logFilePath();  // Made on its first use, and not by the driver.
+    // The driver writes to the file where its folder is.
+    std::filesystem::create_directories(std::filesystem::path(logFilePath()).parent_path());
     KelmoraID::testing::onPlatformCall = crossing;
     KelmoraID::testing::onThrownPointer = [](void* error) {
         if (thrownCount < 64) thrown[thrownCount++] = static_cast<std::runtime_error*>(error);
@@ -670,16 +716,3 @@ INSTANTIATE_TEST_SUITE_P(Journeys, EveryFault, ::testing::ValuesIn(journeysOfCar
 
 }  // namespace
 }  // namespace faults
-
-// The export, through which the driver is entered, and its table.
-extern "C" DWORD WINAPI __real_CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags);
-extern "C" DWORD WINAPI __wrap_CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags);
-extern "C" DWORD WINAPI __wrap_CardAcquireContext(PCARD_DATA pCardData, DWORD dwFlags) {
-    DWORD status = 0;
-    {
-        const faults::InsideDriver inside;
-        status = __real_CardAcquireContext(pCardData, dwFlags);
-    }
-    if (status == 0) faults::putSlots(*pCardData);
-    return status;
-}

@@ -3,8 +3,9 @@
 
 Usage: make_platform_wraps.py HEADER FOLDER
 
-Writes three files: platform_hooks.inc (a hook for each call, the members of PlatformCalls),
-platform_wraps.inc (the wrappers) and wrap_options.txt (the linker's options).
+Writes four files: platform_hooks.inc (a hook for each call, the members of PlatformCalls),
+platform_names.inc (the calls' names as texts), platform_wraps.inc (the wrappers) and wrap_options.txt
+(the linker's options).
 """
 import pathlib
 import re
@@ -39,5 +40,6 @@ def write(name, lines):
 
 
 write("platform_hooks.inc", hooks)
+write("platform_names.inc", [f'"{name}",' for _, name, _ in calls])
 write("platform_wraps.inc", wraps)
 write("wrap_options.txt", options)
