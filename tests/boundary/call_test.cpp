@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "calls.h"
+#include "refused_operations.h"
 #include "support/statuses.h"
 
 namespace boundary {
@@ -403,6 +404,7 @@ void pins(Calls& calls) {
                 static_cast<DWORD>(bytes.size()), hasSession ? &sessionPin : nullptr,
                 hasSession ? &sessionSize : nullptr, &attempts);
             calls.tell("attempts", attempts);
+            EXPECT_EQ(std::string(bytes.begin(), bytes.end()), text) << "the caller's buffer stays";
             return status;
         });
     };
@@ -895,70 +897,13 @@ void refusedAcquisitions(Calls& calls) {
 }
 
 void refusals(Calls& calls) {
-    CARD_DATA& data = calls.data;
-    const auto refuse = [&](const char* name, const std::function<DWORD(PCARD_DATA)>& entry) {
-        recordRows(calls, name, entry);
-        calls.call(name, [&] { return entry(&data); });
-    };
-    refuse("CardDeleteContainer", [&](auto r) { return data.pfnCardDeleteContainer(r, 0, 0); });
-    refuse("CardCreateContainer",
-           [&](auto r) { return data.pfnCardCreateContainer(r, 0, 0, 0, 0, nullptr); });
-    refuse("CardGetChallenge",
-           [&](auto r) { return data.pfnCardGetChallenge(r, nullptr, nullptr); });
-    refuse("CardAuthenticateChallenge",
-           [&](auto r) { return data.pfnCardAuthenticateChallenge(r, nullptr, 0, nullptr); });
-    refuse("CardUnblockPin", [&](auto r) {
-        return data.pfnCardUnblockPin(r, nullptr, nullptr, 0, nullptr, 0, 0, 0);
-    });
-    refuse("CardChangeAuthenticator", [&](auto r) {
-        return data.pfnCardChangeAuthenticator(r, nullptr, nullptr, 0, nullptr, 0, 0, 0, nullptr);
-    });
-    refuse("CardCreateDirectory",
-           [&](auto r) { return data.pfnCardCreateDirectory(r, nullptr, UserCreateDeleteDirAc); });
-    refuse("CardDeleteDirectory", [&](auto r) { return data.pfnCardDeleteDirectory(r, nullptr); });
-    refuse("CardCreateFile", [&](auto r) {
-        return data.pfnCardCreateFile(r, nullptr, nullptr, 0, EveryoneReadUserWriteAc);
-    });
-    refuse("CardWriteFile",
-           [&](auto r) { return data.pfnCardWriteFile(r, nullptr, nullptr, 0, nullptr, 0); });
-    refuse("CardDeleteFile",
-           [&](auto r) { return data.pfnCardDeleteFile(r, nullptr, nullptr, 0); });
-    refuse("CardGetChallengeEx",
-           [&](auto r) { return data.pfnCardGetChallengeEx(r, 1, nullptr, nullptr, 0); });
-    refuse("CardChangeAuthenticatorEx", [&](auto r) {
-        return data.pfnCardChangeAuthenticatorEx(r, 0, 1, nullptr, 0, 1, nullptr, 0, 0, nullptr);
-    });
-    refuse("CardDeauthenticateEx", [&](auto r) { return data.pfnCardDeauthenticateEx(r, 2, 0); });
-    refuse("CardSetContainerProperty",
-           [&](auto r) { return data.pfnCardSetContainerProperty(r, 0, nullptr, nullptr, 0, 0); });
-    refuse("MDImportSessionKey", [&](auto r) {
-        return data.pfnMDImportSessionKey(r, nullptr, nullptr, nullptr, nullptr, 0);
-    });
-    refuse("MDEncryptData", [&](auto r) {
-        return data.pfnMDEncryptData(r, 0, nullptr, nullptr, 0, 0, nullptr, nullptr);
-    });
-    refuse("CardImportSessionKey", [&](auto r) {
-        return data.pfnCardImportSessionKey(r, 0, nullptr, nullptr, nullptr, nullptr, nullptr, 0,
-                                            0);
-    });
-    refuse("CardGetSharedKeyHandle", [&](auto r) {
-        return data.pfnCardGetSharedKeyHandle(r, nullptr, 0, nullptr, nullptr, nullptr);
-    });
-    refuse("CardGetAlgorithmProperty", [&](auto r) {
-        return data.pfnCardGetAlgorithmProperty(r, nullptr, nullptr, nullptr, 0, nullptr, 0);
-    });
-    refuse("CardGetKeyProperty", [&](auto r) {
-        return data.pfnCardGetKeyProperty(r, 0, nullptr, nullptr, 0, nullptr, 0);
-    });
-    refuse("CardSetKeyProperty",
-           [&](auto r) { return data.pfnCardSetKeyProperty(r, 0, nullptr, nullptr, 0, 0); });
-    refuse("CardDestroyKey", [&](auto r) { return data.pfnCardDestroyKey(r, 0); });
-    refuse("CardProcessEncryptedData", [&](auto r) {
-        return data.pfnCardProcessEncryptedData(r, 0, nullptr, nullptr, 0, nullptr, 0, nullptr, 0);
-    });
-    refuse("CardCreateContainerEx",
-           [&](auto r) { return data.pfnCardCreateContainerEx(r, 0, 0, 0, 0, nullptr, 0); });
-    calls.call("CspUnpadData", [&] { return data.pfnCspUnpadData(nullptr, nullptr, nullptr); });
+    for (const RefusedOperation& operation : refusedOperations) {
+        const auto call = [&](PCARD_DATA record) { return operation.call(calls.data, record); };
+        recordRows(calls, operation.name, call);
+        calls.call(operation.name, [&] { return call(&calls.data); });
+    }
+    calls.call("CspUnpadData",
+               [&] { return calls.data.pfnCspUnpadData(nullptr, nullptr, nullptr); });
 }
 
 std::string seen(int cardType, bool hasLogFile = true) {

@@ -19,8 +19,11 @@ public:
 
     /// What the dialog is told; null if the library cannot be loaded.
     CodeEntryScript* script = nullptr;
+    /// The same for a thread of its own.
+    static CodeEntryScript* scriptOfThisThread() { return find_(); }
 
 private:
+    static inline CodeEntryScript* (*find_)() = nullptr;
     void* library_;
 };
 

@@ -16,9 +16,9 @@ using KelmoraID::testing::platformCalls;
 Desktop::Desktop()
     : library_(dlopen((programFolder() + "/CodeEntryLibrary.dll").c_str(), RTLD_NOW)) {
     if (library_ == nullptr) return;
-    const auto find = reinterpret_cast<CodeEntryScript* (*)()>(dlsym(library_, "codeEntryScript"));
-    if (find == nullptr) return;
-    script = find();
+    find_ = reinterpret_cast<CodeEntryScript* (*)()>(dlsym(library_, "codeEntryScript"));
+    if (find_ == nullptr) return;
+    script = find_();
     *script = {};
     writeSetting(Setting::companionStartCommand, programFolder() + "\\Companion.exe");
     platformCalls().GetForegroundWindow = [] {

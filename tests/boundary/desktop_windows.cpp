@@ -6,10 +6,10 @@ namespace boundary {
 
 Desktop::Desktop() : library_(LoadLibraryA((programFolder() + "\\CodeEntryLibrary.dll").c_str())) {
     if (library_ == nullptr) return;
-    const auto find = reinterpret_cast<CodeEntryScript* (*)()>(reinterpret_cast<void (*)()>(
+    find_ = reinterpret_cast<CodeEntryScript* (*)()>(reinterpret_cast<void (*)()>(
         GetProcAddress(static_cast<HMODULE>(library_), "codeEntryScript")));
-    if (find == nullptr) return;
-    script = find();
+    if (find_ == nullptr) return;
+    script = find_();
     *script = {};
     writeSetting(Setting::companionStartCommand, programFolder() + "\\Companion.exe");
 }

@@ -1,6 +1,7 @@
 // A card that wants to hold its caller for ever: how many commands an entry point sends at most,
 // computed here from what the driver does, and reached by a card that plays along for as long as it
 // can. docs/architecture.md has the same numbers.
+#include "desktop.h"
 #include "other_party.h"
 #include "support/statuses.h"
 
@@ -163,6 +164,7 @@ struct Row {
     int (*most)(const PlatformSide& card);
     bool (*fits)(const PlatformSide& card);
     DWORD (*act)(PlatformSide& card);
+    BYTE container = 0;  ///< whose key is open
 };
 
 bool always(const PlatformSide&) {
@@ -171,22 +173,50 @@ bool always(const PlatformSide&) {
 bool hasEcKey(const PlatformSide& card) {
     return card.isEcKey(0);
 }
+bool hasThirdKey(const PlatformSide& card) {
+    return card.containers() > 2;
+}
 bool hasRsaKey(const PlatformSide& card) {
     return card.rsaContainer() < card.containers();
 }
 
 // PIN 1 lies in the root, PIN 4 in a directory below it.
 template <PIN_ID pinId>
+constexpr int selections = pinId == 1 ? 1 : 2;
+template <PIN_ID pinId>
+constexpr int verification = tries*(selections<pinId> + 1);
+template <PIN_ID pinId>
 int mostOfAPin(const PlatformSide& card) {
-    constexpr int selections = pinId == 1 ? 1 : 2;
-    constexpr int verification = tries * (selections + 1);
-    if (!isAskedForLimitsByGetData(card)) return reading + verification;
-    return tries * (1 + selections + chain) + verification;
+    if (!isAskedForLimitsByGetData(card)) return reading + verification<pinId>;
+    return tries * (1 + selections<pinId> + chain) + verification<pinId>;
 }
 template <PIN_ID pinId>
 DWORD enterPin(PlatformSide& card) {
     return card.authenticate(pinId, card.pin(pinId == 1 ? virtual_card::PinRole::Authentication
                                                         : virtual_card::PinRole::Signature));
+}
+
+// A wrong PIN 4 and the right one. Behind the wrong one the card is asked whether the PIN is
+// blocked, by a VERIFY without data.
+int mostOfTheDialog(const PlatformSide& card) {
+    return 2 * mostOfAPin<4>(card) + verification<4>;
+}
+DWORD enterPinsInTheDialog(PlatformSide& card) {
+    const std::string right = card.pin(virtual_card::PinRole::Signature);
+    Desktop desktop;
+    EXPECT_TRUE(Desktop::isUp());
+    desktop.script->pins[0] = "98765432";
+    desktop.script->pins[1] = right.c_str();
+    return card.data.pfnCardAuthenticateEx(&card.data, 4, 0, nullptr, 0, nullptr, nullptr, nullptr);
+}
+
+// With PSO HASH on the cards that want it.
+int mostOfASignature(const PlatformSide& card) {
+    return (hasThirdKey(card) ? 3 : 2) * chain;
+}
+template <BYTE container>
+DWORD sign(PlatformSide& card) {
+    return card.signMessage(container, "text").status;
 }
 
 Bytes rsaBlock;
@@ -197,14 +227,10 @@ const Row rows[] = {
      [](PlatformSide& card) { return card.acquire(); }},
     {"CardAuthenticateEx, PIN 1", mostOfAPin<1>, always, enterPin<1>},
     {"CardAuthenticateEx, PIN 4", mostOfAPin<4>, always, enterPin<4>},
-    {"CardSignData",
-     [](const PlatformSide& card) {
-         // With PSO HASH on the cards that want it.
-         const bool hashes =
-             const_cast<PlatformSide&>(card).reader.card().generation().keys.size() > 2;
-         return (hashes ? 3 : 2) * chain;
-     },
-     always, [](PlatformSide& card) { return card.signMessage(0, "text").status; }},
+    {"CardAuthenticateEx, dialog", mostOfTheDialog, always, enterPinsInTheDialog},
+    {"CardSignData, container 0", mostOfASignature, always, sign<0>},
+    {"CardSignData, container 1", mostOfASignature, always, sign<1>, 1},
+    {"CardSignData, container 2", mostOfASignature, hasThirdKey, sign<2>, 2},
     {"CardRSADecrypt", [](const PlatformSide&) { return tries * (1 + 2 * chain); }, hasRsaKey,
      [](PlatformSide& card) { return card.decrypt(card.rsaContainer(), rsaBlock).status; }},
     {"CardConstructDHAgreement", [](const PlatformSide&) { return tries * (2 + 1 + chain); },
@@ -233,6 +259,7 @@ int commandsOf(const Row& row, int cardType, Mode mode) {
             card.openKey(card.rsaContainer());
             rsaBlock = encryptedTo(card.certificate(card.rsaContainer()), "a secret");
         }
+        if (row.container != 0) card.openKey(row.container);
     }
     int commands = 0;
     {

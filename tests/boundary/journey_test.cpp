@@ -70,16 +70,7 @@ public:
         signWith(card_.signingInfo(container, hash_), card_.isEcKey(container));
     }
 
-    void signByPss(BYTE container) {
-        CARD_SIGNING_INFO info = card_.signingInfo(container, hash_);
-        BCRYPT_PSS_PADDING_INFO padding{WIDE_TEXT("SHA256"), 32};
-        info.dwVersion = 2;
-        info.aiHashAlg = 0;
-        info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
-        info.dwPaddingType = CARD_PADDING_PSS;
-        info.pPaddingInfo = &padding;
-        signWith(info, true);
-    }
+    void signByPss(BYTE container) { signWith(card_.pssInfo(container, hash_), true); }
 
     void decrypt(BYTE container) {
         const Bytes block = blockFor(container);

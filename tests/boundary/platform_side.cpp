@@ -166,6 +166,17 @@ CARD_SIGNING_INFO PlatformSide::signingInfo(BYTE container, Bytes& hash) const {
     return info;
 }
 
+CARD_SIGNING_INFO PlatformSide::pssInfo(BYTE container, Bytes& hash) const {
+    static BCRYPT_PSS_PADDING_INFO padding{WIDE_TEXT("SHA256"), 32};
+    CARD_SIGNING_INFO info = signingInfo(container, hash);
+    info.dwVersion = 2;
+    info.aiHashAlg = 0;
+    info.dwSigningFlags = CARD_PADDING_INFO_PRESENT;
+    info.dwPaddingType = CARD_PADDING_PSS;
+    info.pPaddingInfo = &padding;
+    return info;
+}
+
 Answer PlatformSide::sign(CARD_SIGNING_INFO info) {
     info.pbSignedData = nullptr;
     info.cbSignedData = 0;

@@ -73,6 +73,8 @@ public:
     /// makes it: without padding information, with the ALG_ID of SHA-256 for an RSA key.
     /// @param hash  stays the caller's
     CARD_SIGNING_INFO signingInfo(BYTE container, Bytes& hash) const;
+    /// The same by PSS with SHA-256, for an RSA key.
+    CARD_SIGNING_INFO pssInfo(BYTE container, Bytes& hash) const;
     /// CardSignData of the record; the signature as the platform gets it.
     Answer sign(CARD_SIGNING_INFO info);
     Answer decrypt(BYTE container, const Bytes& block, DWORD padding = CARD_PADDING_PKCS1);

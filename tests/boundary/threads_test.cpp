@@ -6,7 +6,9 @@
 #include <thread>
 
 #include "awaited_service.h"
+#include "desktop.h"
 #include "readers.h"
+#include "refused_operations.h"
 #include "rounds.h"
 #include "support/statuses.h"
 
@@ -69,7 +71,15 @@ private:
     std::array<std::unique_ptr<PlatformSide>, threadCount> cards_;
 };
 
-// Each entry point that does something.
+bool signsTrulyByPss(PlatformSide& card) {
+    const std::string message = "what the user agrees to";
+    Bytes hash = hashOf("SHA-256", message);
+    const Answer answer = card.sign(card.pssInfo(0, hash));
+    return answer.status == 0 &&
+           isSignature(card.certificate(0), "EMSA4(SHA-256)", message, reversed(answer.bytes));
+}
+
+// Each entry point.
 void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
     const auto expect = [&](bool holds, const char* what) { complaints.expect(holds, type, what); };
     card.reader.clearExchanges();
@@ -77,6 +87,18 @@ void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
     if (!card.acquired) return;
     expect(card.readFile(nullptr, "cardid").bytes.size() == 16, "CardReadFile");
     expect(card.listFiles("mscp").status == 0, "CardEnumFiles");
+    char mscp[] = "mscp";
+    char cmapfile[] = "cmapfile";
+    CARD_FILE_INFO file{.dwVersion = 1};
+    expect(card.data.pfnCardGetFileInfo(&card.data, mscp, cmapfile, &file) == 0, "CardGetFileInfo");
+    CARD_CAPABILITIES capabilities{.dwVersion = 1};
+    expect(card.data.pfnCardQueryCapabilities(&card.data, &capabilities) == 0,
+           "CardQueryCapabilities");
+    CARD_FREE_SPACE_INFO space{.dwVersion = 1};
+    expect(card.data.pfnCardQueryFreeSpace(&card.data, 0, &space) == 0, "CardQueryFreeSpace");
+    CARD_KEY_SIZES sizes{.dwVersion = 1};
+    expect(card.data.pfnCardQueryKeySizes(&card.data, AT_KEYEXCHANGE, 0, &sizes) == 0,
+           "CardQueryKeySizes");
     expect(card.property(WIDE_TEXT("PIN Information"), 1).status == 0, "CardGetProperty");
     expect(card.property(WIDE_TEXT("Key Sizes"), 1).status == 0, "CardGetProperty, key sizes");
     expect(card.containerProperty(0, WIDE_TEXT("PIN Identifier")).status == 0,
@@ -91,7 +113,11 @@ void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
     for (BYTE container = 0; container < card.containers(); ++container) {
         expect(card.signsTruly(container), "CardSignData");
     }
-    card.openKey(0);
+    WCHAR user[] = WIDE_TEXT("user");
+    std::string pin = card.pin(virtual_card::PinRole::Authentication);
+    expect(card.data.pfnCardAuthenticatePin(&card.data, user, reinterpret_cast<PBYTE>(pin.data()),
+                                            static_cast<DWORD>(pin.size()), nullptr) == 0,
+           "CardAuthenticatePin");
     if (card.isEcKey(0)) {
         BYTE index = 0;
         expect(card.agreeWithItself(&index) == 0, "CardConstructDHAgreement");
@@ -99,13 +125,49 @@ void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
         expect(card.data.pfnCardDestroyDHAgreement(&card.data, index, 0) == 0,
                "CardDestroyDHAgreement");
     } else {
+        expect(signsTrulyByPss(card), "CardSignData, PSS");
         const Bytes block = encryptedTo(card.certificate(0), "a secret");
         expect(card.decrypt(0, block).status == 0, "CardRSADecrypt");
     }
-    expect(card.data.pfnCardDeauthenticateEx(&card.data, 2, 0) == status::unsupportedFeature,
-           "CardDeauthenticateEx");
+    for (const RefusedOperation& operation : refusedOperations) {
+        const DWORD status = operation.call(card.data, &card.data);
+        expect(status == status::unsupportedFeature || status == status::unexpected,
+               operation.name);
+    }
     card.acquired = false;
     expect(card.data.pfnCardDeleteContext(&card.data) == 0, "CardDeleteContext");
+}
+
+// A PIN from the companion application's dialog, a wrong one first.
+void goThroughTheDialog(PlatformSide& card, int type, Complaints& complaints) {
+    CodeEntryScript* const script = Desktop::scriptOfThisThread();
+    *script = {};
+    const std::string pin = card.pin(virtual_card::PinRole::Authentication);
+    script->pins[0] = "98765432";
+    script->pins[1] = pin.c_str();
+    card.reader.clearExchanges();
+    complaints.expect(card.acquire() == 0, type, "CardAcquireContext");
+    if (!card.acquired) return;
+    DWORD attempts = 0;
+    complaints.expect(card.data.pfnCardAuthenticateEx(&card.data, 1, 0, nullptr, 0, nullptr,
+                                                      nullptr, &attempts) == 0,
+                      type, "CardAuthenticateEx, dialog");
+    complaints.expect(script->calls == 2, type, "the dialog is shown twice");
+    complaints.expect(attempts > 0 && script->shown[1].attempts == static_cast<int>(attempts), type,
+                      "and tells the attempts");
+    complaints.expect(!card.signMessage(0, "a message").bytes.empty(), type, "CardSignData");
+    card.release();
+}
+
+TEST(Threads, AskForPinsByTheDialogAtOnce) {
+    Desktop desktop;
+    ASSERT_TRUE(Desktop::isUp());
+    Crowd crowd;
+    crowd.each([](PlatformSide& card, int type, Complaints& complaints) {
+        for (int round = 0; round < rounds(1, 20); ++round) {
+            goThroughTheDialog(card, type, complaints);
+        }
+    });
 }
 
 TEST(Threads, DoAllJourneysAtOnce) {

@@ -12,7 +12,8 @@
 
 namespace {
 
-CodeEntryScript script;
+// Each thread has a person of its own in front.
+thread_local CodeEntryScript script;
 
 }  // namespace
 
