@@ -2,6 +2,7 @@
 // compared whole with tests/data/calls.
 #include <map>
 
+#include "between.h"
 #include "calls.h"
 
 namespace boundary {
@@ -17,24 +18,10 @@ std::uint16_t lastIdentifier(const Bytes& command) {
 class OtherFiles {
 public:
     explicit OtherFiles(PlatformSide& card)
-        : inner_(*card.reader.seam()), seam_(inner_), card_(card.reader.cardHandle()) {
-        seam_.self = this;
-        seam_.transmit = [](void* self, std::uintptr_t, std::uint32_t protocol,
-                            const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
-                            std::uint32_t* replyLength) {
-            return static_cast<OtherFiles*>(self)->transmit(
-                protocol, Bytes(command, command + length), reply, replyLength);
-        };
-        seam_.status = [](void* self, std::uintptr_t handle, std::uint32_t* state,
-                          std::uint32_t* protocol, std::uint8_t* atr, std::uint32_t* atrLength) {
-            const CardSeam& inner = static_cast<OtherFiles*>(self)->inner_;
-            return inner.status(inner.self, handle, state, protocol, atr, atrLength);
-        };
-        putBehindTheSeam(&seam_);
-    }
-    ~OtherFiles() { putBehindTheSeam(&inner_); }
-    OtherFiles(const OtherFiles&) = delete;
-    OtherFiles& operator=(const OtherFiles&) = delete;
+        : between_(card, [this](Between&, const Bytes& command, std::uint8_t* reply,
+                                std::uint32_t* replyLength) {
+              return transmit(command, reply, replyLength);
+          }) {}
 
     std::map<std::uint16_t, Bytes> learnt;
     std::map<std::uint16_t, Bytes> given;
@@ -45,8 +32,7 @@ public:
     std::vector<Bytes> commands;
 
 private:
-    std::int32_t transmit(std::uint32_t protocol, const Bytes& command, std::uint8_t* reply,
-                          std::uint32_t* replyLength) {
+    std::int32_t transmit(const Bytes& command, std::uint8_t* reply, std::uint32_t* replyLength) {
         commands.push_back(command);
         const bool isSelect = command[1] == 0xA4 && command[3] == 0x04 && command.size() > 6;
         const bool isFile = isSelect && (command[2] == 0x02 || command[2] == 0x09);
@@ -63,9 +49,7 @@ private:
             answer.assign(file.begin() + static_cast<std::ptrdiff_t>(first),
                           file.begin() + static_cast<std::ptrdiff_t>(first + count));
         } else {
-            const std::int32_t code =
-                inner_.transmit(inner_.self, card_, protocol, command.data(),
-                                static_cast<std::uint32_t>(command.size()), reply, replyLength);
+            const std::int32_t code = between_.pass(command, reply, replyLength);
             if (code == 0 && command[1] == 0xB0 && *replyLength > 2) {
                 Bytes& file = learnt[selected_];
                 if (command[2] == 0 && command[3] == 0) file.clear();
@@ -79,9 +63,7 @@ private:
         return 0;
     }
 
-    const CardSeam& inner_;
-    CardSeam seam_;
-    std::uintptr_t card_;
+    Between between_;
     std::uint16_t selected_ = 0;
 };
 

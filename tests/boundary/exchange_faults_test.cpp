@@ -6,6 +6,7 @@
 
 #include <functional>
 
+#include "between.h"
 #include "other_party.h"
 #include "support/statuses.h"
 
@@ -191,54 +192,38 @@ TEST_P(Faults, AReplyThatIsStatedAByteTooLongHasNoStatusWord) {
     // Whatever the buffer ends with: here it would be 9000 with the one byte behind it.
     PlatformSide card(GetParam());
     card.acquireOrFail();
-    CardSeam seam = *card.reader.seam();
-    seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
-                       const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
-                       std::uint32_t* replyLength) {
-        const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
-        const std::uint32_t room = *replyLength;
-        const std::int32_t code =
-            inner.transmit(self, handle, protocol, command, length, reply, replyLength);
-        constexpr std::uint8_t verifyIns = 0x20;
-        if (command[1] != verifyIns) return code;
-        std::fill_n(reply, room, std::uint8_t{0x90});
-        *replyLength = room + 1;
-        return code;
-    };
-    putBehindTheSeam(&seam);
+    const Between between(card, [&](Between& reader, const Bytes& command, std::uint8_t* reply,
+                                    std::uint32_t* replyLength) {
+        constexpr BYTE verifyIns = 0x20;
+        if (command[1] != verifyIns) return reader.pass(command, reply, replyLength);
+        std::fill_n(reply, *replyLength, std::uint8_t{0x90});
+        ++*replyLength;
+        return std::int32_t{0};
+    });
     EXPECT_EQ(card.authenticate(1, card.pin(virtual_card::PinRole::Authentication)),
               status::unexpected);
-    putBehindTheSeam(card.reader.seam());
 }
 
 // The room that the driver has for a reply: by command records 510 bytes, and for what waits that
 // and its status word; by command objects 258.
 TEST_P(Faults, RepliesHaveTheRoomThatTheyAreGiven) {
-    static std::uint32_t waiting;
-    static bool isByRecord;
     PlatformSide card(GetParam());
-    CardSeam seam = *card.reader.seam();
-    seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
-                       const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
-                       std::uint32_t* replyLength) {
-        const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
-        constexpr std::uint8_t getResponseIns = 0xC0;
+    bool isByRecord = true;
+    std::uint32_t waiting = 0;
+    const Between between(card, [&](Between& reader, const Bytes& command, std::uint8_t* reply,
+                                    std::uint32_t* replyLength) {
+        constexpr BYTE getResponseIns = 0xC0;
         const bool isRest = command[1] == getResponseIns;
         EXPECT_EQ(*replyLength, !isByRecord ? 258u : isRest ? waiting + 2 : 510u);
-        const std::int32_t code =
-            inner.transmit(self, handle, protocol, command, length, reply, replyLength);
-        if (*replyLength >= 2) waiting = reply[*replyLength - 1];
-        if (waiting == 0) waiting = 256;
+        const std::int32_t code = reader.pass(command, reply, replyLength);
+        waiting = *replyLength < 2 || reply[*replyLength - 1] == 0 ? 256 : reply[*replyLength - 1];
         return code;
-    };
-    isByRecord = true;
-    putBehindTheSeam(&seam);
+    });
     ASSERT_EQ(card.acquire(), 0u);
     if (virtual_card::findGeneration(GetParam())->knowsGetData) {
         isByRecord = false;
         EXPECT_EQ(card.authenticate(1, card.pin(virtual_card::PinRole::Authentication)), 0u);
     }
-    putBehindTheSeam(card.reader.seam());
 }
 
 }  // namespace

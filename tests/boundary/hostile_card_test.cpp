@@ -1,6 +1,7 @@
 // A card that wants to hold its caller for ever: how many commands an entry point sends at most,
 // computed here from what the driver does, and reached by a card that plays along for as long as it
 // can. docs/architecture.md has the same numbers.
+#include "between.h"
 #include "desktop.h"
 #include "other_party.h"
 #include "support/statuses.h"
@@ -19,38 +20,23 @@ enum class Mode {
     playsAlong,      ///< whole answers, in as many pieces, resets and large files as are borne
     oneByteForEver,  ///< 61xx with one byte of data to each command
     nothingForEver,  ///< 61xx without data
+    silentRest,      ///< 61xx, and nothing at all to GET RESPONSE
     largeFiles,      ///< each file is 1 MiB
     hugeFiles,       ///< each file is larger than any that is read
     resetForEver,    ///< each command meets a card that was reset
 };
-constexpr Mode modes[] = {Mode::playsAlong, Mode::oneByteForEver, Mode::nothingForEver,
-                          Mode::largeFiles, Mode::hugeFiles,      Mode::resetForEver};
+constexpr Mode modes[] = {Mode::playsAlong,  Mode::oneByteForEver, Mode::nothingForEver,
+                          Mode::silentRest,  Mode::largeFiles,     Mode::hugeFiles,
+                          Mode::resetForEver};
 
 // Stands between the driver and a reader with a good card.
 class HostileReader {
 public:
-    explicit HostileReader(PlatformSide& card) : inner_(*card.reader.seam()), seam_(inner_) {
-        seam_.self = this;
-        seam_.transmit = [](void* self, std::uintptr_t, std::uint32_t protocol,
-                            const std::uint8_t* command, std::uint32_t length, std::uint8_t* reply,
-                            std::uint32_t* replyLength) {
-            return static_cast<HostileReader*>(self)->transmit(
-                protocol, Bytes(command, command + length), reply, replyLength);
-        };
-        // The two others that the driver calls; they need the reader's own self.
-        seam_.status = [](void* self, std::uintptr_t handle, std::uint32_t* state,
-                          std::uint32_t* protocol, std::uint8_t* atr, std::uint32_t* atrLength) {
-            const CardSeam& inner = static_cast<HostileReader*>(self)->inner_;
-            return inner.status(inner.self, handle, state, protocol, atr, atrLength);
-        };
-        seam_.reconnect = [](void*, std::uintptr_t, std::uint32_t, std::uint32_t, std::uint32_t,
-                             std::uint32_t*) { return std::int32_t{0}; };
-        card_ = card.reader.cardHandle();
-        putBehindTheSeam(&seam_);
-    }
-    ~HostileReader() { putBehindTheSeam(&inner_); }
-    HostileReader(const HostileReader&) = delete;
-    HostileReader& operator=(const HostileReader&) = delete;
+    explicit HostileReader(PlatformSide& card)
+        : between_(card, [this](Between&, const Bytes& command, std::uint8_t* reply,
+                                std::uint32_t* replyLength) {
+              return transmit(command, reply, replyLength);
+          }) {}
 
     Mode mode = Mode::playsAlong;
     int commands = 0;
@@ -76,8 +62,7 @@ private:
         return !isTriedAgain(command) || command[1] == 0xCB || command[1] == 0x2A;
     }
 
-    std::int32_t transmit(std::uint32_t protocol, const Bytes& command, std::uint8_t* reply,
-                          std::uint32_t* replyLength) {
+    std::int32_t transmit(const Bytes& command, std::uint8_t* reply, std::uint32_t* replyLength) {
         ++commands;
         if (mode == Mode::resetForEver) {
             *replyLength = 0;
@@ -90,18 +75,19 @@ private:
             *replyLength = 0;
             return static_cast<std::int32_t>(status::resetCard);
         }
-        const Bytes bytes = answer(protocol, command);
+        const Bytes bytes = answer(command);
         std::copy(bytes.begin(), bytes.end(), reply);
         *replyLength = static_cast<std::uint32_t>(bytes.size());
         return 0;
     }
 
-    Bytes answer(std::uint32_t protocol, const Bytes& command) {
+    Bytes answer(const Bytes& command) {
         if (mode == Mode::oneByteForEver) return {0xEE, 0x61, 0x01};
         if (mode == Mode::nothingForEver) return {0x61, 0x01};
+        if (mode == Mode::silentRest) return isGetResponse(command) ? Bytes{} : Bytes{0x61, 0x01};
         if (isGetResponse(command) && mode == Mode::playsAlong)
             return ++pieces_ < 64 ? piece() : rest_;
-        rest_ = answerOfTheCard(protocol, command);
+        rest_ = answerOfTheCard(command);
         pieces_ = 0;
         if (mode != Mode::playsAlong || !isGathered(command)) return rest_;
         return piece();
@@ -117,13 +103,10 @@ private:
     }
 
     // As the good card, but for the size of its files; what a larger file holds more is zeros.
-    Bytes answerOfTheCard(std::uint32_t protocol, const Bytes& command) {
+    Bytes answerOfTheCard(const Bytes& command) {
         Bytes bytes(258);
         auto length = static_cast<std::uint32_t>(bytes.size());
-        EXPECT_EQ(
-            inner_.transmit(inner_.self, card_, protocol, command.data(),
-                            static_cast<std::uint32_t>(command.size()), bytes.data(), &length),
-            0);
+        EXPECT_EQ(between_.pass(command, bytes.data(), &length), 0);
         bytes.resize(length);
         const bool isFile =
             command[1] == 0xA4 && command[3] == 0x04 && (command[2] == 0x02 || command[2] == 0x09);
@@ -139,15 +122,13 @@ private:
             return chunk;
         }
         if (bytes.size() == 2 && bytes[0] == 0x61) {
-            const Bytes gathered = answerOfTheCard(protocol, {0x00, 0xC0, 0x00, 0x00, bytes[1]});
+            const Bytes gathered = answerOfTheCard({0x00, 0xC0, 0x00, 0x00, bytes[1]});
             return gathered;
         }
         return bytes;
     }
 
-    const CardSeam& inner_;
-    CardSeam seam_;
-    std::uintptr_t card_ = 0;
+    Between between_;
     Bytes current_;
     Bytes rest_;
     int pieces_ = 0;
