@@ -836,7 +836,7 @@ void otherAtrs(Calls& calls) {
         record.pbAtr = other.data();
         record.cbAtr = static_cast<DWORD>(other.size());
         const std::string with = " with the ATR of card type " + std::to_string(type);
-        for (const PIN_ID pinId : {1u, 4u}) {
+        for (const PIN_ID pinId : {1u, 2u, 4u}) {
             calls.call("CardAuthenticateEx: PIN " + number(pinId) + with, [&] {
                 card.reader.clearExchanges();
                 std::string pin = card.pin(pinId == 1 ? virtual_card::PinRole::Authentication

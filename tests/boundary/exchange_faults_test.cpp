@@ -44,6 +44,9 @@ const Fault faults[] = {
 class Faults : public ::testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(EveryCard, Faults, ::testing::ValuesIn(allCardTypes()),
                          ::testing::PrintToStringParamName());
+class Replies : public Faults {};
+INSTANTIATE_TEST_SUITE_P(EveryCard, Replies, ::testing::ValuesIn(allCardTypes()),
+                         ::testing::PrintToStringParamName());
 class FaultsOfEcCards : public Faults {};
 INSTANTIATE_TEST_SUITE_P(EveryEcCard, FaultsOfEcCards, ::testing::ValuesIn(ecCardTypes()),
                          ::testing::PrintToStringParamName());
@@ -188,7 +191,7 @@ TEST(FaultsAtTheAcquisition, ACardPulledOutInTheMiddleOfAChainEndsIt) {
     EXPECT_EQ(card.acquire(), status::unexpected);
 }
 
-TEST_P(Faults, AReplyThatIsStatedAByteTooLongHasNoStatusWord) {
+TEST_P(Replies, StatedAByteTooLongHaveNoStatusWord) {
     // Whatever the buffer ends with: here it would be 9000 with the one byte behind it.
     PlatformSide card(GetParam());
     card.acquireOrFail();
@@ -206,7 +209,7 @@ TEST_P(Faults, AReplyThatIsStatedAByteTooLongHasNoStatusWord) {
 
 // The room that the driver has for a reply: by command records 510 bytes, and for what waits that
 // and its status word; by command objects 258.
-TEST_P(Faults, RepliesHaveTheRoomThatTheyAreGiven) {
+TEST_P(Replies, HaveTheRoomThatTheyAreGiven) {
     PlatformSide card(GetParam());
     bool isByRecord = true;
     std::uint32_t waiting = 0;
