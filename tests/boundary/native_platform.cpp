@@ -1,11 +1,14 @@
 #include "native_platform.h"
 
+#include <atomic>
 #include <mutex>
 #include <set>
 
 #include "support/platform_calls.h"
 
 extern "C" PCCERT_CONTEXT WINAPI __real_CertCreateCertificateContext(DWORD, const BYTE*, DWORD);
+extern "C" HMODULE WINAPI __real_LoadLibraryExW(LPCWSTR, HANDLE, DWORD);
+extern "C" BOOL WINAPI __real_FreeLibrary(HMODULE);
 extern "C" BOOL WINAPI __real_CertFreeCertificateContext(PCCERT_CONTEXT);
 
 namespace boundary {
@@ -34,6 +37,19 @@ BOOL giveBack(PCCERT_CONTEXT certificate) {
     return __real_CertFreeCertificateContext(certificate);
 }
 
+std::atomic<int> libraries = 0;
+
+HMODULE load(LPCWSTR path, HANDLE file, DWORD flags) {
+    const HMODULE loaded = __real_LoadLibraryExW(path, file, flags);
+    if (loaded != nullptr) ++libraries;
+    return loaded;
+}
+
+BOOL unload(HMODULE library) {
+    --libraries;
+    return __real_FreeLibrary(library);
+}
+
 // Calls are counted where a test asks for it: others have threads of their own, and go round many
 // times.
 [[maybe_unused]] const bool isSet = [] {
@@ -47,12 +63,18 @@ void resetPlatform() {
     KelmoraID::testing::PlatformCalls hooks;
     hooks.CertCreateCertificateContext = make;
     hooks.CertFreeCertificateContext = giveBack;
+    hooks.LoadLibraryExW = load;
+    hooks.FreeLibrary = unload;
     KelmoraID::testing::platformCalls() = hooks;
 }
 
 std::size_t liveCertificates() {
     const std::lock_guard lock(guard);
     return certificates().size();
+}
+
+int liveLibraries() {
+    return libraries;
 }
 
 }  // namespace boundary

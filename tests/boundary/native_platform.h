@@ -5,11 +5,14 @@
 
 namespace boundary {
 
-/// Takes every hook away, but those that hold on to the certificates: what the driver gives up on
-/// purpose is no leak to report.
+/// Takes every hook away, but those that count what the driver gives up, and hold on to the
+/// certificates: what is given up on purpose is no leak to report.
 void resetPlatform();
 
 /// How many certificates the driver has made and not given back.
 std::size_t liveCertificates();
+
+/// How many libraries it has loaded and not freed.
+int liveLibraries();
 
 }  // namespace boundary
