@@ -1,21 +1,23 @@
 // A directory service whose replies have to be waited for, for tests of what goes on meanwhile.
-// Only natively, where WinHTTP is scripted; on Windows nobody listens, and each report ends at
-// once.
+// Natively WinHTTP is scripted; on Windows the service listens on this machine.
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace boundary {
 
 class AwaitedService {
 public:
-    /// @param wait  what each reply waits for, on the thread that waits for it; returns then
+    /// @param wait  what each reply waits for; returns then
     explicit AwaitedService(const std::function<void()>& wait);
     ~AwaitedService();
     AwaitedService(const AwaitedService&) = delete;
     AwaitedService& operator=(const AwaitedService&) = delete;
 
-    /// Whether reports come to their end; natively those that have.
+    /// As the setting wants it.
+    std::string address() const;
+    /// Whether a reply has been read to its end.
     bool hasReplied() const;
 };
 

@@ -54,6 +54,10 @@ AwaitedService::~AwaitedService() {
     resetPlatform();
 }
 
+std::string AwaitedService::address() const {
+    return "http://127.0.0.1:1";
+}
+
 bool AwaitedService::hasReplied() const {
     return repliesRead > 0;
 }

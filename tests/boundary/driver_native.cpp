@@ -16,8 +16,17 @@ PFN_CARD_ACQUIRE_CONTEXT acquireContextOfDriver() {
     return CardAcquireContext;
 }
 
+namespace {
+const CardSeam* current = nullptr;
+}  // namespace
+
 void putBehindTheSeam(const CardSeam* seam) {
+    current = seam;
     SetCardSeam(seam);
+}
+
+const CardSeam* behindTheSeam() {
+    return current;
 }
 
 void writeSetting(Setting setting, const std::string& value) {

@@ -15,6 +15,9 @@ PFN_CARD_ACQUIRE_CONTEXT acquireContextOfDriver();
 
 /// Puts a card behind the SCard calls of the driver; null takes it away.
 void putBehindTheSeam(const CardSeam* seam);
+#ifndef _WIN32
+const CardSeam* behindTheSeam();
+#endif
 
 /// Writes one of the two settings; an empty text takes it away.
 enum class Setting { serviceAddresses, companionStartCommand };
@@ -23,8 +26,8 @@ void writeSetting(Setting setting, const std::string& value);
 /// Tells the leak checker, where there is one, of an object that the driver leaves behind.
 void leftBehind(const void* object);
 
-#ifdef _WIN32
-/// The DLL once more, under another name and so with data of its own: loaded from construction on.
+/// The driver once more, with data of its own: the DLL under another name, natively the shared
+/// library. Loaded from construction on, for the card that is behind the seam then.
 class LibraryCopy {
 public:
     LibraryCopy();
@@ -32,13 +35,13 @@ public:
     LibraryCopy(const LibraryCopy&) = delete;
     LibraryCopy& operator=(const LibraryCopy&) = delete;
 
-    /// The export; null where the copy could not be loaded.
+    /// The export; the program ends where the copy could not be loaded.
     PFN_CARD_ACQUIRE_CONTEXT acquireContext() const;
+    static bool isLoaded();
 
 private:
-    HMODULE module_;
+    void* module_;
 };
-#endif
 
 /// The folder of this program, where test libraries lie.
 std::string programFolder();

@@ -69,21 +69,22 @@ void leftBehind(const void*) {}
 
 LibraryCopy::LibraryCopy() : module_(nullptr) {
     seamLibrary();
-    static const std::string path = [] {
-        const std::string copy = programFolder() + "\\minidriver-copy.dll";
-        CopyFileA((programFolder() + "\\kelmora-id-minidriver.dll").c_str(), copy.c_str(), FALSE);
-        return copy;
-    }();
-    module_ = LoadLibraryA(path.c_str());
+    [[maybe_unused]] static const BOOL isCopied =
+        CopyFileA((programFolder() + "\\kelmora-id-minidriver.dll").c_str(),
+                  (programFolder() + "\\minidriver-copy.dll").c_str(), FALSE);
+    module_ = load("minidriver-copy.dll");
 }
 
 LibraryCopy::~LibraryCopy() {
-    if (module_ != nullptr) FreeLibrary(module_);
+    FreeLibrary(static_cast<HMODULE>(module_));
+}
+
+bool LibraryCopy::isLoaded() {
+    return GetModuleHandleA("minidriver-copy.dll") != nullptr;
 }
 
 PFN_CARD_ACQUIRE_CONTEXT LibraryCopy::acquireContext() const {
-    if (module_ == nullptr) return nullptr;
-    return find<PFN_CARD_ACQUIRE_CONTEXT>(module_, "CardAcquireContext");
+    return find<PFN_CARD_ACQUIRE_CONTEXT>(static_cast<HMODULE>(module_), "CardAcquireContext");
 }
 
 std::string programFolder() {

@@ -60,8 +60,8 @@ PlatformSide::~PlatformSide() {
     putBehindTheSeam(nullptr);
 }
 
-DWORD PlatformSide::acquire() {
-    const DWORD status = acquireContextOfDriver()(&data, 0);
+DWORD PlatformSide::acquire(PFN_CARD_ACQUIRE_CONTEXT driver) {
+    const DWORD status = driver(&data, 0);
     acquired = status == 0;
     // A context whose certificates the platform refused stays in the record.
     if (!acquired && data.pvVendorSpecific != nullptr) leftBehind(data.pvVendorSpecific);

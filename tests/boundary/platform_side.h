@@ -52,7 +52,8 @@ public:
     PlatformSide(const PlatformSide&) = delete;
     PlatformSide& operator=(const PlatformSide&) = delete;
 
-    DWORD acquire();
+    /// By the driver under test, or a copy of it.
+    DWORD acquire(PFN_CARD_ACQUIRE_CONTEXT driver = acquireContextOfDriver());
     /// Acquires, and fails the test if that fails.
     void acquireOrFail();
     /// CardDeleteContext, if the card is acquired.
