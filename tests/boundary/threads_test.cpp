@@ -93,14 +93,18 @@ void goThroughAll(PlatformSide& card, int type, Complaints& complaints) {
     expect(card.listFiles("mscp").status == 0, "CardEnumFiles");
     char mscp[] = "mscp";
     char cmapfile[] = "cmapfile";
-    CARD_FILE_INFO file{.dwVersion = 1};
+    CARD_FILE_INFO file{};
+    file.dwVersion = 1;
     expect(card.data.pfnCardGetFileInfo(&card.data, mscp, cmapfile, &file) == 0, "CardGetFileInfo");
-    CARD_CAPABILITIES capabilities{.dwVersion = 1};
+    CARD_CAPABILITIES capabilities{};
+    capabilities.dwVersion = 1;
     expect(card.data.pfnCardQueryCapabilities(&card.data, &capabilities) == 0,
            "CardQueryCapabilities");
-    CARD_FREE_SPACE_INFO space{.dwVersion = 1};
+    CARD_FREE_SPACE_INFO space{};
+    space.dwVersion = 1;
     expect(card.data.pfnCardQueryFreeSpace(&card.data, 0, &space) == 0, "CardQueryFreeSpace");
-    CARD_KEY_SIZES sizes{.dwVersion = 1};
+    CARD_KEY_SIZES sizes{};
+    sizes.dwVersion = 1;
     expect(card.data.pfnCardQueryKeySizes(&card.data, AT_KEYEXCHANGE, 0, &sizes) == 0,
            "CardQueryKeySizes");
     expect(card.property(WIDE_TEXT("PIN Information"), 1).status == 0, "CardGetProperty");
