@@ -8,7 +8,9 @@
 //   no gathered block, no reply that waits to be fetched. It stands at its root.
 //
 // Afterwards the platform renews the connection, the user shows the PIN, and everything works.
+#include <array>
 #include <functional>
+#include <utility>
 
 #include "platform_side.h"
 #include "support/statuses.h"
@@ -81,6 +83,46 @@ protected:
         }
     }
 
+    // The card is reset before each command from `first` on, all of which reconnect, and the reader
+    // does not come back, for whatever reason: the call ends there. Nothing is sent again, so that
+    // no PIN reaches a card that nobody has looked at.
+    void goThroughWithoutReconnect(const Operation& operation,
+                                   const std::function<DWORD(const Bytes& command)>& expected,
+                                   std::size_t first = 0) {
+        const Commands commands = undisturbed(operation);
+        ASSERT_LT(first, commands.size());
+        for (std::size_t n = first; n < commands.size(); ++n) {
+            for (const DWORD code : reasons) {
+                SCOPED_TRACE(::testing::Message()
+                             << "reset before command " << n + 1 << ", " << toHex(commands[n])
+                             << ", then 0x" << std::hex << code);
+                PlatformSide card(GetParam());
+                operation.prepare(card);
+                const std::size_t reconnects = card.reader.reconnects();
+                const Tries before = triesLeft(card);
+                card.reader.clearExchanges();
+                card.reader.failTransmit(n + 1, {Fault::Kind::ResetCard, 0});
+                card.reader.failReconnect(code);
+                EXPECT_EQ(operation.act(card), expected(commands[n]));
+                EXPECT_EQ(card.reader.exchanges().size(), n + 1);
+                EXPECT_EQ(card.reader.reconnects() - reconnects, 1u);
+                EXPECT_EQ(triesLeft(card), before);
+                card.reader.failReconnect(0);
+                card.reconnect();
+                operation.recover(card);
+                EXPECT_EQ(operation.act(card), 0u) << "and once more, after a reconnect";
+            }
+        }
+    }
+    static constexpr DWORD reasons[] = {status::removedCard,       status::resetCard,
+                                        status::noService,         status::sharingViolation,
+                                        status::readerUnavailable, status::invalidHandle};
+    using Tries = std::array<unsigned, 2>;
+    static Tries triesLeft(PlatformSide& card) {
+        return {card.reader.card().triesLeft(PinRole::Authentication),
+                card.reader.card().triesLeft(PinRole::Signature)};
+    }
+
     // Whether the card has a PIN of that reference at its root, where a reset leaves it.
     bool isAtRoot(std::uint8_t virtual_card::PinRow::*reference, std::uint8_t value) {
         for (const auto& pin : generation().pins) {
@@ -95,6 +137,7 @@ protected:
         throw std::logic_error("a card without that PIN");
     }
 
+    Operation verification(PIN_ID pinId, PinRole role);
     void expectVerification(PIN_ID pinId, PinRole role);
     void expectNoSignature(BYTE container);
 };
@@ -125,44 +168,51 @@ TEST_P(Reset, DuringTheAcquisitionEndsItAndTheNextOneSucceeds) {
                nothing});
 }
 
+// The limits that files hold are read first, by SELECTs that want an answer, and without a
+// reconnect. The first of the other commands.
+std::size_t firstThatReconnects(const Commands& commands) {
+    std::size_t first = 0;
+    while (insOf(commands[first]) != selectIns || commands[first].at(3) != 0x0C) ++first;
+    return first;
+}
+
+Operation Reset::verification(PIN_ID pinId, PinRole role) {
+    return {acquired,
+            [pinId, value = std::string(pinRow(role).value)](PlatformSide& card) {
+                return card.authenticate(pinId, value);
+            },
+            {},
+            nothing};
+}
+
 void Reset::expectVerification(PIN_ID pinId, PinRole role) {
     const virtual_card::PinRow& pin = pinRow(role);
     const bool isInRoot = pin.directory == virtual_card::masterFile;
-    goThrough(
-        {acquired,
-         [pinId, value = std::string(pin.value)](PlatformSide& card) {
-             return card.authenticate(pinId, value);
-         },
-         [&](const Commands& commands, std::size_t n) -> Outcome {
-             // The limits that files hold are read first, by SELECTs that want an answer.
-             // They are given up for the defaults, and the first of the other commands
-             // reconnects.
-             std::size_t first = 0;
-             while (insOf(commands[first]) != selectIns || commands[first].at(3) != 0x0C) {
-                 ++first;
-             }
-             if (n < first) return {0, 1};
-             switch (insOf(commands[n])) {
-                 case selectIns:
-                     return {0, 1};  // From the root on, like any other.
-                 case getDataIns:
-                     return {isInRoot || isAtRoot(&virtual_card::PinRow::dataReference,
-                                                  pin.dataReference)
-                                 ? 0
-                                 : status::unexpected,
-                             1};
-                 case verifyIns:
-                     if (isInRoot) return {0, 1};
-                     // Held against the PIN at the root that has the same reference.
-                     return {isAtRoot(&virtual_card::PinRow::reference, pin.reference)
-                                 ? status::wrongPin
-                                 : status::unexpected,
-                             1};
-                 default:
-                     return {status::unexpected, 1};  // GET RESPONSE: nothing waits any longer.
-             }
-         },
-         nothing});
+    Operation operation = verification(pinId, role);
+    operation.expected = [&](const Commands& commands, std::size_t n) -> Outcome {
+        // Limits in files are given up for the defaults, and the first other command reconnects.
+        if (n < firstThatReconnects(commands)) return {0, 1};
+        switch (insOf(commands[n])) {
+            case selectIns:
+                return {0, 1};  // From the root on, like any other.
+            case getDataIns:
+                return {
+                    isInRoot || isAtRoot(&virtual_card::PinRow::dataReference, pin.dataReference)
+                        ? 0
+                        : status::unexpected,
+                    1};
+            case verifyIns:
+                if (isInRoot) return {0, 1};
+                // Held against the PIN at the root that has the same reference.
+                return {isAtRoot(&virtual_card::PinRow::reference, pin.reference)
+                            ? status::wrongPin
+                            : status::unexpected,
+                        1};
+            default:
+                return {status::unexpected, 1};  // GET RESPONSE: nothing waits any longer.
+        }
+    };
+    goThrough(operation);
 }
 
 TEST_P(Reset, DuringTheVerificationOfTheAuthenticationPin) {
@@ -171,6 +221,16 @@ TEST_P(Reset, DuringTheVerificationOfTheAuthenticationPin) {
 
 TEST_P(Reset, DuringTheVerificationOfTheSignaturePin) {
     expectVerification(4, PinRole::Signature);
+}
+
+TEST_P(Reset, ThatTheReaderDoesNotComeBackFromEndsAVerificationWithoutASecondTry) {
+    const auto unexpected = [](const Bytes&) { return status::unexpected; };
+    for (const auto& [pinId, role] :
+         {std::pair<PIN_ID, PinRole>{1, PinRole::Authentication}, {4, PinRole::Signature}}) {
+        const Operation operation = verification(pinId, role);
+        goThroughWithoutReconnect(operation, unexpected,
+                                  firstThatReconnects(undisturbed(operation)));
+    }
 }
 
 TEST_P(Reset, AtTheVerifyOfTheSignaturePinCostsAnAttemptOnlyWhereBothPinsShareAReference) {
@@ -323,6 +383,12 @@ Outcome atKeyOperation(const Commands& commands, std::size_t n) {
     }
 }
 
+// Where the reader does not come back, the question whether the PIN is open counts as a no.
+DWORD atKeyOperationWithoutReconnect(const Bytes& command) {
+    const bool asksForThePin = insOf(command) == selectIns || insOf(command) == verifyIns;
+    return asksForThePin ? status::securityViolation : status::unexpected;
+}
+
 class ResetOfAnRsaCard : public Reset {};
 INSTANTIATE_TEST_SUITE_P(EveryRsaCard, ResetOfAnRsaCard, ::testing::ValuesIn(rsaCardTypes()),
                          ::testing::PrintToStringParamName());
@@ -331,12 +397,15 @@ TEST_P(ResetOfAnRsaCard, DuringADecryption) {
     for (BYTE container = 0; container < generation().keys.size(); ++container) {
         if (!virtual_card::isRsa(generation().keys[container].kind)) continue;
         SCOPED_TRACE("container " + std::to_string(container));
-        goThrough({acquiredAndOpened(container),
-                   [container](PlatformSide& card) {
-                       const Bytes block = encryptedTo(card.certificate(container), "a secret");
-                       return card.decrypt(container, block).status;
-                   },
-                   atKeyOperation, withOpenKey(container)});
+        const Operation decryption{acquiredAndOpened(container),
+                                   [container](PlatformSide& card) {
+                                       const Bytes block =
+                                           encryptedTo(card.certificate(container), "a secret");
+                                       return card.decrypt(container, block).status;
+                                   },
+                                   atKeyOperation, withOpenKey(container)};
+        goThrough(decryption);
+        goThroughWithoutReconnect(decryption, atKeyOperationWithoutReconnect);
     }
 }
 
@@ -345,8 +414,11 @@ INSTANTIATE_TEST_SUITE_P(EveryEcCard, ResetOfAnEcCard, ::testing::ValuesIn(ecCar
                          ::testing::PrintToStringParamName());
 
 TEST_P(ResetOfAnEcCard, DuringAnAgreement) {
-    goThrough({acquiredAndOpened(0), [](PlatformSide& card) { return card.agreeWithItself(); },
-               atKeyOperation, withOpenKey(0)});
+    const Operation agreement{acquiredAndOpened(0),
+                              [](PlatformSide& card) { return card.agreeWithItself(); },
+                              atKeyOperation, withOpenKey(0)};
+    goThrough(agreement);
+    goThroughWithoutReconnect(agreement, atKeyOperationWithoutReconnect);
 }
 
 TEST_P(ResetOfAnEcCard, DuringADerivationAndDuringTheEndOfAnAgreementKeepsTheSecret) {
@@ -355,12 +427,16 @@ TEST_P(ResetOfAnEcCard, DuringADerivationAndDuringTheEndOfAnAgreementKeepsTheSec
         card.openKey(0);
         ASSERT_EQ(card.agreeWithItself(), 0u);
     };
-    goThrough({agreed, [](PlatformSide& card) { return card.derive(1).status; }, atKeyOperation,
-               withOpenKey(0)});
-    goThrough(
-        {agreed,
-         [](PlatformSide& card) { return card.data.pfnCardDestroyDHAgreement(&card.data, 1, 0); },
-         atKeyOperation, withOpenKey(0)});
+    const Operation derivation{agreed, [](PlatformSide& card) { return card.derive(1).status; },
+                               atKeyOperation, withOpenKey(0)};
+    const Operation end{
+        agreed,
+        [](PlatformSide& card) { return card.data.pfnCardDestroyDHAgreement(&card.data, 1, 0); },
+        atKeyOperation, withOpenKey(0)};
+    for (const Operation& operation : {derivation, end}) {
+        goThrough(operation);
+        goThroughWithoutReconnect(operation, atKeyOperationWithoutReconnect);
+    }
 }
 
 }  // namespace

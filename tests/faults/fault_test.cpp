@@ -39,7 +39,8 @@ using virtual_card::Exchange;
 using virtual_card::Fault;
 using virtual_card::PinRole;
 
-// --- What is planted, to see that it is found: KELMORA_PLANTED=rule|verify|leak|output|secret
+// --- What is planted, to see that it is found: KELMORA_PLANTED=rule|verify|output|
+// secret|leak|pointer
 
 bool isPlanted(const char* what) {
     static const char* planted = std::getenv("KELMORA_PLANTED");
@@ -430,6 +431,7 @@ protected:
         ++tally()[journey().entryPoint][static_cast<std::size_t>(planned.kind)];
         Done run = go(journey(), cardType(), planned, failedCall);
         if (isPlanted("output") && planned.n == 1) run.outcome.given.push_back(0);
+        if (isPlanted("pointer") && planned.n == 1) ++run.errorsAsPointers;
         Outcome wanted{expected.status, expected.otherwise, {}};
         if (expected.status == status::success) wanted.status = good_.outcome.status;
         const Steps steps = stepsOf(run, planned);
