@@ -95,6 +95,8 @@ void appendField(Bytes& bytes, const Field& field) {
 
 template <typename Record>
 void appendChanged(Bytes& bytes, const Record& before, const Record& after) {
+    // As bytes: nothing of it may have been touched.
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
     if (std::memcmp(&before, &after, sizeof(after)) != 0) appendField(bytes, after);
 }
 
@@ -114,11 +116,7 @@ void lookAtTheRecord(PlatformSide& card, Outcome& outcome) {
     if (outcome.status != 0) {
         CARD_DATA before = recordBefore;
         before.pvVendorSpecific = card.data.pvVendorSpecific;
-        // As bytes: nothing of it may have been touched.
-        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
-        if (std::memcmp(&before, &card.data, sizeof(before)) != 0) {
-            appendField(outcome.given, card.data);
-        }
+        appendChanged(outcome.given, before, card.data);
         return;
     }
     Bytes& given = outcome.given;
