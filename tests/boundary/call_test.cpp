@@ -519,7 +519,8 @@ void signing(Calls& calls) {
     }
     for (const LPCWSTR name :
          {WIDE_TEXT("SHA1"), WIDE_TEXT("SHA224"), WIDE_TEXT("SHA256"), WIDE_TEXT("SHA384"),
-          WIDE_TEXT("SHA512"), WIDE_TEXT("MD5"), WIDE_TEXT("sha256"), WIDE_TEXT("")}) {
+          WIDE_TEXT("SHA512"), WIDE_TEXT("MD2"), WIDE_TEXT("MD4"), WIDE_TEXT("MD5"),
+          WIDE_TEXT("sha256"), WIDE_TEXT("")}) {
         for (const DWORD padding : {0u, 1u, 2u, 4u, 8u}) {
             sign("hash " + narrow(name) + ", padding " + number(padding), [&](auto& info) {
                 static BCRYPT_PSS_PADDING_INFO parameters;
@@ -761,6 +762,10 @@ void answersOfTheCard(Calls& calls) {
             }
             answered(n, "256 bytes", {virtual_card::Fault::Kind::LongData, 0x42});
             answered(n, "nothing", {virtual_card::Fault::Kind::TransportError, status::lostData});
+            card.reader.failReconnect(status::removedCard);
+            answered(n, "a reset, and no reconnect", {virtual_card::Fault::Kind::ResetCard, 0});
+            card.reader.failReconnect(0);
+            card.reconnect();
         }
         card.reader.clearExchanges();
     };
