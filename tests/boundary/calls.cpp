@@ -31,7 +31,7 @@ std::string withoutAddresses(std::string text) {
 }  // namespace
 
 Calls::~Calls() {
-    if (!hasLogFile_) std::filesystem::remove(logFilePath());
+    if (!hasLogFile_) KelmoraID::testing::removeLogFile();
 }
 
 void Calls::call(const std::string& what, const std::function<DWORD()>& work) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,8 @@
 #include <ostream>
 #include <sstream>
 #include <string_view>
+#include <system_error>
+#include <thread>
 
 #include "platform/fixed_paths.h"
 
@@ -105,9 +108,22 @@ std::string logFileContent() {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+void removeLogFile() {
+    // In Wine a thread of the platform's that comes or goes may be writing its line just then, and
+    // the file is not to be had for a moment.
+    constexpr int most = 1000;
+    std::error_code error;
+    for (int tries = 0; tries < most; ++tries) {
+        std::filesystem::remove(logFilePath(), error);
+        if (!error) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    throw std::filesystem::filesystem_error("the log file stays", error);
+}
+
 LogCapture::LogCapture() {
     std::filesystem::create_directories(std::filesystem::path(logFilePath()).parent_path());
-    std::filesystem::remove(logFilePath());
+    removeLogFile();
     std::fflush(stdout);
     ::testing::internal::CaptureStdout();
 }

@@ -50,6 +50,9 @@ private:
 /// The log file's content as it stands, with time stamps.
 std::string logFileContent();
 
+/// Takes the log file away, also where another thread is writing to it just then.
+void removeLogFile();
+
 /// The folder of this process that holds the log file and the settings file.
 const std::string& testFolder();
 
