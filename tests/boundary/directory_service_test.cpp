@@ -120,6 +120,16 @@ TEST_F(DirectoryService, HasAnAddressOfThreePartsAndIsTriedInTurn) {
     }
 }
 
+// About the first size that the registry is offered, and far beyond.
+TEST_F(DirectoryService, MayStandFarBackInALongSetting) {
+    for (const std::size_t length : {253, 254, 255, 256, 600, 30000}) {
+        const std::string address = "http://one:80";
+        const LogLines lines = acquire(std::string(length - address.size(), ';') + address);
+        EXPECT_EQ(lines, LogLines{}) << length;
+        EXPECT_EQ(told(), "one 80;") << length;
+    }
+}
+
 TEST_F(DirectoryService, ThatFailsAtAnyCallIsFollowedByTheNext) {
     for (const char* call :
          {"WinHttpSendRequest", "WinHttpReceiveResponse", "WinHttpQueryDataAvailable"}) {

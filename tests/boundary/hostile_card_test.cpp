@@ -269,6 +269,24 @@ TEST_P(HostileCard, CostsNoMoreCommandsThanAreComputed) {
     }
 }
 
+// To a command object the end of its patience is a failed transmission, with a line in the log.
+TEST(HostileCardOfType3, IsToldOfInTheLogWhereACommandObjectGivesUp) {
+    PlatformSide card(3);  // It is asked for limits ahead of any SELECT.
+    card.acquireOrFail();
+    DriverLog log;
+    {
+        HostileReader hostile(card);
+        hostile.mode = Mode::oneByteForEver;
+        EXPECT_NE(enterPin<1>(card), 0u);
+    }
+    const KelmoraID::testing::LogLine line{
+        "Transmit",
+        "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
+        "0x-7fefffe1"};
+    const auto lines = log.file();
+    EXPECT_NE(std::ranges::find(lines, line), lines.end());
+}
+
 TEST_P(HostileCard, IsAskedNothingByTheOtherEntryPoints) {
     PlatformSide card(GetParam());
     card.acquireOrFail();

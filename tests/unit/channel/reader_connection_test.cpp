@@ -99,6 +99,11 @@ TEST_F(ReaderConnectionTest, EndsQuietlyWhenItIsNotConnected) {
     EXPECT_EQ(log.output(), LogLines{});
 }
 
+TEST_F(ReaderConnectionTest, HasNoHandleAheadOfConnecting) {
+    { EXPECT_EQ(ReaderConnection().handle(), 0U); }
+    EXPECT_EQ(dispositions, std::vector<DWORD>{});
+}
+
 TEST_F(ReaderConnectionTest, ReportsNoLineForAReaderWithoutACard) {
     connectCode = SCARD_W_REMOVED_CARD;
     {

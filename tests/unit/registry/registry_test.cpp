@@ -174,10 +174,17 @@ TEST_F(ReadRegistryString, GivesUpOnARegistryThatAsksForMoreForEver) {
 }
 
 TEST_F(ReadRegistryString, GivesUpOnASizeThatIsNone) {
-    Answers answers({{ERROR_MORE_DATA, 0xFFFFFFFF}});
+    constexpr DWORD most = 2 * 0x1000000;
+    for (const DWORD reported : {DWORD{0xFFFFFFFF}, most + 2}) {
+        Answers answers({{ERROR_MORE_DATA, reported}});
+        EXPECT_EQ(read(), WideString());
+        EXPECT_EQ(answers.offered.size(), 1U);
+        expectFailureLines("234");
+    }
+    Answers answers({{ERROR_MORE_DATA, most}, {ERROR_SUCCESS, 2}});
     EXPECT_EQ(read(), WideString());
-    EXPECT_EQ(answers.offered.size(), 1U);
-    expectFailureLines("234");
+    EXPECT_EQ(answers.offered.size(), 2U);
+    expectNoLine();
 }
 
 TEST_F(ReadRegistryString, TakesASuccessWithoutATerminatorForAnEmptyValue) {
