@@ -271,18 +271,27 @@ TEST_P(HostileCard, CostsNoMoreCommandsThanAreComputed) {
 
 // To a command object the end of its patience is a failed transmission, with a line in the log.
 TEST(HostileCardOfType3, IsToldOfInTheLogWhereACommandObjectGivesUp) {
-    PlatformSide card(3);  // It is asked for limits ahead of any SELECT.
+    PlatformSide card(3);
     card.acquireOrFail();
     DriverLog log;
     {
-        HostileReader hostile(card);
-        hostile.mode = Mode::oneByteForEver;
-        EXPECT_NE(enterPin<1>(card), 0u);
+        const Between between(card, [](Between& reader, const Bytes& command, std::uint8_t* reply,
+                                       std::uint32_t* replyLength) {
+            constexpr BYTE getDataIns = 0xCB;
+            constexpr BYTE getResponseIns = 0xC0;
+            if (command[1] != getDataIns && command[1] != getResponseIns) {
+                return reader.pass(command, reply, replyLength);
+            }
+            reply[0] = 0x61;
+            reply[1] = 0x01;
+            *replyLength = 2;
+            return std::int32_t{0};
+        });
+        enterPin<1>(card);
     }
-    const KelmoraID::testing::LogLine line{
-        "Transmit",
-        "ERROR: Failed to transmit an apdu. Tried reconnecting: false. Error: "
-        "0x-7fefffe1"};
+    const KelmoraID::testing::LogLine line{"Transmit",
+                                           "ERROR: Failed to transmit an apdu. Tried reconnecting: "
+                                           "false. Error: 0x-7fefffe1"};
     const auto lines = log.file();
     EXPECT_NE(std::ranges::find(lines, line), lines.end());
 }
