@@ -242,15 +242,10 @@ int commandsOf(const Row& row, int cardType, Mode mode) {
         }
         if (row.container != 0) card.openKey(row.container);
     }
-    int commands = 0;
-    {
-        HostileReader hostile(card);
-        hostile.mode = mode;
-        row.act(card);
-        commands = hostile.commands;
-    }
-    putBehindTheSeam(card.reader.seam());
-    return commands;
+    HostileReader hostile(card);
+    hostile.mode = mode;
+    row.act(card);
+    return hostile.commands;
 }
 
 TEST_P(HostileCard, CostsNoMoreCommandsThanAreComputed) {

@@ -12,6 +12,7 @@
 #include <functional>
 #include <utility>
 
+#include "between.h"
 #include "platform_side.h"
 #include "support/statuses.h"
 
@@ -333,23 +334,17 @@ TEST_P(Reset, DuringASignatureWhereTheLengthStaysAsAnnounced) {
         SCOPED_TRACE("reset before command " + std::to_string(n + 1) + ", " + toHex(commands[n]));
         PlatformSide card(GetParam());
         operation.prepare(card);
-        CardSeam seam = *card.reader.seam();
-        seam.transmit = [](void* self, std::uintptr_t handle, std::uint32_t protocol,
-                           const std::uint8_t* command, std::uint32_t commandLength,
-                           std::uint8_t* reply, std::uint32_t* replyLength) {
-            const CardSeam& inner = *static_cast<virtual_card::VirtualReader*>(self)->seam();
+        const Between between(card, [](Between& reader, const Bytes& command, std::uint8_t* reply,
+                                       std::uint32_t* replyLength) {
             const std::uint32_t announced = *replyLength;
-            const std::int32_t code =
-                inner.transmit(self, handle, protocol, command, commandLength, reply, replyLength);
+            const std::int32_t code = reader.pass(command, reply, replyLength);
             if (code != 0) *replyLength = announced;
             return code;
-        };
-        putBehindTheSeam(&seam);
+        });
         card.reader.failTransmit(n + 1, {Fault::Kind::ResetCard, 0});
         const Answer answer = sign(card);
         EXPECT_EQ(answer.status, 0u);
         EXPECT_TRUE(answer.bytes.empty());
-        putBehindTheSeam(card.reader.seam());
     }
 }
 
