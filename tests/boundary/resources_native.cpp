@@ -2,6 +2,7 @@
 #include <malloc.h>
 
 #include <cstddef>
+#include <cstdlib>
 
 #include "resources.h"
 
@@ -9,6 +10,15 @@
 extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace boundary {
+namespace {
+
+// Botan keeps secrets in a pool of locked memory, as large as the user may lock, and takes what no
+// longer fits from the heap: without the pool each certificate costs the same.
+[[gnu::constructor]] void takeAllFromTheHeap() {
+    setenv("BOTAN_MLOCK_POOL_SIZE", "0", 0);
+}
+
+}  // namespace
 
 Resources resourcesOfTheProcess() {
     Resources resources;
