@@ -9,8 +9,8 @@
 #   SECONDS   for each target: 60 by default
 #   TARGET    all of them by default
 #   -j JOBS   so many side by side: 1 by default
-#   -r RUNS   at least so many runs together: when each has had its time, the quick ones go on; their
-#             rows come again, with the sums
+#   -r RUNS   at least so many runs together: when each has had its time, the quick ones go on with
+#             inputs of up to 96 bytes; their rows come again, with the sums
 set -eu
 cd "$(dirname "$0")/.."
 fuzzers=build/fuzz/tests/fuzz
@@ -44,7 +44,9 @@ one() {
     mkdir -p "$found"
     [ -d "$kept" ] || kept=
     finding=0
-    run_fuzzer "$fuzzers/$name" "$found-" "$limit" "$found" ${kept:+"$kept"} >"$log" 2>&1 || finding=1
+    # What is to make a number of runs makes them with short inputs; long ones have had their time.
+    case $limit in -runs=*) short=-max_len=96 ;; *) short= ;; esac
+    run_fuzzer "$fuzzers/$name" "$found-" "$limit" ${short:+"$short"} "$found" ${kept:+"$kept"} >"$log" 2>&1 || finding=1
     # Without the count of runs it has not run at all.
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     if [ -z "$runs" ]; then
