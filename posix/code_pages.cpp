@@ -14,10 +14,8 @@ using KelmoraID::platform::utf16Of;
 using KelmoraID::platform::utf8Of;
 
 // A length of -1 says that the text is terminated; no other is in use.
-bool isOffered(UINT page, DWORD flags, const void* text, int length) {
-    if (text != nullptr && length == -1 && flags == 0 && (page == CP_ACP || page == CP_UTF8)) {
-        return true;
-    }
+bool isOffered(bool knowsPage, DWORD flags, const void* text, int length) {
+    if (text != nullptr && length == -1 && flags == 0 && knowsPage) return true;
     SetLastError(ERROR_INVALID_PARAMETER);
     return false;
 }
@@ -44,13 +42,14 @@ int deliver(const std::basic_string<Character>& result, Character* buffer, int r
 
 int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
                                LPWSTR lpWideCharStr, int cchWideChar) {
-    if (!isOffered(CodePage, dwFlags, lpMultiByteStr, cbMultiByte)) return 0;
+    const bool knowsPage = CodePage == CP_UTF8 || CodePage == CP_ACP;
+    if (!isOffered(knowsPage, dwFlags, lpMultiByteStr, cbMultiByte)) return 0;
     return deliver(CodePage == CP_UTF8 ? utf16Of(lpMultiByteStr) : wideOfAnsi(lpMultiByteStr),
                    lpWideCharStr, cchWideChar);
 }
 
 int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
                                LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR, LPBOOL) {
-    if (!isOffered(CodePage, dwFlags, lpWideCharStr, cchWideChar)) return 0;
+    if (!isOffered(CodePage == CP_UTF8, dwFlags, lpWideCharStr, cchWideChar)) return 0;
     return deliver(utf8Of(lpWideCharStr), lpMultiByteStr, cbMultiByte);
 }

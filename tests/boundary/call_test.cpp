@@ -125,7 +125,8 @@ void files(Calls& calls) {
             return status;
         });
     }
-    for (const char* directory : {static_cast<const char*>(nullptr), "mscp", "", "other"}) {
+    for (const char* directory :
+         {static_cast<const char*>(nullptr), "mscp", "", "other", "ofeight_", "of_nine__"}) {
         calls.call(std::string("CardEnumFiles: ") + spell(directory), [&] {
             const Answer answer = calls.card.listFiles(directory);
             if (answer.status == 0) {
@@ -417,6 +418,15 @@ void pins(Calls& calls) {
     for (const DWORD flags : {1u, 0x40u, 0x10000000u, 0x20000000u, 0x10000040u, 0x20000040u}) {
         pinCall("flags " + number(flags), 1, flags, "1234");
         pinCall("flags " + number(flags) + " and a session", 1, flags, "1234", true);
+    }
+    for (const bool first : {true, false}) {
+        calls.call(
+            std::string("CardAuthenticateEx: a session's ") + (first ? "PIN" : "length") + " alone",
+            [&] {
+                return calls.data.pfnCardAuthenticateEx(
+                    &calls.data, 1, CARD_AUTHENTICATE_GENERATE_SESSION_PIN, pin, 4,
+                    first ? &sessionPin : nullptr, first ? nullptr : &sessionSize, &attempts);
+            });
     }
     pinCall("no PIN", 1, 0, "");
     pinCall("too short a PIN", 1, 0, "1");
