@@ -69,15 +69,15 @@ all() {
     xargs -r -P "$jobs" -L 1 tools/run_fuzzers.sh --one
 }
 
-# The missing runs among those that are at least a quarter as quick as the quickest, by their rates, so that
+# The missing runs among those that are at least half as quick as the quickest, by their rates, so that
 # they end together. One with a finding would stop at it again.
 shares() {
     awk -v wanted="$1" '
         { total += $3; if ($5) next; rate[$1] = $3 / ($2 + 1); if (rate[$1] > best) best = rate[$1] }
         END {
-            for (name in rate) if (rate[name] >= best / 4) sum += rate[name]
+            for (name in rate) if (rate[name] >= best / 2) sum += rate[name]
             if (total < wanted && sum > 0)
-                for (name in rate) if (rate[name] >= best / 4)
+                for (name in rate) if (rate[name] >= best / 2)
                     printf "%s -runs=%d\n", name, (wanted - total) * rate[name] / sum + 1
         }' "$record"
 }

@@ -80,6 +80,8 @@ TEST(CodePages, RefuseWhatIsNotOffered) {
     EXPECT_TRUE(refused(MultiByteToWideChar(CP_UTF8, 0, "a", 1, wide, 4)));
     EXPECT_TRUE(refused(MultiByteToWideChar(932, 0, "a", -1, wide, 4)));
     EXPECT_TRUE(refused(MultiByteToWideChar(CP_UTF8, 1, "a", -1, wide, 4)));
+    char narrow[4] = {};
+    EXPECT_TRUE(refused(WideCharToMultiByte(CP_ACP, 0, u"a", -1, narrow, 4, nullptr, nullptr)));
 }
 
 }  // namespace
