@@ -6,7 +6,7 @@
 namespace boundary {
 
 /// Takes every hook away, but those that count what the driver gives up, and hold on to the
-/// certificates: what is given up on purpose is no leak to report.
+/// certificates: what the driver gives up for good is no leak to report.
 void resetPlatform();
 
 /// How many certificates the driver has made and not given back.
