@@ -261,10 +261,11 @@ TEST(CardFiles, WithTheLimitsOfAPinAreTakenExactlyAsItIsKept) {
 }
 
 // A file may name another by any path: the directory's goes out whole up to 255 bytes, which is the
-// most that a length byte tells, and not at all beyond.
+// most that a length byte tells, and not at all beyond; from 257 bytes on a line tells so.
 TEST(CardFiles, AreSelectedByPathsOfUpTo255Bytes) {
-    for (const std::size_t length : {std::size_t{254}, std::size_t{255}, std::size_t{256}}) {
+    for (std::size_t length = 254; length <= 257; ++length) {
         SCOPED_TRACE(length);
+        DriverLog log;
         PlatformSide card(5);
         OtherFiles files(card);
         Bytes path(length, 0x44);
@@ -278,6 +279,11 @@ TEST(CardFiles, AreSelectedByPathsOfUpTo255Bytes) {
         files.given = {{0x5031, element(0xA4, element(0x30, element(0x04, path)))}};
         card.acquire();
         EXPECT_NE(std::ranges::find(files.commands, wanted), files.commands.end());
+        const auto lines = log.output();
+        const auto tells = [](const auto& line) {
+            return line.message.starts_with("Apdu data size too big 257 >");
+        };
+        EXPECT_EQ(std::ranges::any_of(lines, tells), length == 257);
         card.release();
     }
 }
