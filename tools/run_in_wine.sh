@@ -5,7 +5,7 @@
 #   tools/run_in_wine.sh x64|x86|arm64 PROGRAM [ARGUMENT ...]
 #
 # An x86 or ARM64 program runs in the folder of tools/wine_folder.sh, with this repository and the current
-# folder visible at their own paths. A winscard.dll beside the program goes before Wine's own. The Wine
+# folder visible at their own paths, and with the variables whose names begin with KELMORA_. A winscard.dll beside the program goes before Wine's own. The Wine
 # prefix is one of the repository's build folder for each architecture, unless WINEPREFIX names another
 # (inside the repository or the current folder).
 set -eu
@@ -37,6 +37,11 @@ x86 | arm64)
     [ "$(id -u)" = 0 ] || as_root="sudo -n"
     # The mounts live in a namespace of their own and go with the last process in it.
     in_wine() {
+        set -- wine "$@"
+        # What the tests go by, such as KELMORA_ROUNDS.
+        for name in $(env | sed -n 's/^\(KELMORA_[A-Z_]*\)=.*/\1/p'); do
+            eval "set -- \"$name=\$$name\" \"\$@\""
+        done
         $as_root unshare --mount --propagation private sh -c '
             set -e
             folder=$1 repository=$2 current=$3
@@ -52,7 +57,7 @@ x86 | arm64)
         ' sh "$folder" "$repository" "$PWD" \
             -i -C "$PWD" HOME=/root PATH=/usr/bin:/bin LANG=C.UTF-8 WINEARCH="$WINEARCH" \
             WINEPREFIX="$WINEPREFIX" WINEDEBUG="$WINEDEBUG" \
-            WINEDLLOVERRIDES="$WINEDLLOVERRIDES" wine "$@"
+            WINEDLLOVERRIDES="$WINEDLLOVERRIDES" "$@"
     }
     ;;
 *) usage ;;
