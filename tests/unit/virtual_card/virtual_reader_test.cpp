@@ -63,7 +63,7 @@ TEST_F(Reader, IsFoundListedAndConnectedByItsName) {
     DWORD count = 64;
     ASSERT_EQ(SCardListReadersW(context, nullptr, names, &count), 0);
     EXPECT_EQ(count, 16U);
-    EXPECT_EQ(std::u16string_view(names, count), std::u16string_view(u"Virtual Reader\0", 16));
+    EXPECT_EQ(std::u16string_view(names, count), std::u16string_view(u"Virtual Reader\0\0", 16));
     SCARDHANDLE card = 0;
     DWORD protocol = 0;
     ASSERT_EQ(SCardConnectW(context, names, SCARD_SHARE_SHARED, bothProtocols, &card, &protocol),
