@@ -27,8 +27,8 @@ usage() {
 run_fuzzer() {
     program=$1 prefix=$2
     shift 2
-    "$program" -timeout=300 -report_slow_units=60 -detect_leaks=0 -dict=tests/fuzz/dictionary.txt -print_final_stats=1 \
-        -artifact_prefix="$prefix" "$@"
+    "$program" -timeout=300 -report_slow_units=60 -detect_leaks=0 -dict=tests/fuzz/dictionary.txt \
+        -print_final_stats=1 -artifact_prefix="$prefix" "$@"
 }
 
 row() {
@@ -46,7 +46,8 @@ one() {
     finding=0
     # What is to make a number of runs makes them with short inputs; long ones have had their time.
     case $limit in -runs=*) short=-max_len=96 ;; *) short= ;; esac
-    run_fuzzer "$fuzzers/$name" "$found-" "$limit" ${short:+"$short"} "$found" ${kept:+"$kept"} >"$log" 2>&1 || finding=1
+    run_fuzzer "$fuzzers/$name" "$found-" "$limit" ${short:+"$short"} "$found" ${kept:+"$kept"} \
+        >"$log" 2>&1 || finding=1
     # Without the count of runs it has not run at all.
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     if [ -z "$runs" ]; then

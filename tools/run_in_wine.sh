@@ -5,9 +5,9 @@
 #   tools/run_in_wine.sh x64|x86|arm64 PROGRAM [ARGUMENT ...]
 #
 # An x86 or ARM64 program runs in the folder of tools/wine_folder.sh, with this repository and the current
-# folder visible at their own paths, and with the variables whose names begin with KELMORA_. A winscard.dll beside the program goes before Wine's own. The Wine
-# prefix is one of the repository's build folder for each architecture, unless WINEPREFIX names another
-# (inside the repository or the current folder).
+# folder visible at their own paths, and with the variables whose names begin with KELMORA_. A winscard.dll
+# beside the program goes before Wine's own. The Wine prefix is one of the repository's build folder for each
+# architecture, unless WINEPREFIX names another (inside the repository or the current folder).
 set -eu
 
 usage() { echo "usage: $0 x64|x86|arm64 PROGRAM [ARGUMENT ...]" >&2; exit 2; }
